@@ -1,0 +1,46 @@
+# What every target of ours has in common.
+
+# tarn_find_package(<package> <target>): the target, in the sight of a project around ours as well,
+# which needs it to link our targets. What that project has found already is taken as it is.
+macro(tarn_find_package package target)
+    if(NOT TARGET ${target})
+        find_package(${package} REQUIRED)
+        set_target_properties(${target} PROPERTIES IMPORTED_GLOBAL ON)
+    endif()
+endmacro()
+
+# tarn_target_defaults(<target>): language level, warnings, sanitizers.
+function(tarn_target_defaults target)
+    target_compile_features(${target} PUBLIC cxx_std_17)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+    if(TARN_WARNINGS_AS_ERRORS)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(TARN_SANITIZE)
+        target_compile_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE}
+            -fno-omit-frame-pointer -fno-sanitize-recover=all)
+        target_link_options(${target} PUBLIC -fsanitize=${TARN_SANITIZE})
+    endif()
+    if(TARN_COVERAGE)
+        target_compile_options(${target} PRIVATE --coverage)
+        target_link_options(${target} PUBLIC --coverage)
+    endif()
+endfunction()
+
+# tarn_shared_library(<target> <alias>): hidden by default, versioned.
+function(tarn_shared_library target alias)
+    tarn_target_defaults(${target})
+    add_library(tarn::${alias} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        EXPORT_NAME ${alias})
+    if(UNIX AND NOT APPLE)
+        set(exports ${PROJECT_SOURCE_DIR}/cmake/tarn_exports.map)
+        target_link_options(${target} PRIVATE LINKER:--version-script=${exports})
+        set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports})
+    endif()
+endfunction()
