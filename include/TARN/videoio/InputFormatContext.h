@@ -1,0 +1,106 @@
+#pragma once
+
+#include <TARN/core/Rational.h>
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/FormatContext.h>
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Types.h>
+
+#include <cstdint>
+#include <string>
+
+struct AVPacket;
+
+namespace tio::ffmpeg {
+
+/// One opened media source: a local file or an `rtsp://` URL.
+///
+/// Held by std::shared_ptr and shared by every stream and decoder that reads from it. Packets of
+/// all streams come from one place in the file, and a reader of one stream drops the packets of the
+/// others; to read two streams side by side, open the source twice.
+/// Thread rule: one context and everything built on it is used by one thread at a time.
+class TARN_VIDEOIO_API InputFormatContext : public FormatContext {
+public:
+    /// Opens the source and reads what its streams are. A URL that begins with "rtsp://" (in lower
+    /// case) is received over TCP where the server offers it, with a buffer of 4 MiB.
+    /// @throws tio::ffmpeg::Exception FFmpeg's words, ": " and the URL
+    explicit InputFormatContext(std::string url);
+    ~InputFormatContext() override;
+
+    /// @name What the source holds
+    /// @{
+
+    /// Number of streams; stream indices run from 0 to one less.
+    [[nodiscard]] int getStreamCount() const;
+
+    /// The stream that FFmpeg rates best of its kind.
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type"
+    [[nodiscard]] int findBestVideoStreamIndex() const;
+    [[nodiscard]] int findBestAudioStreamIndex() const;
+
+    /// 1 when there is such a stream, otherwise 0. Never throw.
+    [[nodiscard]] int hasVideoStream() const;
+    [[nodiscard]] int hasAudioStream() const;
+
+    /// The container; files of the whole MP4 family (QuickTime and 3GP too) count as Mp4.
+    [[nodiscard]] Container getContainerFormat();
+
+    /// FFmpeg's name of the demuxer, a list such as "mov,mp4,m4a,3gp,3g2,mj2".
+    [[nodiscard]] std::string getContainerName() const;
+
+    /// @}
+    /// @name What one stream is
+    /// `index` must name an existing stream, except where another answer is given.
+    /// @{
+
+    [[nodiscard]] Codec getCodecOfStream(int index);
+
+    /// FFmpeg's name of the codec, such as "hevc"; "none" when it is not known.
+    [[nodiscard]] std::string getCodecNameOfStream(int index) const;
+
+    [[nodiscard]] StreamType getTypeOfStream(int index) const;
+
+    /// Duration in seconds as the container states it. Where it states none
+    /// (hasDurationOfStream() is false) the value is without meaning.
+    [[nodiscard]] Rational getDurationOfStream(int index);
+    [[nodiscard]] bool hasDurationOfStream(int index) const;
+
+    /// Size of a stream's pictures in pixels as they are shown: width and height change places when
+    /// the "rotate" tag says exactly "90" or "270".
+    /// @returns false, with both left as they were, when there is no such stream or nothing is
+    /// known
+    ///          of it
+    bool getResolutionOfStream(int index, int& width, int& height) const;
+
+    /// @}
+    /// @name Reading and seeking
+    /// @{
+
+    /// Reads the next packet of one stream into `packet`, which must be blank and which the caller
+    /// unreferences. Empty packets are passed over, packets of other streams are dropped.
+    /// @returns false at the end of the input and equally when reading fails
+    bool getNextPacketForStream(AVPacket* packet, int streamIndex);
+
+    /// Goes to a place at or before `timestamp`, in ticks of the stream's time base.
+    /// @throws tio::ffmpeg::Exception "… Seeking" when the input cannot
+    void seekStreamToOrBefore(int64_t timestamp, int streamIndex);
+
+    /// Whether the demuxer seeks by presentation time rather than by decoding time.
+    [[nodiscard]] bool isPtsSeekable() const;
+
+    /// Smallest presentation time in seconds of any packet read so far, whatever its stream;
+    /// 2147483647/1 before the first one.
+    [[nodiscard]] Rational getEarliestTimestamp() { return earliestTimestamp; }
+
+    /// The URL that was opened.
+    [[nodiscard]] std::string getUrl() const;
+
+    /// @}
+
+private:
+    void noteTimestamp(const AVPacket& packet);
+
+    Rational earliestTimestamp;
+};
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Stream.h>
+#include <TARN/videoio/detail/Handles.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tio::ffmpeg {
+
+/// One stream of an input, read packet by packet, with frames numbered in presentation order.
+///
+/// Frame n is the n-th smallest pts among the stream's usable packets. The list of them, the frame
+/// index, is made by one pass over the whole stream on the first call that needs it, or loaded from
+/// a file that an earlier run stored. Plain reading never pays for it.
+/// Thread rule: used by one thread at a time, together with its context.
+class TARN_VIDEOIO_API InputStream : public Stream {
+public:
+    /// Reads nothing yet. `streamIndex` must name a stream of the context.
+    InputStream(std::shared_ptr<InputFormatContext> context, int streamIndex);
+    ~InputStream() override;
+
+    /// The stream's next packet in file order; empty at the end.
+    std::shared_ptr<InputPacket> getNextPacket();
+
+    /// Seconds per tick of this stream's timestamps. Needs no index.
+    [[nodiscard]] Rational getUnitTime();
+
+    /// @name Frame numbers
+    /// All of these make the index when there is none.
+    /// @throws tio::Exception "Ffmpeg stream has no usable frames."
+    /// @throws tio::ffmpeg::Exception "… Seeking" when the input cannot be rewound
+    /// @{
+
+    /// Number of entries of the index.
+    int64_t getFrameCount() const;
+
+    /// Presentation time in seconds of every frame, by frame number.
+    std::vector<Rational> getFrameMsMap();
+
+    /// Goes to the nearest place from which `frame` can be decoded.
+    /// @returns the number of the frame that getNextPacket() delivers next; the frame count when
+    ///          that packet is not in the index; 0 when it lies before the first frame or the input
+    ///          is at its end
+    /// @throws tio::Exception when there is no such frame
+    int64_t seekToOrBefore(int64_t frame);
+
+    /// @}
+
+    /// Looks at the next packets, up to 100 of them, from wherever the stream stands: whether the
+    /// first is a key frame and none is presented before it. The packets looked at count as read,
+    /// and their times stay in the index as they are, so ask this of a stream of its own.
+    /// @throws tio::Exception "Ffmpeg stream has no usable frames."
+    bool startsWithKeyFrame();
+
+    /// @name The index file
+    /// Signed 64-bit integers in the machine's byte order: the largest distance from decoding to
+    /// presentation, then the pts of every frame, strictly increasing.
+    /// @{
+
+    /// Writes the index, making it first where there is none.
+    /// @throws tio::Exception naming the path and the step that failed; a part of the file may
+    ///         have been written
+    void storeSeekingIndex(std::string path) const;
+
+    /// Takes the index from a file instead of reading the stream, then goes to frame 0.
+    /// @throws tio::Exception naming the path and the check that failed. What was read up to then
+    ///         stays in place: see docs/behaviour.md before going on with the same stream.
+    void loadSeekingIndex(std::string path);
+
+    /// @}
+
+private:
+    enum class Scan { Whole, StartOnly };
+    struct StartProbe;
+
+    [[nodiscard]] std::shared_ptr<InputFormatContext> context() const;
+    bool readPacket() const;
+    bool buildIndex(Scan scan) const;
+    void buildIndexWhenMissing() const;
+    void recordPacket(int64_t& lastPts, bool ptsSeekable) const;
+    void finishIndex() const;
+    int64_t seekToFrame(int64_t frame) const;
+    void checkFrameNumber(int64_t frame) const;
+
+    // Queries make the index on first need, so what it consists of is mutable.
+    mutable detail::PacketHandle packet; // pending exactly when its size is not 0
+    mutable int64_t maxPtsDtsDifference = 0;
+    mutable std::vector<int64_t> frameNumToTimestamp;
+};
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <TARN/core/Vec.h>
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/Frame.h>
+#include <TARN/videoio/PacketDecoder.h>
+#include <TARN/videoio/Types.h>
+
+#include <memory>
+
+class FfmpegVideoFilter;
+class SWScaleDecoder;
+
+namespace tio::ffmpeg {
+
+/// Decodes video packets to upright pictures in the pixel format asked for.
+/// Thread rule: used by one thread at a time.
+class TARN_VIDEOIO_API VideoPacketDecoder : public PacketDecoder {
+public:
+    /// One picture and its time.
+    struct Frame {
+        std::shared_ptr<tio::FrameBase> frame; ///< empty when there was no picture
+        Rational timestamp;                    ///< presentation time in seconds
+        Rational unitTime;                     ///< seconds per tick of the stream
+    };
+
+    /// PixelFormat::Default gives RGB.
+    explicit VideoPacketDecoder(PixelFormat pixelFormat = PixelFormat::Default);
+    ~VideoPacketDecoder() override;
+
+    /// Size of upright pictures, (height, width) in pixels.
+    /// @throws tio::Exception before the first packet was accepted
+    tio::Vec<int, 2> getFrameSize() const;
+
+    /// The next picture, or a Frame without one when another packet is needed.
+    /// @throws tio::ffmpeg::Exception when decoding fails
+    /// @throws tio::Exception when the picture cannot be converted
+    Frame readNextFrame();
+
+protected:
+    void onCodecOpened() override;
+
+private:
+    void prepareFilter(const AVStream& stream);
+    void matchConverterToFrame();
+
+    std::shared_ptr<FfmpegVideoFilter> filter; // empty unless the stream is rotated
+    std::shared_ptr<SWScaleDecoder> converter; // empty until the codec is open
+    bool dimensionsSwapped = false;
+    PixelFormat pixelFormat;
+};
+
+} // namespace tio::ffmpeg

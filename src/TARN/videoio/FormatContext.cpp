@@ -1,0 +1,22 @@
+#include "ffmpeg_compat.h"
+#include "initialise.h"
+
+#include <TARN/videoio/FormatContext.h>
+
+namespace tio::ffmpeg {
+
+FormatContext::FormatContext() {
+    detail::initialiseOnce();
+}
+
+FormatContext::~FormatContext() = default;
+
+AVStream* FormatContext::getStream(int index) {
+    return formatContext->streams[index];
+}
+
+const AVStream* FormatContext::getStream(int index) const {
+    return formatContext->streams[index];
+}
+
+} // namespace tio::ffmpeg

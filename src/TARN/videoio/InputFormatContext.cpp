@@ -1,0 +1,170 @@
+#include "Options.h"
+#include "checks.h"
+#include "ffmpeg_compat.h"
+#include "vocabulary.h"
+
+#include <TARN/videoio/InputFormatContext.h>
+
+#include <string_view>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"InputFormatContext", number};
+}
+
+// Later than any real time, so that the first packet read becomes the earliest.
+constexpr int64_t noTimestampYet = 2147483647;
+
+void setTransportOptions(const std::string& url, detail::Options& options) {
+    constexpr std::string_view scheme = "rtsp://";
+    if (url.compare(0, scheme.size(), scheme) != 0)
+        return;
+    // Lost datagrams mean broken pictures: TCP where the server has it, and for the rest a receive
+    // buffer of 4 MiB, room for the burst of a large key frame.
+    options.set("buffer_size", "4194304");
+    options.set("rtsp_flags", "prefer_tcp");
+}
+
+int bestStream(AVFormatContext* context, AVMediaType type) {
+    return av_find_best_stream(context, type, -1, -1, nullptr, 0);
+}
+
+int requireBestStream(AVFormatContext* context, AVMediaType type) {
+    const int index = bestStream(context, type);
+    detail::checkResult(index, at(92), "Could not find stream of requested type");
+    return index;
+}
+
+// Exactly these two texts turn the size: a tag such as "-90" does not, although the pictures of
+// such a stream come out turned. Kept: the size query answers for the tag that cameras write.
+bool rotateTagSwapsSides(const AVStream& stream) {
+    const AVDictionaryEntry* entry = nullptr;
+    while ((entry = av_dict_get(stream.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+        if (std::string_view(entry->key) == "rotate") {
+            const std::string_view value = entry->value;
+            return value == "90" || value == "270";
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+InputFormatContext::InputFormatContext(std::string url) : earliestTimestamp(noTimestampYet) {
+    detail::Options options;
+    setTransportOptions(url, options);
+    const int opened = avformat_open_input(&formatContext, url.c_str(), nullptr, options.address());
+    detail::checkResult(opened, at(60), url);
+    // Kept: when this fails the context stays open, because the destructor of an object whose
+    // constructor threw does not run. FFmpeg fails here only when memory runs out or the input's
+    // data breaks off inside a header that it needs.
+    detail::checkResult(avformat_find_stream_info(formatContext, nullptr), at(65), url);
+    compat::restoreRotateTags(*formatContext);
+}
+
+InputFormatContext::~InputFormatContext() {
+    avformat_close_input(&formatContext);
+}
+
+int InputFormatContext::getStreamCount() const {
+    return static_cast<int>(formatContext->nb_streams);
+}
+
+int InputFormatContext::findBestVideoStreamIndex() const {
+    return requireBestStream(formatContext, AVMEDIA_TYPE_VIDEO);
+}
+
+int InputFormatContext::findBestAudioStreamIndex() const {
+    return requireBestStream(formatContext, AVMEDIA_TYPE_AUDIO);
+}
+
+int InputFormatContext::hasVideoStream() const {
+    return bestStream(formatContext, AVMEDIA_TYPE_VIDEO) >= 0 ? 1 : 0;
+}
+
+int InputFormatContext::hasAudioStream() const {
+    return bestStream(formatContext, AVMEDIA_TYPE_AUDIO) >= 0 ? 1 : 0;
+}
+
+Container InputFormatContext::getContainerFormat() {
+    return detail::containerFromName(formatContext->iformat->name);
+}
+
+std::string InputFormatContext::getContainerName() const {
+    return formatContext->iformat->name;
+}
+
+Codec InputFormatContext::getCodecOfStream(int index) {
+    return detail::codecFromId(getStream(index)->codecpar->codec_id);
+}
+
+std::string InputFormatContext::getCodecNameOfStream(int index) const {
+    return avcodec_get_name(getStream(index)->codecpar->codec_id);
+}
+
+StreamType InputFormatContext::getTypeOfStream(int index) const {
+    return detail::streamTypeFrom(getStream(index)->codecpar->codec_type);
+}
+
+Rational InputFormatContext::getDurationOfStream(int index) {
+    const AVStream& stream = *getStream(index);
+    return Rational(stream.duration, 1) * Rational(stream.time_base);
+}
+
+bool InputFormatContext::hasDurationOfStream(int index) const {
+    return getStream(index)->duration != AV_NOPTS_VALUE;
+}
+
+bool InputFormatContext::getResolutionOfStream(int index, int& width, int& height) const {
+    if (index < 0 || index >= getStreamCount() || !compat::hasBeenProbed(*getStream(index)))
+        return false;
+    const AVStream& stream = *getStream(index);
+    width = stream.codecpar->width;
+    height = stream.codecpar->height;
+    if (rotateTagSwapsSides(stream))
+        std::swap(width, height);
+    return true;
+}
+
+bool InputFormatContext::getNextPacketForStream(AVPacket* packet, int streamIndex) {
+    while (av_read_frame(formatContext, packet) >= 0) {
+        noteTimestamp(*packet);
+        if (packet->stream_index == streamIndex && packet->size != 0)
+            return true;
+        av_packet_unref(packet);
+    }
+    return false;
+}
+
+// An unknown pts counts like any other here, as the smallest time there can be.
+void InputFormatContext::noteTimestamp(const AVPacket& packet) {
+    const Rational time =
+        Rational(packet.pts, 1) * Rational(getStream(packet.stream_index)->time_base);
+    const Rational difference = earliestTimestamp - time;
+    const bool numeratorPositive = difference.numerator > 0;
+    const bool denominatorPositive = difference.denominator > 0;
+    if (difference.numerator != 0 && numeratorPositive == denominatorPositive)
+        earliestTimestamp = time;
+}
+
+void InputFormatContext::seekStreamToOrBefore(int64_t timestamp, int streamIndex) {
+    // The demuxer's own seek-by-pts bit goes along in the seek flags; releases that give the bit no
+    // meaning there ignore it.
+    const int flags = AVSEEK_FLAG_BACKWARD | (formatContext->iformat->flags & AVFMT_SEEK_TO_PTS);
+    detail::checkResult(av_seek_frame(formatContext, streamIndex, timestamp, flags), at(140),
+                        "Seeking");
+}
+
+bool InputFormatContext::isPtsSeekable() const {
+    return (formatContext->iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
+}
+
+std::string InputFormatContext::getUrl() const {
+    return formatContext->url != nullptr ? formatContext->url : "";
+}
+
+} // namespace tio::ffmpeg

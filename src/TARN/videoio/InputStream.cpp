@@ -1,0 +1,188 @@
+#include "checks.h"
+#include "ffmpeg_compat.h"
+
+#include <TARN/videoio/InputStream.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"InputStream", number};
+}
+
+// The most negative 64-bit integer in microseconds, FFmpeg's unit, turned into seconds: before
+// every real timestamp, and far enough from the edge that demuxers can rescale it.
+constexpr int64_t rewindTarget = -9223372036854;
+
+// Wraps around where the operands do not fit: an unknown time is the smallest integer.
+int64_t wrappingDifference(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+
+} // namespace
+
+/// What a look at the stream's beginning has found so far.
+struct InputStream::StartProbe {
+    enum class Verdict { GoOn, NotAStart, Enough };
+
+    Verdict judge(const AVPacket& packet) {
+        if (firstPts == AV_NOPTS_VALUE) {
+            if ((packet.flags & AV_PKT_FLAG_KEY) == 0) {
+                detail::logProgress("found packet before key frame");
+                return Verdict::NotAStart;
+            }
+            firstPts = packet.pts;
+        } else if (packet.pts < firstPts) {
+            detail::logProgress("unexpected packet after key frame");
+            return Verdict::NotAStart;
+        }
+        if (budget < 1)
+            return Verdict::Enough;
+        --budget;
+        return Verdict::GoOn;
+    }
+
+    int64_t firstPts = AV_NOPTS_VALUE;
+    int budget = 100; // packets; leading pictures come right behind their key frame
+};
+
+InputStream::InputStream(std::shared_ptr<InputFormatContext> input, int index)
+    : Stream(std::move(input), index), packet(av_packet_alloc()) {
+    if (!packet)
+        throw std::bad_alloc();
+}
+
+InputStream::~InputStream() = default;
+
+std::shared_ptr<InputFormatContext> InputStream::context() const {
+    return std::static_pointer_cast<InputFormatContext>(formatContext);
+}
+
+bool InputStream::readPacket() const {
+    if (packet->size != 0)
+        return true;
+    return context()->getNextPacketForStream(packet.get(), streamIndex);
+}
+
+std::shared_ptr<InputPacket> InputStream::getNextPacket() {
+    if (!readPacket())
+        return nullptr;
+    auto next = std::make_shared<InputPacket>(packet.get(), getStream());
+    av_packet_unref(packet.get());
+    return next;
+}
+
+Rational InputStream::getUnitTime() {
+    return Rational(getStream()->time_base);
+}
+
+void InputStream::buildIndexWhenMissing() const {
+    if (frameNumToTimestamp.empty())
+        buildIndex(Scan::Whole);
+}
+
+int64_t InputStream::getFrameCount() const {
+    buildIndexWhenMissing();
+    return static_cast<int64_t>(frameNumToTimestamp.size());
+}
+
+std::vector<Rational> InputStream::getFrameMsMap() {
+    buildIndexWhenMissing();
+    const Rational unitTime = getUnitTime();
+    std::vector<Rational> times;
+    times.reserve(frameNumToTimestamp.size());
+    for (const int64_t timestamp : frameNumToTimestamp)
+        times.push_back(Rational(timestamp, 1) * unitTime);
+    return times;
+}
+
+bool InputStream::startsWithKeyFrame() {
+    return buildIndex(Scan::StartOnly);
+}
+
+// A look at the start and a whole scan share the recording of packets, so a look leaves what it
+// recorded in the index, unsorted. Kept: callers that probe do so on a stream of its own.
+bool InputStream::buildIndex(Scan scan) const {
+    const auto input = context();
+    if (scan == Scan::Whole)
+        input->seekStreamToOrBefore(rewindTarget, streamIndex);
+    const bool ptsSeekable = input->isPtsSeekable();
+    detail::logProgress(std::string("pts seek supported: ") + (ptsSeekable ? "yes" : "no"));
+
+    StartProbe probe;
+    int64_t lastPts = AV_NOPTS_VALUE;
+    while (readPacket()) {
+        if (scan == Scan::StartOnly) {
+            const auto verdict = probe.judge(*packet);
+            if (verdict == StartProbe::Verdict::Enough)
+                return true; // this packet stays pending, unrecorded
+            if (verdict == StartProbe::Verdict::NotAStart) {
+                av_packet_unref(packet.get());
+                return false;
+            }
+        }
+        recordPacket(lastPts, ptsSeekable);
+        av_packet_unref(packet.get());
+    }
+    finishIndex();
+    return true;
+}
+
+void InputStream::recordPacket(int64_t& lastPts, bool ptsSeekable) const {
+    if ((packet->flags & AV_PKT_FLAG_DISCARD) != 0) {
+        detail::logProgress("discarded packet (pts=" + std::to_string(packet->pts) + ")");
+        return;
+    }
+    if (packet->pts == lastPts)
+        return;
+    lastPts = packet->pts;
+    frameNumToTimestamp.push_back(packet->pts);
+    // Demuxers that seek by dts land too late for a pts; going back by the largest distance between
+    // the two makes up for it.
+    if (!ptsSeekable)
+        maxPtsDtsDifference =
+            std::max(maxPtsDtsDifference, wrappingDifference(packet->pts, packet->dts));
+}
+
+void InputStream::finishIndex() const {
+    if (frameNumToTimestamp.empty())
+        detail::failAssertion("Ffmpeg stream has no usable frames.", "!frameNumToTimestamp.empty()",
+                              at(181));
+    detail::logProgress("max pts dts diff is " + std::to_string(maxPtsDtsDifference));
+    std::sort(frameNumToTimestamp.begin(), frameNumToTimestamp.end());
+    seekToFrame(0);
+}
+
+void InputStream::checkFrameNumber(int64_t frame) const {
+    const auto count = static_cast<int64_t>(frameNumToTimestamp.size());
+    if (frame < 0 || frame >= count)
+        detail::failAssertion("Frame number " + std::to_string(frame) + " is outside 0 to " +
+                                  std::to_string(count - 1) + " of \"" + context()->getUrl() + "\"",
+                              "0 <= frame && frame < frameNumToTimestamp.size()", at(196));
+}
+
+int64_t InputStream::seekToFrame(int64_t frame) const {
+    buildIndexWhenMissing();
+    checkFrameNumber(frame);
+    av_packet_unref(packet.get());
+    const int64_t target =
+        wrappingDifference(frameNumToTimestamp[static_cast<size_t>(frame)], maxPtsDtsDifference);
+    context()->seekStreamToOrBefore(target, streamIndex);
+    return readPacket() ? packet->pts : AV_NOPTS_VALUE;
+}
+
+int64_t InputStream::seekToOrBefore(int64_t frame) {
+    const int64_t pts = seekToFrame(frame);
+    if (pts < frameNumToTimestamp.front())
+        return 0;
+    // Not a binary search: an index that a look at the start left behind is not sorted.
+    const auto landed = std::find(frameNumToTimestamp.begin(), frameNumToTimestamp.end(), pts);
+    return landed - frameNumToTimestamp.begin();
+}
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "ffmpeg_compat.h"
+
+namespace tio::ffmpeg::detail {
+
+/// Owns an options dictionary of FFmpeg, which changes its address with every change.
+class Options {
+public:
+    explicit Options(AVDictionary* taken = nullptr) : dictionary(taken) {}
+    Options(const Options&) = delete;
+    Options& operator=(const Options&) = delete;
+    ~Options() { av_dict_free(&dictionary); }
+
+    void set(const char* key, const char* value) { av_dict_set(&dictionary, key, value, 0); }
+
+    [[nodiscard]] const AVDictionaryEntry* find(const char* key) const {
+        return av_dict_get(dictionary, key, nullptr, 0);
+    }
+
+    /// For calls that take entries out.
+    [[nodiscard]] AVDictionary** address() { return &dictionary; }
+
+    /// For calls that take the dictionary over.
+    [[nodiscard]] AVDictionary* release() {
+        AVDictionary* released = dictionary;
+        dictionary = nullptr;
+        return released;
+    }
+
+private:
+    AVDictionary* dictionary;
+};
+
+} // namespace tio::ffmpeg::detail

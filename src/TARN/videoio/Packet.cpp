@@ -1,0 +1,121 @@
+#include "checks.h"
+#include "ffmpeg_compat.h"
+#include "vocabulary.h"
+
+#include <TARN/videoio/Packet.h>
+
+#include <new>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+detail::PacketHandle makeBlankPacket() {
+    detail::PacketHandle packet(av_packet_alloc());
+    if (!packet)
+        throw std::bad_alloc();
+    return packet;
+}
+
+constexpr detail::Location at(int number) {
+    return {"Packet", number};
+}
+
+} // namespace
+
+Packet::Packet(const AVPacket* source, Rational timeBase)
+    : packet(makeBlankPacket()), unitTime(timeBase) {
+    detail::checkResult(av_packet_ref(packet.get(), source), at(46));
+}
+
+Packet::Packet(const Packet& other) : packet(makeBlankPacket()) {
+    if (other.packet) // a moved-from packet has nothing to share
+        detail::checkResult(av_packet_ref(packet.get(), other.packet.get()), at(59));
+    unitTime = other.unitTime;
+}
+
+// The time base stays: callers re-time packets by assigning into one that counts in the base they
+// want. Assignment to itself empties the packet, which is kept as well; both are known behaviour.
+Packet& Packet::operator=(const Packet& other) {
+    if (!packet) // moved from: FFmpeg must not be given a null packet
+        packet = makeBlankPacket();
+    av_packet_unref(packet.get());
+    if (other.packet)
+        detail::checkResult(av_packet_ref(packet.get(), other.packet.get()), at(78));
+    return *this;
+}
+
+// The time base is not carried over: kept, because callers give the new packet one of its own.
+Packet::Packet(Packet&& other) noexcept : packet(std::move(other.packet)) {}
+
+Packet& Packet::operator=(Packet&& other) noexcept {
+    packet = std::move(other.packet);
+    unitTime = other.unitTime;
+    return *this;
+}
+
+Packet::~Packet() = default;
+
+Rational Packet::getPts() const {
+    return Rational(packet->pts, 1) * unitTime;
+}
+
+Rational Packet::getDuration() const {
+    return Rational(packet->duration, 1) * unitTime;
+}
+
+void Packet::setPts(Rational time) {
+    const int64_t ticks = (time / unitTime).toInteger();
+    // Unsigned, so that an unknown time (the smallest integer) wraps around instead of overflowing.
+    const uint64_t delay = static_cast<uint64_t>(packet->dts) - static_cast<uint64_t>(packet->pts);
+    packet->dts = static_cast<int64_t>(static_cast<uint64_t>(ticks) + delay);
+    packet->pts = ticks;
+}
+
+const unsigned char* Packet::getData(int& size) const {
+    size = packet->size;
+    return packet->data;
+}
+
+InputPacket::InputPacket(const AVPacket* source, const AVStream* origin)
+    : Packet(source, Rational(origin->time_base)), stream(origin) {}
+
+InputPacket::InputPacket(const InputPacket& other) = default;
+InputPacket& InputPacket::operator=(const InputPacket& other) = default;
+InputPacket::~InputPacket() = default;
+
+OutputPacket::OutputPacket(const AVPacket* source, const AVCodecParameters* parameters,
+                           Rational timeBase)
+    : Packet(source, timeBase), codecParameters(parameters) {}
+
+OutputPacket::OutputPacket(const InputPacket& input)
+    : OutputPacket(&input.getPacket(), input.getStream().codecpar, input.getUnitTime()) {}
+
+OutputPacket::OutputPacket(const OutputPacket& other) = default;
+OutputPacket& OutputPacket::operator=(const OutputPacket& other) = default;
+OutputPacket::~OutputPacket() = default;
+
+Codec OutputPacket::getEncodingCodec() const {
+    return detail::codecFromId(codecParameters->codec_id);
+}
+
+AudioPacketInfo::AudioPacketInfo(const InputPacket& packet)
+    : parameters(packet.getStream().codecpar) {}
+
+AudioPacketInfo::AudioPacketInfo(const OutputPacket& packet)
+    : parameters(&packet.getCodecParameters()) {}
+
+int AudioPacketInfo::getSampleRate() const {
+    return parameters->sample_rate;
+}
+
+int AudioPacketInfo::getChannelCount() const {
+    return compat::channelCount(*parameters);
+}
+
+int AudioPacketInfo::getChannelLayout() const {
+    return static_cast<int>(static_cast<uint32_t>(compat::channelMask(*parameters)));
+}
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,107 @@
+#include "checks.h"
+#include "ffmpeg_compat.h"
+
+#include <TARN/videoio/PacketDecoder.h>
+
+#include <iostream>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"PacketDecoder", number};
+}
+
+} // namespace
+
+PacketDecoder::PacketDecoder() : frame(av_frame_alloc()), lastPresentationTime(AV_NOPTS_VALUE) {
+    if (!frame)
+        throw std::bad_alloc();
+}
+
+PacketDecoder::~PacketDecoder() = default;
+
+bool PacketDecoder::offerPacket(std::shared_ptr<InputPacket> packet) {
+    // A stream without a single packet offers an empty pointer; there is nothing to keep then.
+    if (pendingPacket || !packet)
+        return false;
+    pendingPacket = std::move(packet);
+    if (!codecContext)
+        openCodec(pendingPacket->getStream());
+    return true;
+}
+
+void PacketDecoder::openCodec(const AVStream& stream) {
+    const AVCodec* decoder = avcodec_find_decoder(stream.codecpar->codec_id);
+    codecContext.reset(avcodec_alloc_context3(decoder));
+    if (!codecContext)
+        throw std::bad_alloc();
+    detail::checkResult(avcodec_parameters_to_context(codecContext.get(), stream.codecpar), at(54));
+    codecContext->time_base = stream.time_base;
+    codecContext->pkt_timebase = stream.time_base;
+    codecContext->thread_count = static_cast<int>(std::thread::hardware_concurrency());
+    // By the context's own id this time: taking over the parameters may have changed it.
+    decoder = avcodec_find_decoder(codecContext->codec_id);
+    detail::checkResult(avcodec_open2(codecContext.get(), decoder, nullptr), at(64));
+    onCodecOpened();
+}
+
+bool PacketDecoder::receiveFrame() {
+    if (!codecContext)
+        return false;
+    sendPendingPacket();
+    const int result = avcodec_receive_frame(codecContext.get(), frame.get());
+    drained = result == AVERROR_EOF;
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
+        return false;
+    detail::checkResult(result, at(161));
+    // Never two frames of the same or a falling time; an unknown time is the smallest there is.
+    if (frame->pts <= lastPresentationTime)
+        return false;
+    lastPresentationTime = frame->pts;
+    return true;
+}
+
+void PacketDecoder::sendPendingPacket() {
+    if (!pendingPacket)
+        return;
+    const int result = avcodec_send_packet(codecContext.get(), &pendingPacket->getPacket());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
+        return; // sent again with the next frame
+    if (result == AVERROR_INVALIDDATA)
+        std::cerr << "Invalid data found, attempting to continue\n";
+    else
+        detail::checkResult(result, at(138));
+    pendingPacket.reset();
+}
+
+void PacketDecoder::end() {
+    if (!codecContext)
+        return;
+    const int result = avcodec_send_packet(codecContext.get(), nullptr);
+    if (result != AVERROR_EOF) // draining already
+        detail::checkResult(result, at(116));
+}
+
+void PacketDecoder::flush() {
+    // A codec that failed to open must not be flushed: FFmpeg would crash.
+    if (codecContext && avcodec_is_open(codecContext.get()) != 0)
+        avcodec_flush_buffers(codecContext.get());
+    pendingPacket.reset();
+    drained = false;
+    lastPresentationTime = AV_NOPTS_VALUE;
+}
+
+Rational PacketDecoder::getUnitTime() const {
+    return codecContext ? Rational(codecContext->pkt_timebase) : Rational();
+}
+
+Rational PacketDecoder::getFrameTime() const {
+    return Rational(frame->pts, 1) * getUnitTime();
+}
+
+} // namespace tio::ffmpeg

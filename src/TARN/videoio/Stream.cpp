@@ -1,0 +1,21 @@
+#include <TARN/videoio/FormatContext.h>
+#include <TARN/videoio/Stream.h>
+
+#include <utility>
+
+namespace tio::ffmpeg {
+
+Stream::Stream(std::shared_ptr<FormatContext> context, int index)
+    : formatContext(std::move(context)), streamIndex(index) {}
+
+Stream::~Stream() = default;
+
+AVStream* Stream::getStream() {
+    return formatContext->getStream(streamIndex);
+}
+
+const AVStream* Stream::getStream() const {
+    return std::as_const(*formatContext).getStream(streamIndex);
+}
+
+} // namespace tio::ffmpeg

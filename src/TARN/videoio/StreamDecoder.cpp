@@ -1,0 +1,72 @@
+#include <TARN/videoio/StreamDecoder.h>
+
+#include <utility>
+
+namespace tio::ffmpeg {
+
+StreamDecoder::StreamDecoder(std::shared_ptr<InputFormatContext> context, int streamIndex)
+    : inputStream(std::move(context), streamIndex) {}
+
+StreamDecoder::~StreamDecoder() = default;
+
+void StreamDecoder::loadSeekingIndex(std::string path) {
+    inputStream.loadSeekingIndex(std::move(path));
+}
+
+void StreamDecoder::storeSeekingIndex(std::string path) const {
+    inputStream.storeSeekingIndex(std::move(path));
+}
+
+void StreamDecoder::primeOnce() const {
+    if (started)
+        return;
+    started = true;
+    // A fresh decoder takes the packet; a stream without any packet has none to give.
+    const_cast<StreamDecoder*>(this)->packetDecoder().offerPacket(inputStream.getNextPacket());
+}
+
+// A packet that the decoder refused before a seek is offered first after it: kept, because the
+// pump as it is never leaves one behind, and callers' own decoders may count on it.
+int64_t StreamDecoder::seekToOrBefore(int64_t frame) {
+    primeOnce();
+    packetDecoder().flush();
+    return inputStream.seekToOrBefore(frame);
+}
+
+// Frames are counted, not matched by their times. Those on the way are neither turned nor
+// converted, because nobody sees them; this is what makes a seek fast.
+void StreamDecoder::seek(int64_t frame) {
+    for (int64_t landed = seekToOrBefore(frame); landed < frame; ++landed)
+        pumpFrame(FrameUse::Skip);
+}
+
+bool StreamDecoder::takeFrame(FrameUse use) {
+    return use == FrameUse::Keep ? frameReady() : packetDecoder().skipNextFrame();
+}
+
+// Gives the decoder the stream's next packet, or again the one that it refused last time.
+// Returns whether a frame may still come without an end of input.
+bool StreamDecoder::feedDecoder() {
+    if (!pendingPacket)
+        pendingPacket = inputStream.getNextPacket();
+    if (!pendingPacket)
+        return !packetDecoder().offerWouldBeAccepted();
+    if (packetDecoder().offerPacket(pendingPacket))
+        pendingPacket.reset();
+    return true;
+}
+
+bool StreamDecoder::pumpFrame(FrameUse use) {
+    primeOnce();
+    bool more = true;
+    do {
+        more = feedDecoder();
+        if (takeFrame(use))
+            return true;
+        // A live source may go on after its end; a drained codec takes nothing, so do not wait.
+    } while (more && !packetDecoder().isDrained());
+    packetDecoder().end();
+    return takeFrame(use);
+}
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,168 @@
+#pragma once
+
+/// @file
+/// Every FFmpeg header that the library needs, and everything in which the releases from 4.3 to 9.0
+/// differ. No other file asks for a version.
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavfilter/avfilter.h>
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
+#include <libavutil/frame.h>
+#include <libavutil/log.h>
+#include <libavutil/mem.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+// FFmpeg 5.1 brought AVChannelLayout; 7.0 removed the separate count and mask.
+#define TARN_FFMPEG_HAS_CHANNEL_LAYOUT (LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 28, 100))
+
+// FFmpeg 6.1 moved a stream's side data into its codec parameters and deprecated the old place.
+#define TARN_FFMPEG_HAS_CODED_SIDE_DATA (LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100))
+
+namespace tio::ffmpeg::compat {
+
+// The one place where calls that some release calls deprecated are made.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+/// @name Channels of a codec context, codec parameters or a frame
+/// @{
+
+/// Number of channels.
+template <typename Owner>
+int channelCount(const Owner& owner) {
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    return owner.ch_layout.nb_channels;
+#else
+    return owner.channels;
+#endif
+}
+
+/// FFmpeg's 64-bit mask of speakers; 0 when the order of the channels is not a mask.
+template <typename Owner>
+uint64_t channelMask(const Owner& owner) {
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    return owner.ch_layout.order == AV_CHANNEL_ORDER_NATIVE ? owner.ch_layout.u.mask : 0;
+#else
+    return owner.channel_layout;
+#endif
+}
+
+/// Sets the channels from a mask of speakers. A mask that names none leaves the owner without a
+/// layout; opening a codec then fails as it does on releases that know masks alone.
+template <typename Owner>
+void setChannelMask(Owner& owner, uint64_t mask) {
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    av_channel_layout_uninit(&owner.ch_layout);
+    av_channel_layout_from_mask(&owner.ch_layout, mask);
+#else
+    owner.channel_layout = mask;
+    owner.channels = av_get_channel_layout_nb_channels(mask);
+#endif
+}
+
+/// Gives a frame the channels of a codec context.
+inline void copyChannels(AVFrame& frame, const AVCodecContext& context) {
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    av_channel_layout_copy(&frame.ch_layout, &context.ch_layout);
+#else
+    frame.channel_layout = context.channel_layout;
+    frame.channels = context.channels;
+#endif
+}
+
+/// @}
+
+/// Makes a packet that is not on FFmpeg's own heap blank, as av_packet_alloc() does.
+inline void makeBlank(AVPacket& packet) {
+    std::memset(&packet, 0, sizeof packet);
+    av_packet_unref(&packet);
+}
+
+/// Closes an encoder. Up to FFmpeg 7 the context's own block stays allocated: kept, see
+/// PacketEncoder. FFmpeg 8 removed the call, so that the context goes as a whole there.
+inline void closeEncoder(AVCodecContext* context) {
+#if LIBAVCODEC_VERSION_MAJOR < 62
+    avcodec_close(context);
+#else
+    avcodec_free_context(&context);
+#endif
+}
+
+/// The display matrix that the container gives a stream; null when it gives none.
+inline const int32_t* displayMatrix(const AVStream& stream) {
+    constexpr size_t matrixBytes = 9 * sizeof(int32_t);
+#if TARN_FFMPEG_HAS_CODED_SIDE_DATA
+    const AVPacketSideData* data =
+        av_packet_side_data_get(stream.codecpar->coded_side_data,
+                                stream.codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
+    if (data == nullptr || data->size < matrixBytes)
+        return nullptr;
+    return reinterpret_cast<const int32_t*>(data->data);
+#else
+    for (int i = 0; i < stream.nb_side_data; ++i) {
+        const AVPacketSideData& data = stream.side_data[i];
+        if (data.type == AV_PKT_DATA_DISPLAYMATRIX && static_cast<size_t>(data.size) >= matrixBytes)
+            return reinterpret_cast<const int32_t*>(data.data);
+    }
+    return nullptr;
+#endif
+}
+
+/// Takes the display matrix out of parameters copied from an input, so that a copied stream is not
+/// turned: up to FFmpeg 6.0 the copy never carried it.
+inline void dropDisplayMatrix([[maybe_unused]] AVCodecParameters& parameters) {
+#if TARN_FFMPEG_HAS_CODED_SIDE_DATA
+    av_packet_side_data_remove(parameters.coded_side_data, &parameters.nb_coded_side_data,
+                               AV_PKT_DATA_DISPLAYMATRIX);
+#endif
+}
+
+#pragma GCC diagnostic pop
+
+/// Whether the MP4 demuxer reads this input, the only one that ever made "rotate" tags.
+inline bool isMp4Family(const AVFormatContext& context) {
+    return std::strncmp(context.iformat->name, "mov,", 4) == 0;
+}
+
+/// Gives every stream of a just opened input the "rotate" tag that the MP4 demuxer set up to
+/// FFmpeg 4.4, so that rotation is read in one way on every release: the angle by which a picture
+/// is turned clockwise, from 0 up to 360, printed with %g.
+inline void restoreRotateTags(AVFormatContext& context) {
+    if (!isMp4Family(context))
+        return;
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        AVStream& stream = *context.streams[i];
+        const int32_t* matrix = displayMatrix(stream);
+        if (matrix == nullptr || av_dict_get(stream.metadata, "rotate", nullptr, 0) != nullptr)
+            continue;
+        double clockwise = -av_display_rotation_get(matrix);
+        if (std::isnan(clockwise))
+            continue;
+        if (clockwise < 0)
+            clockwise += 360;
+        std::array<char, 64> text{};
+        std::snprintf(text.data(), text.size(), "%g", clockwise);
+        av_dict_set(&stream.metadata, "rotate", text.data(), 0);
+    }
+}
+
+/// Whether it is known what the stream carries. Releases before 5.0 had a private field for it,
+/// which later ones hide.
+inline bool hasBeenProbed(const AVStream& stream) {
+    return stream.codecpar != nullptr && stream.codecpar->codec_id != AV_CODEC_ID_NONE;
+}
+
+} // namespace tio::ffmpeg::compat

@@ -1,0 +1,31 @@
+#include "ffmpeg_compat.h"
+
+#include <TARN/videoio/detail/Handles.h>
+
+namespace tio::ffmpeg::detail {
+
+void Release::operator()(AVCodecContext* context) const noexcept {
+    avcodec_free_context(&context);
+}
+
+void Release::operator()(AVFilterGraph* graph) const noexcept {
+    avfilter_graph_free(&graph);
+}
+
+void Release::operator()(AVFilterInOut* list) const noexcept {
+    avfilter_inout_free(&list);
+}
+
+void Release::operator()(AVFrame* frame) const noexcept {
+    av_frame_free(&frame);
+}
+
+void Release::operator()(AVPacket* packet) const noexcept {
+    av_packet_free(&packet);
+}
+
+void Release::operator()(SwsContext* context) const noexcept {
+    sws_freeContext(context);
+}
+
+} // namespace tio::ffmpeg::detail

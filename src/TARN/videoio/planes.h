@@ -1,0 +1,20 @@
+#pragma once
+
+#include <TARN/core/Mat.h>
+
+#include <cstdint>
+
+namespace tio::ffmpeg::detail {
+
+/// One plane of a picture: rows × columns bytes.
+using Plane = tio::Mat<uint8_t, 2, tio::MatOptions<0, 1>>;
+
+/// A fresh, tightly packed plane with undefined content.
+[[nodiscard]] Plane makePlane(int rows, int columns);
+
+/// Copies `rows` rows of `bytes` bytes from a picture with its own distance between rows, which is
+/// negative where rows are stored from the bottom up.
+void copyRows(const uint8_t* source, int sourceStride, uint8_t* target, int targetStride, int bytes,
+              int rows);
+
+} // namespace tio::ffmpeg::detail
