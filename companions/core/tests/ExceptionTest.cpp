@@ -1,6 +1,7 @@
 #include <TARN/core/Exception.h>
 
 #include <gtest/gtest.h>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -8,8 +9,9 @@
 namespace {
 
 TEST(Exception, KeepsItsMessageThroughCopies) {
-    const tio::Exception original("no such stream");
-    const tio::Exception copy = original;
+    auto original = std::make_unique<tio::Exception>("no such stream");
+    const tio::Exception copy = *original;
+    original.reset();
     EXPECT_STREQ(copy.what(), "no such stream");
 }
 

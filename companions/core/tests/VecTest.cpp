@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -52,9 +53,9 @@ TEST(Vec, DiffersWhenAnyElementDiffers) {
 TEST(Vec, CopiesElementsThatOwnSomething) {
     const auto owned = std::make_shared<int>(5);
     const Vec<std::shared_ptr<int>, 1> first(owned);
-    const Vec<std::shared_ptr<int>, 1> second = first;
-    EXPECT_EQ(second[0], owned);
-    EXPECT_EQ(owned.use_count(), 3);
+    std::vector<Vec<std::shared_ptr<int>, 1>> copies(2, first);
+    EXPECT_EQ(copies[1][0], owned);
+    EXPECT_EQ(owned.use_count(), 4);
 }
 
 TEST(Vec, WorksInConstantExpressions) {

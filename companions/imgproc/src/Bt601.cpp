@@ -30,7 +30,8 @@ constexpr int lumaShift = 7;   // -16 to 239
 constexpr int chromaShift = 8; // -128 to 127
 
 constexpr int16_t factor(double gain, int inputShift) {
-    return static_cast<int16_t>(gain * (1 << (16 + fractionBits - inputShift)) + 0.5);
+    const double twice = gain * (2 << (16 + fractionBits - inputShift));
+    return static_cast<int16_t>((static_cast<int>(twice) + 1) / 2); // rounded to nearest
 }
 
 // Written this way the compilers see the instruction that multiplies sixteen-bit numbers and keeps
@@ -131,8 +132,8 @@ constexpr std::array<float, 256> chromaFloats = floatTable(128, 224, -0.5F, 0.5F
 } // namespace
 
 void ChromaTerms::fromPairs(const uint8_t* __restrict pairs, int pixels) noexcept {
-    const int pairCount = pixels / 2 + pixels % 2;
-    for (int i = 0; i < pairCount; ++i) {
+    const std::ptrdiff_t pairCount = pixels / 2 + pixels % 2;
+    for (std::ptrdiff_t i = 0; i < pairCount; ++i) {
         const Terms terms = termsOf(pairs[2 * i], pairs[2 * i + 1]);
         red[2 * i] = red[2 * i + 1] = terms.red;
         green[2 * i] = green[2 * i + 1] = terms.green;
@@ -160,7 +161,7 @@ void writeRgb(const uint8_t* luma, const ChromaTerms& chroma, int pixels,
 
 void writeYCbCrOfPairs(const uint8_t* luma, const uint8_t* pairs, int pixels,
                        Vec<float, 3>* yCbCr) noexcept {
-    for (int i = 0; i < pixels; ++i) {
+    for (std::ptrdiff_t i = 0; i < pixels; ++i) {
         const uint8_t* const pair = pairs + i / 2 * 2;
         yCbCr[i] = {lumaFloats[luma[i]], chromaFloats[pair[0]], chromaFloats[pair[1]]};
     }

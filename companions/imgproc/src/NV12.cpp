@@ -13,17 +13,13 @@ namespace tio::PixelFormat {
 
 namespace {
 
-int halfRoundedUp(int length) {
-    return length / 2 + length % 2;
-}
-
 /// The two planes of a semi-planar picture, checked. Only the rows and columns of chroma that the
 /// picture needs are looked at; there may be more.
 struct SemiPlanarPicture {
     explicit SemiPlanarPicture(const Vec<Plane, 2>& planes)
         : luma(planes[0], planes[0].rows(), planes[0].cols()),
           chroma(planes[1], halfRoundedUp(planes[0].rows()),
-                 planes[0].cols() + planes[0].cols() % 2),
+                 int64_t{2} * halfRoundedUp(planes[0].cols())),
           size(planes[0].size) {}
 
     PlaneView luma;

@@ -4,7 +4,7 @@
 
 namespace tio::PixelFormat {
 
-PlaneView::PlaneView(const Plane& plane, int rows, int cols)
+PlaneView::PlaneView(const Plane& plane, int rows, int64_t cols)
     : start(plane.data()), rowStep(plane.step[0]) {
     if (rows <= 0 || cols <= 0 || start == nullptr)
         throw Exception("A picture without pixels cannot be converted");

@@ -14,7 +14,7 @@ public:
     /// @throws tio::Exception if the plane has fewer than `rows` rows or `cols` columns, no
     /// storage,
     ///         rows that overlap or bytes that do not follow each other.
-    PlaneView(const Plane& plane, int rows, int cols);
+    PlaneView(const Plane& plane, int rows, int64_t cols);
 
     [[nodiscard]] const uint8_t* row(int index) const noexcept {
         return start + std::ptrdiff_t{index} * rowStep;

@@ -11,7 +11,7 @@ namespace tio::PixelFormat {
 namespace {
 
 // Twice the largest `int` times the lowest still fits in 64 bits.
-int64_t scaledLength(int length, int64_t numerator, int64_t denominator) {
+int64_t scaledLength(int64_t length, int64_t numerator, int64_t denominator) {
     return std::max<int64_t>(1, (2 * length * numerator + denominator) / (2 * denominator));
 }
 

@@ -24,7 +24,7 @@ struct Message {
 
 class Log : public testing::Test {
 protected:
-    ~Log() override {
+    void TearDown() override {
         log::setSink({});
         log::setLevel(log::LevelFatal);
     }
@@ -146,6 +146,7 @@ TEST_F(Log, ManyThreadsLogWhileSinksChange) {
     const auto counting = [&](const std::string&, log::Level, const std::string&) { ++received; };
     log::setSink(counting);
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([] {
             for (int n = 0; n < messagesEach; ++n) {

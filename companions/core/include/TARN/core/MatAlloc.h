@@ -10,9 +10,9 @@ namespace tio {
 /// Hands out the memory of matrices and takes it back for the next one.
 ///
 /// A video is a stream of pictures of one size. Memory that goes back to the system between two of
-/// them has to be mapped and zeroed again, page by page, for each; for large pictures that costs as
-/// much as decoding them. The allocator therefore keeps freed blocks and gives them out again for
-/// requests of the same size.
+/// them has to be mapped and zeroed again, page by page, for each; for the largest pictures that
+/// takes many times as long as filling them. The allocator therefore keeps freed blocks and gives
+/// them out again for requests of the same size.
 ///
 /// What it keeps is bounded: blocks of at least `minCachedBytes`, at most `maxCachedBlocks` of them
 /// and at most `maxCachedBytes` in all. When a freed block would exceed a bound, the blocks that
