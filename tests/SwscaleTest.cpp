@@ -1,0 +1,504 @@
+#include "swscale.h"
+
+#include "Expectations.h"
+#include "Interception.h"
+#include "ReferenceConversion.h"
+#include "SourceFrames.h"
+#include "media/LogCapture.h"
+
+#include <TARN/core/Exception.h>
+#include <TARN/core/MatAlloc.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+int freshByte = -1; // negative: memory is handed out as it is
+}
+
+// Matrices take their memory from this operator, and nothing else in this program does.
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    void* block = nullptr;
+    if (posix_memalign(&block, static_cast<std::size_t>(alignment), size) != 0)
+        throw std::bad_alloc();
+    if (freshByte >= 0)
+        std::memset(block, freshByte, size);
+    return block;
+}
+
+void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+
+namespace tio {
+namespace {
+
+/// While it lives, every matrix starts full of one byte instead of whatever the memory held before.
+/// What a converter leaves unwritten, or writes beyond the end, can then be seen. One at a time.
+class FreshMemory {
+public:
+    explicit FreshMemory(uint8_t value) {
+        MatAlloc::getGlobalMatAlloc()->trim(); // recycled blocks would come as they are
+        freshByte = value;
+    }
+    ~FreshMemory() { freshByte = -1; }
+    FreshMemory(const FreshMemory&) = delete;
+    FreshMemory& operator=(const FreshMemory&) = delete;
+};
+
+using test::FramePointer;
+using test::IsLogLine;
+using test::makeNoise;
+using test::makePlain;
+using test::thrownText;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+
+using Target = ffmpeg::PixelFormat;
+using RgbFrame = Frame<PixelFormat::RGB>;
+using Nv12Frame = Frame<PixelFormat::NV12>;
+using Plane = Mat<uint8_t, 2, MatOptions<0, 1>>;
+using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
+
+const RgbFrame& rgbOf(const std::shared_ptr<FrameBase>& frame) {
+    return dynamic_cast<const RgbFrame&>(*frame);
+}
+
+const Nv12Frame& nv12Of(const std::shared_ptr<FrameBase>& frame) {
+    return dynamic_cast<const Nv12Frame&>(*frame);
+}
+
+std::shared_ptr<FrameBase> convert(AVFrame& frame, Target target) {
+    SWScaleDecoder decoder({frame.height, frame.width}, static_cast<AVPixelFormat>(frame.format),
+                           target);
+    return decoder.convertFrame(&frame);
+}
+
+std::vector<Plane> planesOf(const std::shared_ptr<FrameBase>& frame, Target target) {
+    if (target == Target::RGB)
+        return {rgbOf(frame).plane};
+    return {nv12Of(frame).planes[0], nv12Of(frame).planes[1]};
+}
+
+std::vector<uint8_t> bytesOf(const Plane& plane) {
+    return {plane.data(), plane.data() + plane.count};
+}
+
+// Failures
+
+class SwscaleFailures : public ::testing::Test {
+protected:
+    // Everything that the library itself says about a failed check is of level 4.
+    void expectRootLines(const std::vector<std::string>& texts) {
+        EXPECT_EQ(log.linesAt(4), texts);
+        for (const std::string& text : texts)
+            EXPECT_THAT(log.lines(), Contains(IsLogLine("root", 4, text)));
+    }
+
+    const std::vector<std::string> noContext = {
+        R"(Could not get swscale context @ ..\src\TARN\videoio\swscale:32)",
+        "Assertion failed: m_sws_context"};
+    const std::string noFormatForDefault =
+        "Default pixel format conversion should not be done with ffPixelFormat()";
+
+    test::LogCapture log;
+};
+
+TEST_F(SwscaleFailures, ASourceWithoutPixelFormatIsRefused) {
+    EXPECT_EQ(thrownText<Exception>([] {
+                  SWScale({48, 64}, AV_PIX_FMT_NONE, AV_PIX_FMT_RGB24);
+              }),
+              "Could not get swscale context");
+    expectRootLines(noContext);
+}
+
+TEST_F(SwscaleFailures, ATargetWithoutPixelFormatIsRefused) {
+    EXPECT_EQ(thrownText<Exception>([] {
+                  SWScale({48, 64}, AV_PIX_FMT_RGB24, AV_PIX_FMT_NONE);
+              }),
+              "Could not get swscale context");
+    expectRootLines(noContext);
+}
+
+TEST_F(SwscaleFailures, APictureInTheMemoryOfAGraphicsCardIsRefused) {
+    EXPECT_EQ(thrownText<Exception>([] {
+                  SWScale({48, 64}, AV_PIX_FMT_VAAPI, AV_PIX_FMT_RGB24);
+              }),
+              "Could not get swscale context");
+    expectRootLines(noContext);
+}
+
+TEST_F(SwscaleFailures, APictureWithoutRowsOrColumnsIsRefused) {
+    for (const Vec<int, 2> size : {Vec<int, 2>(0, 64), Vec<int, 2>(48, 0), Vec<int, 2>(-1, 64)}) {
+        log.clear();
+        EXPECT_EQ(
+            thrownText<Exception>([&] { SWScale(size, AV_PIX_FMT_YUV420P, AV_PIX_FMT_RGB24); }),
+            "Could not get swscale context");
+        expectRootLines(noContext);
+    }
+}
+
+TEST_F(SwscaleFailures, DefaultNamesNoPixelFormatOfFfmpeg) {
+    EXPECT_EQ(thrownText<Exception>([] { (void)ffPixelFormat(Target::Default); }),
+              noFormatForDefault);
+    expectRootLines({noFormatForDefault + R"( @ ..\src\TARN\videoio\swscale:40)"});
+}
+
+TEST_F(SwscaleFailures, AValueThatIsNoPixelFormatIsRefused) {
+    for (const int value : {3, -1, 1000}) {
+        log.clear();
+        EXPECT_EQ(thrownText<Exception>([&] { (void)ffPixelFormat(static_cast<Target>(value)); }),
+                  "Invalid pixel format");
+        expectRootLines({R"(Invalid pixel format @ ..\src\TARN\videoio\swscale:46)"});
+    }
+}
+
+TEST_F(SwscaleFailures, ADecoderForDefaultFailsWhenItIsMade) {
+    EXPECT_EQ(thrownText<Exception>([] {
+                  SWScaleDecoder({48, 64}, AV_PIX_FMT_YUV420P, Target::Default);
+              }),
+              noFormatForDefault);
+    expectRootLines({noFormatForDefault + R"( @ ..\src\TARN\videoio\swscale:40)"});
+}
+
+TEST_F(SwscaleFailures, ADecoderLooksAtItsTargetBeforeItAsksForAContext) {
+    EXPECT_EQ(thrownText<Exception>([] {
+                  SWScaleDecoder({48, 64}, AV_PIX_FMT_NONE, static_cast<Target>(7));
+              }),
+              "Invalid pixel format");
+    expectRootLines({R"(Invalid pixel format @ ..\src\TARN\videoio\swscale:46)"});
+}
+
+TEST_F(SwscaleFailures, AnEncoderForNoPixelFormatIsRefused) {
+    const test::CodecPointer codec(avcodec_alloc_context3(nullptr));
+    EXPECT_EQ(thrownText<Exception>([&] {
+                  SWScaleEncoder({48, 64}, codec.get());
+              }),
+              "Could not get swscale context");
+    expectRootLines(noContext);
+}
+
+// What swscale answers says nothing that its caller could act on.
+TEST_F(SwscaleFailures, TheResultOfAConversionIsNotChecked) {
+    const test::Interception intercepted;
+    intercepted->sws_scale.instead = [](SwsContext*) { return AVERROR(EINVAL); };
+    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 16, 16);
+    EXPECT_NE(convert(*frame, Target::RGB), nullptr);
+    EXPECT_THAT(log.linesAt(5), ElementsAre());
+}
+
+// Pictures
+
+TEST(FfPixelFormat, NamesFfmpegsFormatForEachOfOurs) {
+    EXPECT_EQ(ffPixelFormat(Target::RGB), AV_PIX_FMT_RGB24);
+    EXPECT_EQ(ffPixelFormat(Target::NV12), AV_PIX_FMT_NV12);
+}
+
+TEST(SWScaleDecoder, TakesTheSourceFormatFromTheCodec) {
+    const test::CodecPointer codec(avcodec_alloc_context3(nullptr));
+    codec->pix_fmt = AV_PIX_FMT_YUV444P;
+    const SWScaleDecoder decoder({3, 5}, codec.get(), Target::RGB);
+    EXPECT_TRUE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV444P, 5, 3)));
+}
+
+TEST(SWScaleDecoder, FitsOnlyFramesOfItsSizeAndFormat) {
+    const SWScaleDecoder decoder({8, 16}, AV_PIX_FMT_YUV420P, Target::RGB);
+    EXPECT_TRUE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV420P, 16, 8)));
+    EXPECT_FALSE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV420P, 8, 16)));
+    EXPECT_FALSE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV420P, 16, 7)));
+    EXPECT_FALSE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV420P, 15, 8)));
+    EXPECT_FALSE(decoder.fits(*test::makeFrame(AV_PIX_FMT_YUV422P, 16, 8)));
+}
+
+TEST(SWScaleDecoder, RgbIsOnePlaneOfThreeBytesAPixelInRowsWithoutGaps) {
+    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 17, 6);
+    const auto picture = convert(*frame, Target::RGB);
+    const RgbFrame& rgb = rgbOf(picture);
+    EXPECT_EQ(rgb.size, (Vec<int, 2>(6, 17)));
+    EXPECT_EQ(rgb.plane.size, (Vec<int, 2>(6, 51)));
+    EXPECT_EQ(rgb.plane.step, (Vec<int, 2>(51, 1)));
+}
+
+TEST(SWScaleDecoder, RgbHasRedFirst) {
+    const FramePointer frame = test::makeFrame(AV_PIX_FMT_BGR24, 1, 1);
+    frame->data[0][0] = 30; // blue
+    frame->data[0][1] = 20; // green
+    frame->data[0][2] = 10; // red
+    EXPECT_THAT(bytesOf(rgbOf(convert(*frame, Target::RGB)).plane), ElementsAre(10, 20, 30));
+}
+
+TEST(SWScaleDecoder, LimitedRangeBlackAndWhiteBecomeTheEndsOfTheScale) {
+    const FramePointer black = makePlain(AV_PIX_FMT_YUV420P, 32, 16, {16, 128, 128});
+    const FramePointer white = makePlain(AV_PIX_FMT_YUV420P, 32, 16, {235, 128, 128});
+    EXPECT_THAT(bytesOf(rgbOf(convert(*black, Target::RGB)).plane), Each(0));
+    EXPECT_THAT(bytesOf(rgbOf(convert(*white, Target::RGB)).plane), Each(255));
+}
+
+TEST(SWScaleDecoder, FullRangeBlackAndWhiteBecomeTheEndsOfTheScale) {
+    const FramePointer black = makePlain(AV_PIX_FMT_YUVJ420P, 32, 16, {0, 128, 128});
+    const FramePointer white = makePlain(AV_PIX_FMT_YUVJ420P, 32, 16, {255, 128, 128});
+    EXPECT_THAT(bytesOf(rgbOf(convert(*black, Target::RGB)).plane), Each(0));
+    EXPECT_THAT(bytesOf(rgbOf(convert(*white, Target::RGB)).plane), Each(255));
+}
+
+TEST(SWScaleDecoder, Nv12ChromaOfAnOddWidthIsOneByteWider) {
+    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 5, 4);
+    const auto picture = convert(*frame, Target::NV12);
+    const Nv12Frame& nv12 = nv12Of(picture);
+    EXPECT_EQ(nv12.size, (Vec<int, 2>(4, 5)));
+    EXPECT_EQ(nv12.planes[0].size, (Vec<int, 2>(4, 5)));
+    EXPECT_EQ(nv12.planes[0].step, (Vec<int, 2>(5, 1)));
+    EXPECT_EQ(nv12.planes[1].size, (Vec<int, 2>(4, 6)));
+    EXPECT_EQ(nv12.planes[1].step, (Vec<int, 2>(6, 1)));
+}
+
+TEST(SWScaleDecoder, Nv12ChromaHasAsManyRowsAsLuma) {
+    for (const int height : {1, 2, 5, 48}) {
+        const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 6, height);
+        const auto picture = convert(*frame, Target::NV12);
+        EXPECT_EQ(nv12Of(picture).planes[1].size, (Vec<int, 2>(height, 6)));
+    }
+}
+
+TEST(SWScaleDecoder, Nv12ChromaBelowThePictureIsLeftAsAllocated) {
+    for (const AVPixelFormat source : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_NV12}) {
+        const FramePointer frame = makeNoise(source, 22, 9);
+        const FreshMemory memory(0xA5);
+        const Plane chroma = nv12Of(convert(*frame, Target::NV12)).planes[1];
+        const std::vector<uint8_t> rest(chroma.data() + 5 * 22, chroma.data() + 9 * 22);
+        EXPECT_THAT(rest, Each(0xA5)) << av_get_pix_fmt_name(source);
+    }
+}
+
+TEST(SWScaleDecoder, PicturesStayAsTheyAreWhenTheConverterGoesOnAndAway) {
+    const FramePointer first = makePlain(AV_PIX_FMT_YUV420P, 32, 16, {16, 128, 128});
+    const FramePointer second = makePlain(AV_PIX_FMT_YUV420P, 32, 16, {235, 128, 128});
+    auto decoder =
+        std::make_unique<SWScaleDecoder>(Vec<int, 2>(16, 32), AV_PIX_FMT_YUV420P, Target::RGB);
+    const auto black = decoder->convertFrame(first.get());
+    const auto white = decoder->convertFrame(second.get());
+    decoder.reset();
+    EXPECT_THAT(bytesOf(rgbOf(black).plane), Each(0));
+    EXPECT_THAT(bytesOf(rgbOf(white).plane), Each(255));
+}
+
+TEST(SWScaleDecoder, ConvertsAPictureInOnePass) {
+    const test::Interception intercepted;
+    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 854, 480);
+    (void)convert(*frame, Target::RGB);
+    EXPECT_EQ(intercepted->sws_scale.count, 1);
+}
+
+// Such pictures have negative distances between rows.
+TEST(SWScaleDecoder, CopiesPicturesThatAreStoredFromTheBottomUp) {
+    const FramePointer frame = makePlain(AV_PIX_FMT_NV12, 2, 2, {10});
+    frame->data[0][frame->linesize[0]] = 20;
+    frame->data[0][frame->linesize[0] + 1] = 20;
+    frame->data[0] += frame->linesize[0];
+    frame->linesize[0] = -frame->linesize[0];
+    EXPECT_THAT(bytesOf(nv12Of(convert(*frame, Target::NV12)).planes[0]),
+                ElementsAre(20, 20, 10, 10));
+}
+
+// Every byte of every size
+
+/// How many of the spare bytes behind a plane no longer hold what they were filled with: everything
+/// up to the last one that was written.
+std::size_t writtenBehind(const Plane& plane, uint8_t filled) {
+    const uint8_t* const end = plane.data() + plane.count;
+    std::size_t written = MatAlloc::spareBytes;
+    while (written > 0 && end[written - 1] == filled)
+        --written;
+    return written;
+}
+
+/// Converts with memory that is full of one byte, then of another: what stays unwritten differs
+/// from the reference in one of them.
+class EveryByte : public ::testing::TestWithParam<std::tuple<const char*, Target>> {
+protected:
+    // swscale has a word to say about every one of the yuvj formats.
+    static void SetUpTestSuite() { av_log_set_level(AV_LOG_ERROR); }
+    static void TearDownTestSuite() { av_log_set_level(AV_LOG_INFO); }
+
+    const AVPixelFormat source = av_get_pix_fmt(std::get<0>(GetParam()));
+    const Target target = std::get<1>(GetParam());
+
+    void expectEveryByte(AVFrame& frame) {
+        const test::ReferenceConversion reference(frame, ffPixelFormat(target));
+        SWScaleDecoder decoder({frame.height, frame.width}, source, target);
+        for (const uint8_t filling : {uint8_t{0x00}, uint8_t{0xFF}}) {
+            const FreshMemory memory(filling);
+            const auto planes = planesOf(decoder.convertFrame(&frame), target);
+            for (std::size_t i = 0; i < planes.size(); ++i) {
+                ASSERT_EQ(reference.differenceIn(i, planes[i].data()), "")
+                    << frame.width << " x " << frame.height << ", plane " << i;
+                ASSERT_LT(writtenBehind(planes[i], filling), MatAlloc::spareBytes)
+                    << frame.width << " x " << frame.height << ", plane " << i;
+            }
+        }
+    }
+};
+
+TEST_P(EveryByte, OfEverySizeUpToAHundredIsWritten) {
+    constexpr int most = 100;
+    const FramePointer frame = makeNoise(source, most, most);
+    for (frame->height = 1; frame->height <= most; ++frame->height) {
+        for (frame->width = 1; frame->width <= most; ++frame->width)
+            ASSERT_NO_FATAL_FAILURE(expectEveryByte(*frame));
+    }
+}
+
+TEST_P(EveryByte, OfEveryCommonSizeIsWritten) {
+    constexpr std::array<std::array<int, 2>, 11> sizes = {{{426, 240},
+                                                           {608, 1080},
+                                                           {640, 360},
+                                                           {720, 576},
+                                                           {852, 480},
+                                                           {854, 480},
+                                                           {1080, 1920},
+                                                           {1280, 720},
+                                                           {1365, 767},
+                                                           {1366, 768},
+                                                           {1920, 1080}}};
+    for (const auto& [width, height] : sizes)
+        ASSERT_NO_FATAL_FAILURE(expectEveryByte(*makeNoise(source, width, height)));
+}
+
+std::string nameOf(const ::testing::TestParamInfo<EveryByte::ParamType>& info) {
+    return std::string(std::get<0>(info.param)) +
+           (std::get<1>(info.param) == Target::RGB ? "ToRgb" : "ToNv12");
+}
+
+const char* const sourceFormats[] = {"yuv420p", "yuvj420p",    "yuv422p", "yuv444p", "nv12",
+                                     "gray",    "yuv420p10le", "bgr24",   "pal8"};
+
+INSTANTIATE_TEST_SUITE_P(Pictures, EveryByte,
+                         ::testing::Combine(::testing::ValuesIn(sourceFormats),
+                                            ::testing::Values(Target::RGB, Target::NV12)),
+                         nameOf);
+
+/// How far behind the last of its rows swscale writes when these are RGB without gaps.
+std::ptrdiff_t reachPastTheEnd(const AVFrame& frame) {
+    constexpr std::size_t guard = 4096;
+    const int rowBytes = 3 * frame.width;
+    const std::ptrdiff_t used = std::ptrdiff_t{rowBytes} * frame.height;
+    std::vector<uint8_t> memory(static_cast<std::size_t>(used) + guard, 0xA5);
+    const test::ScalerPointer scaler(sws_getContext(
+        frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), frame.width,
+        frame.height, AV_PIX_FMT_RGB24, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    uint8_t* const rows[4] = {memory.data()};
+    const int strides[4] = {rowBytes};
+    sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, rows, strides);
+    const auto end = memory.rend() - used;
+    return end - std::find_if(memory.rbegin(), end, [](uint8_t byte) { return byte != 0xA5; });
+}
+
+class SourceFormat : public ::testing::TestWithParam<const char*> {};
+
+// Where the allocator's spare bytes come from.
+TEST_P(SourceFormat, IsConvertedWithoutPassingTheSpareBytesBehindABlock) {
+    const FramePointer frame = makeNoise(av_get_pix_fmt(GetParam()), 64, 4);
+    std::ptrdiff_t farthest = 0;
+    for (frame->height = 1; frame->height <= 4; ++frame->height) {
+        for (frame->width = 1; frame->width <= 64; ++frame->width)
+            farthest = std::max(farthest, reachPastTheEnd(*frame));
+    }
+    RecordProperty("farthest", static_cast<int>(farthest));
+    EXPECT_LT(farthest, std::ptrdiff_t{MatAlloc::spareBytes});
+}
+
+INSTANTIATE_TEST_SUITE_P(Pictures, SourceFormat, ::testing::ValuesIn(sourceFormats));
+
+// The encoder's side
+
+class SWScaleEncoderTest : public ::testing::TestWithParam<const char*> {
+protected:
+    SWScaleEncoderTest() : codec(avcodec_alloc_context3(nullptr)) {
+        codec->pix_fmt = av_get_pix_fmt(GetParam());
+    }
+
+    FramePointer encode(const RgbImage& image) {
+        codec->width = image.cols();
+        codec->height = image.rows();
+        FramePointer frame = test::makeFrame(codec->pix_fmt, codec->width, codec->height);
+        SWScaleEncoder encoder(image.size, codec.get());
+        encoder.convertFrame(image, frame.get(), codec.get());
+        return frame;
+    }
+
+    test::CodecPointer codec;
+};
+
+RgbImage noiseImage(int height, int width) {
+    RgbImage image(Vec<int, 2>(height, width));
+    const FramePointer noise = makeNoise(AV_PIX_FMT_GRAY8, 3 * width, height);
+    for (int row = 0; row < height; ++row)
+        std::memcpy(&image(row, 0), noise->data[0] + row * noise->linesize[0],
+                    static_cast<std::size_t>(3 * width));
+    return image;
+}
+
+/// The picture of a frame without what lies between its rows.
+std::vector<uint8_t> pixelsOf(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    const int size = av_image_get_buffer_size(format, frame.width, frame.height, 1);
+    std::vector<uint8_t> pixels(static_cast<std::size_t>(size));
+    av_image_copy_to_buffer(pixels.data(), size, frame.data, frame.linesize, format, frame.width,
+                            frame.height, 1);
+    return pixels;
+}
+
+/// The image in swscale's own hands. It reads the pixel behind the last one of an odd row as well,
+/// so the source is the same memory.
+std::vector<uint8_t> pixelsBySwscale(const RgbImage& image, AVPixelFormat format) {
+    const FramePointer frame = test::makeFrame(format, image.cols(), image.rows());
+    const test::ScalerPointer scaler(sws_getContext(image.cols(), image.rows(), AV_PIX_FMT_RGB24,
+                                                    image.cols(), image.rows(), format, SWS_BICUBIC,
+                                                    nullptr, nullptr, nullptr));
+    const uint8_t* const rows[4] = {reinterpret_cast<const uint8_t*>(image.data())};
+    const int strides[4] = {3 * image.cols()};
+    sws_scale(scaler.get(), rows, strides, 0, image.rows(), frame->data, frame->linesize);
+    return pixelsOf(*frame);
+}
+
+TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfTheImage) {
+    for (int height = 1; height <= 20; ++height) {
+        for (int width = 1; width <= 40; ++width) {
+            const RgbImage image = noiseImage(height, width);
+            ASSERT_EQ(pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
+                << width << " x " << height;
+        }
+    }
+}
+
+TEST_P(SWScaleEncoderTest, WhatIsConvertedBackLooksTheSame) {
+    RgbImage image(Vec<int, 2>(36, 54));
+    std::fill_n(image.data(), image.count, Vec<uint8_t, 3>(200, 120, 40));
+    const auto back = convert(*encode(image), Target::RGB);
+    for (int i = 0; i < image.count; ++i) {
+        const uint8_t* pixel = rgbOf(back).plane.data() + 3 * i;
+        ASSERT_NEAR(pixel[0], 200, 3) << "pixel " << i;
+        ASSERT_NEAR(pixel[1], 120, 3) << "pixel " << i;
+        ASSERT_NEAR(pixel[2], 40, 3) << "pixel " << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, SWScaleEncoderTest,
+                         ::testing::Values("yuv420p", "yuvj420p", "yuv444p", "nv12", "rgb24"));
+
+} // namespace
+} // namespace tio

@@ -1,0 +1,74 @@
+#include "media/ClipMaker.h"
+#include "media/Picture.h"
+#include "media/TemporaryFolder.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+
+using tio::test::ClipPlan;
+
+namespace {
+
+/// Runs the example programs as their reader would, on a clip of 25 numbered pictures.
+class Examples : public testing::Test {
+protected:
+    static constexpr int frameCount = 25;
+
+    Examples() { tio::test::makeClip(clip, ClipPlan{}); }
+
+    /// Runs an example with arguments; what it prints goes to the file `output`.
+    int run(const std::string& example, const std::string& arguments) const {
+        const std::string command =
+            TARN_EXAMPLES "/" + example + " " + arguments + " > " + output + " 2>&1";
+        return std::system(command.c_str()); // NOLINT(cert-env33-c): fixed names, no outside input
+    }
+
+    static std::string contentOf(const std::string& path) {
+        std::ostringstream content;
+        content << std::ifstream(path, std::ios::binary).rdbuf();
+        return content.str();
+    }
+
+    tio::test::TemporaryFolder folder;
+    std::string clip = folder.file("clip.mp4");
+    std::string output = folder.file("output");
+};
+
+TEST_F(Examples, ReadFramesPrintsTimeAndSizeOfEveryPicture) {
+    ASSERT_EQ(run("read_frames", clip), 0);
+    const auto lines = contentOf(output);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), frameCount);
+    EXPECT_EQ(lines.substr(0, lines.find('\n')), "0/1 s: 96 x 64");
+    EXPECT_EQ(lines.substr(lines.rfind('\n', lines.size() - 2) + 1), "24/25 s: 96 x 64\n");
+}
+
+TEST_F(Examples, ReadFramesSaysWhichFileIsMissing) {
+    const auto missing = folder.file("none.mp4");
+    EXPECT_NE(run("read_frames", missing), 0);
+    EXPECT_EQ(contentOf(output), "No such file or directory: " + missing + "\n");
+}
+
+TEST_F(Examples, SeekFrameWritesThePictureOfThatNumber) {
+    const auto picture = folder.file("picture.ppm");
+    ASSERT_EQ(run("seek_frame", clip + " 17 " + picture), 0);
+    const std::string header = "P6\n96 64\n255\n";
+    const auto content = contentOf(picture);
+    ASSERT_EQ(content.substr(0, header.size()), header);
+    ASSERT_EQ(content.size(), header.size() + 96 * 64 * 3);
+    const auto* pixels = reinterpret_cast<const uint8_t*>(content.data() + header.size());
+    EXPECT_EQ(tio::test::readPictureNumber(pixels, 96, 64), 17);
+}
+
+TEST_F(Examples, StoreIndexWritesOneEntryPerPictureAndUsesThem) {
+    const auto index = folder.file("clip.index");
+    ASSERT_EQ(run("store_index", clip + " " + index), 0);
+    EXPECT_EQ(std::filesystem::file_size(index), 8u * (1 + frameCount));
+    EXPECT_EQ(contentOf(output), "the last of 25 pictures is shown at 24/25 s\n");
+}
+
+} // namespace
