@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Input.h"
+
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tio::tool {
+
+struct Size {
+    int width = 0;
+    int height = 0;
+};
+
+struct StreamFacts {
+    ffmpeg::StreamType type = ffmpeg::StreamType::Unknown;
+    std::string codec;
+    ffmpeg::Rational timeBase;                // seconds per tick
+    std::optional<ffmpeg::Rational> duration; // seconds, where the container states it
+    std::optional<Size> codedSize;            // as the pictures are stored
+    std::optional<Size> uprightSize;          // as they are shown
+    int rotation = 0;                         // degrees clockwise from the one to the other
+    std::optional<int64_t> frames;            // only where they were counted
+};
+
+/// What a clip holds, as far as it can be told without decoding pictures.
+struct ClipFacts {
+    std::string file;
+    std::string container;
+    bool ptsSeekable = false;
+    std::optional<int> bestVideo;
+    std::optional<int> bestAudio;
+    std::vector<StreamFacts> streams;
+};
+
+/// Opens the clip and looks. The frames of the best video stream are counted when `count` says so,
+/// by one pass over the clip, or for free from an index.
+[[nodiscard]] ClipFacts gatherFacts(const InputOptions& input, bool count);
+
+} // namespace tio::tool

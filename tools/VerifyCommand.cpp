@@ -1,0 +1,230 @@
+#include "Commands.h"
+#include "PictureDigest.h"
+#include "Progress.h"
+
+#include <TARN/videoio/VideoStreamDecoder.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <utility>
+#include <vector>
+
+namespace tio::tool {
+
+namespace {
+
+constexpr uint64_t shuffleSeed = 20240613;
+constexpr size_t shownDisagreements = 5;
+
+// Reading on after a failure skips what failed. A stream in which this many reads fail in a row is
+// taken to have nothing more to give.
+constexpr int toleratedFailures = 100;
+
+struct VerifyOptions {
+    std::optional<int64_t> samples; // frames per order; all without it
+};
+
+/// What one reading of a frame gave.
+struct Reading {
+    uint64_t digest = 0;
+    ffmpeg::Rational time;
+    std::string failure; // why there is no picture, when there is none
+
+    [[nodiscard]] bool agreesWith(const Reading& other) const {
+        return failure.empty() && other.failure.empty() && digest == other.digest &&
+               time == other.time;
+    }
+};
+
+struct Disagreement {
+    int64_t number;
+    Reading got;
+};
+
+Reading readFrame(ffmpeg::VideoStreamDecoder& decoder) {
+    const auto picture = decoder.readNextFrame();
+    if (!picture.frame)
+        return {0, {}, "the end of the clip"};
+    return {pictureDigest(picture.frame->toRgb()), picture.timestamp, {}};
+}
+
+std::unique_ptr<ffmpeg::VideoStreamDecoder> openDecoder(const InputOptions& input) {
+    auto decoder = std::make_unique<ffmpeg::VideoStreamDecoder>(openInput(input.url),
+                                                                ffmpeg::PixelFormat::RGB);
+    loadIndex(*decoder, input.index);
+    return decoder;
+}
+
+/// Reads a clip forward, then frame by frame in other orders, and compares.
+class Verification {
+public:
+    explicit Verification(const Program& ofProgram)
+        : program(ofProgram), seeking(openDecoder(program.input)) {}
+
+    void readForward();
+    void compareCount();
+    void compareOrder(const std::string& name, const std::vector<int64_t>& numbers,
+                      const std::string& remark);
+
+    [[nodiscard]] int64_t frameCount() const { return static_cast<int64_t>(forward.size()); }
+    [[nodiscard]] bool allAgree() const { return agree; }
+
+private:
+    [[nodiscard]] Reading readBySeek(int64_t number);
+    void reportDisagreement(const Disagreement& disagreement) const;
+    void report(const std::string& line) const;
+
+    const Program& program;
+    std::unique_ptr<ffmpeg::VideoStreamDecoder> seeking;
+    std::vector<Reading> forward; // by frame number
+    bool agree = true;
+};
+
+void Verification::report(const std::string& line) const {
+    if (!program.quiet)
+        std::cout << oneLine(line) << std::endl;
+}
+
+void Verification::readForward() {
+    const auto decoder = openDecoder({program.input.url, {}});
+    std::string failure;
+    int64_t failures = 0;
+    {
+        Progress progress("forward", std::nullopt, program.quiet);
+        for (int inARow = 0; inARow < toleratedFailures;) {
+            try {
+                Reading frame = readFrame(*decoder);
+                if (!frame.failure.empty())
+                    break;
+                forward.push_back(std::move(frame));
+                progress.advance();
+                inARow = 0;
+            } catch (const std::exception& error) {
+                ++inARow;
+                ++failures;
+                failure = reasonOf(error, program.input.url);
+            }
+        }
+    }
+    if (forward.empty())
+        throw Failure(ExitCode::Input, program.input.url,
+                      failures > 0 ? failure : "reading gives no picture that has a time");
+    report("forward:  " + std::to_string(forward.size()) + " frames read");
+    if (failures > 0) {
+        agree = false;
+        report("  " + std::to_string(failures) + " reads failed, the last one with: " + failure);
+    }
+}
+
+void Verification::compareCount() {
+    try {
+        const int64_t count = seeking->getFrameCount();
+        const bool same = count == frameCount();
+        report("count:    the index has " + std::to_string(count) + " frames" +
+               (same ? "" : ", but reading gave " + std::to_string(frameCount())));
+        agree = agree && same;
+    } catch (const std::exception& error) {
+        agree = false;
+        report("count:    no index: " + reasonOf(error, program.input.url));
+    }
+}
+
+Reading Verification::readBySeek(int64_t number) {
+    try {
+        seeking->seek(number);
+        return readFrame(*seeking);
+    } catch (const std::exception& error) {
+        return {0, {}, reasonOf(error, program.input.url)};
+    }
+}
+
+void Verification::compareOrder(const std::string& name, const std::vector<int64_t>& numbers,
+                                const std::string& remark) {
+    std::vector<Disagreement> shown;
+    size_t disagreements = 0;
+    {
+        Progress progress(name, static_cast<int64_t>(numbers.size()), program.quiet);
+        for (const int64_t number : numbers) {
+            Reading got = readBySeek(number);
+            progress.advance();
+            if (got.agreesWith(forward[static_cast<size_t>(number)]))
+                continue;
+            if (++disagreements <= shownDisagreements)
+                shown.push_back({number, std::move(got)});
+        }
+    }
+    agree = agree && disagreements == 0;
+    report(name + ':' + std::string(9 - name.size(), ' ') +
+           std::to_string(numbers.size() - disagreements) + " of " +
+           std::to_string(numbers.size()) + " frames agree" + remark);
+    for (const Disagreement& disagreement : shown)
+        reportDisagreement(disagreement);
+    if (disagreements > shown.size())
+        report("  and " + std::to_string(disagreements - shown.size()) + " more");
+}
+
+void Verification::reportDisagreement(const Disagreement& disagreement) const {
+    const Reading& expected = forward[static_cast<size_t>(disagreement.number)];
+    const Reading& got = disagreement.got;
+    std::string line = "  frame " + std::to_string(disagreement.number) + ": expected time " +
+                       text(expected.time) + " s, got ";
+    if (!got.failure.empty())
+        line += "no picture: " + got.failure;
+    else
+        line += text(got.time) + " s, " +
+                (got.digest == expected.digest ? "the same picture" : "another picture");
+    report(line);
+}
+
+/// Frame numbers in descending order: all of them, or `samples` of them spread evenly.
+std::vector<int64_t> descendingNumbers(int64_t count, std::optional<int64_t> samples) {
+    const int64_t wanted = std::min(count, samples.value_or(count));
+    std::vector<int64_t> numbers;
+    for (int64_t step = wanted - 1; step >= 0; --step)
+        numbers.push_back(wanted == 1 ? 0 : step * (count - 1) / (wanted - 1));
+    return numbers;
+}
+
+// Written out, because the order that std::shuffle gives differs between standard libraries.
+void shuffle(std::vector<int64_t>& numbers) {
+    std::mt19937_64 random(shuffleSeed);
+    for (size_t left = numbers.size(); left > 1; --left)
+        std::swap(numbers[left - 1], numbers[random() % left]);
+}
+
+ExitCode runVerify(const Program& program, const VerifyOptions& options) {
+    Verification verification(program);
+    verification.readForward();
+    verification.compareCount();
+    auto numbers = descendingNumbers(verification.frameCount(), options.samples);
+    verification.compareOrder("reverse", numbers, "");
+    shuffle(numbers);
+    verification.compareOrder("shuffled", numbers, " (seed " + std::to_string(shuffleSeed) + ")");
+    return verification.allAgree() ? ExitCode::Success : ExitCode::Differences;
+}
+
+constexpr const char* footer =
+    R"(Every frame is read forward; then each is sought and read once more, in reverse
+and in a shuffled order, and has to have the same picture and the same time.
+The exit code is 0 when all agree, and 1 when one does not, when one access
+fails, or when the index counts other than reading does.)";
+
+} // namespace
+
+void addVerifyCommand(CLI::App& app, Program& program) {
+    auto options = std::make_shared<VerifyOptions>();
+    CLI::App& command =
+        addCommand(app, program, "verify", "Check that every frame can be sought exactly",
+                   [&program, options] { return runVerify(program, *options); });
+    command
+        .add_option("--samples", options->samples,
+                    "Seek this many frames per order, spread evenly [all]")
+        ->check(atLeast(1))
+        ->type_name("N");
+    addIndexOption(command, program, "Seek with a stored index");
+    command.footer(footer);
+}
+
+} // namespace tio::tool

@@ -1,0 +1,127 @@
+#include "Commands.h"
+#include "Interruption.h"
+
+#include <TARN/logging/log.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
+#include <system_error>
+
+namespace tio::tool {
+
+CLI::App& addCommand(CLI::App& app, Program& program, const std::string& name,
+                     const std::string& description, std::function<ExitCode()> run) {
+    CLI::App& command = *app.add_subcommand(name, description);
+    command.add_option("URL", program.input.url, "Clip: a file, or an rtsp:// URL")
+        ->required()
+        ->type_name("");
+    command.add_flag("-q,--quiet", program.quiet, "Print errors, and what was asked for, only");
+    command.add_flag("-v,--verbose", program.verbose,
+                     "Print the log of the library and of FFmpeg to standard error");
+    command.callback([&program, run = std::move(run)] { program.command = run; });
+    return command;
+}
+
+void addIndexOption(CLI::App& command, Program& program, const std::string& description) {
+    command.add_option("--index", program.input.index, description)->type_name("FILE");
+}
+
+CLI::Validator atLeast(int64_t least) {
+    return CLI::Range(least, int64_t{1} << 62).description("");
+}
+
+namespace {
+
+constexpr const char* description =
+    "Looks into video clips, takes frames out by number, and checks that seeking is exact.";
+
+constexpr const char* footer = R"(Examples:
+  tarn-videoio info clip.mp4
+  tarn-videoio info clip.mp4 --json --count
+  tarn-videoio frames clip.mp4 -o frames --from 100 --to 199 --every 10
+  tarn-videoio frames clip.mp4 --frame 42 -o frame42.ppm
+  tarn-videoio index clip.mp4 -o clip.index
+  tarn-videoio verify clip.mp4 --index clip.index
+
+Exit codes:
+  0    success
+  1    verify found frames that disagree
+  2    wrong usage
+  3    a clip or an index cannot be read, or has no such frame
+  4    output cannot be written
+  130  interrupted by Ctrl-C (other signals: 128 and the signal's number)
+
+"tarn-videoio COMMAND --help" explains a command.)";
+
+// The library reports each failure as an exception too, which becomes the one line that the user
+// reads. The log beside it is for those who ask.
+void setUpLogging(bool verbose) {
+    // The library notes damaged packets that it passes over on std::cerr, beside its log. The
+    // program's own lines go through stdio.
+    if (!verbose)
+        std::cerr.rdbuf(nullptr);
+    log::setSink([verbose](const std::string& logger, log::Level level, const std::string& text) {
+        if (!verbose)
+            return;
+        // FFmpeg's lines end in a line end or a zero character.
+        const size_t end = text.find_last_not_of(std::string("\n\r\0", 3));
+        const std::string line = logger + ' ' + std::to_string(static_cast<int>(level)) + ": " +
+                                 oneLine(text.substr(0, end + 1)) + '\n';
+        std::fputs(line.c_str(), stderr);
+    });
+}
+
+// What is left in the buffer of standard output may be what does not fit on a full disk.
+void flushStandardOutput() {
+    errno = 0;
+    std::cout.flush();
+    if (!std::cout) {
+        const std::string reason =
+            errno != 0 ? std::generic_category().message(errno) : "Cannot be written";
+        throw Failure(ExitCode::Output, "standard output", reason);
+    }
+}
+
+int runProgram(int argc, char** argv) {
+    CLI::App app{description, "tarn-videoio"};
+    app.footer(footer);
+    app.set_version_flag("--version", "tarn-videoio " TARN_VERSION);
+    app.require_subcommand(1);
+    Program program;
+    addInfoCommand(app, program);
+    addFramesCommand(app, program);
+    addIndexCommand(app, program);
+    addVerifyCommand(app, program);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& request) { // --help or --version
+        app.exit(request);
+        flushStandardOutput();
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        printError(std::string(error.what()) + "; see tarn-videoio --help");
+        return static_cast<int>(ExitCode::Usage);
+    }
+    setUpLogging(program.verbose);
+    const ExitCode code = reading(program.input.url, program.command);
+    flushStandardOutput();
+    return static_cast<int>(code);
+}
+
+} // namespace
+
+} // namespace tio::tool
+
+int main(int argc, char** argv) {
+    using namespace tio::tool;
+    endCleanlyOnSignals();
+    try {
+        return runProgram(argc, argv);
+    } catch (const Failure& failure) {
+        // What was found out before it is still an answer.
+        std::cout.flush();
+        printError(failure.what());
+        return static_cast<int>(failure.code());
+    }
+}

@@ -1,0 +1,154 @@
+#include "ProgramRun.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/TemporaryFolder.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace tio::test;
+using testing::StartsWith;
+
+namespace {
+
+void expectOneLineAbout(const ProgramResult& result, const std::string& file) {
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + file + ": "));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+class EveryCommandTest : public testing::TestWithParam<const char*> {
+protected:
+    ProgramResult run(const std::string& clip) {
+        std::vector<std::string> arguments = {GetParam(), clip};
+        if (arguments[0] == "frames" || arguments[0] == "index") {
+            arguments.emplace_back("-o");
+            arguments.push_back(output);
+        }
+        return runProgram(arguments);
+    }
+
+    TemporaryFolder folder;
+    std::string output = folder.file("output");
+};
+
+TEST_P(EveryCommandTest, NamesAFileThatDoesNotExist) {
+    const std::string clip = folder.file("absent.mp4");
+    const ProgramResult result = run(clip);
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": No such file or directory\n");
+}
+
+TEST_P(EveryCommandTest, NamesAFileThatIsNoClip) {
+    const std::string clip = folder.file("letter.txt");
+    writeBytes(clip, {'D', 'e', 'a', 'r', ' ', 'r', 'e', 'a', 'd', 'e', 'r'});
+    const ProgramResult result = run(clip);
+    EXPECT_EQ(result.exitCode, 3);
+    expectOneLineAbout(result, clip);
+}
+
+TEST_P(EveryCommandTest, LeavesNoOutputBehindAFailure) {
+    const std::string clip = folder.file("letter.txt");
+    writeBytes(clip, {'D', 'e', 'a', 'r', ' ', 'r', 'e', 'a', 'd', 'e', 'r'});
+    static_cast<void>(run(clip));
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+TEST_P(EveryCommandTest, KeepsTheErrorOnOneLineWhateverTheFileIsCalled) {
+    const ProgramResult result = run(folder.file("two\nlines.mp4"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, EveryCommandTest,
+                         testing::Values("info", "frames", "index", "verify"));
+
+class ErrorReportTest : public testing::Test {
+protected:
+    void SetUp() override { makeClip(clip, {}); }
+
+    TemporaryFolder folder;
+    std::string clip = folder.file("clip.mp4");
+};
+
+TEST_F(ErrorReportTest, NamesAFolderThatCannotBeMade) {
+    const std::string output = clip + "/frames";
+    const ProgramResult result = runProgram({"frames", clip, "-o", output});
+    EXPECT_EQ(result.exitCode, 4);
+    expectOneLineAbout(result, output);
+}
+
+TEST_F(ErrorReportTest, NamesAFileInPlaceOfTheFolder) {
+    const ProgramResult result = runProgram({"frames", clip, "-o", clip});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": Not a directory\n");
+}
+
+TEST_F(ErrorReportTest, NamesAFolderInPlaceOfTheFile) {
+    const std::string output = folder.path().string();
+    const ProgramResult result = runProgram({"index", clip, "-o", output});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: " + output + ": Is a directory\n");
+}
+
+TEST_F(ErrorReportTest, NamesAFileWhoseFolderIsMissing) {
+    const std::string output = folder.file("absent/clip.index");
+    const ProgramResult result = runProgram({"index", clip, "-o", output});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: " + output + ": No such file or directory\n");
+}
+
+TEST_F(ErrorReportTest, TellsThatTheDiskIsFull) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"index", clip, "-o", "/dev/full"},
+          std::vector<std::string>{"frames", clip, "--frame", "0", "-o", "/dev/full"}}) {
+        const ProgramResult result = runProgram(arguments);
+        EXPECT_EQ(result.exitCode, 4) << arguments[0];
+        EXPECT_EQ(result.err, "tarn-videoio: /dev/full: No space left on device\n");
+    }
+}
+
+TEST_F(ErrorReportTest, LeavesNoPartOfAFileThatCannotBeCompleted) {
+    const std::string frames = folder.file("frames");
+    ProgramSetup setup;
+    setup.fileSizeLimit = 1000; // a picture has more bytes
+    const ProgramResult result = runProgram({"frames", clip, "-o", frames}, setup);
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: " + frames + "/frame-000000.ppm: File too large\n");
+    EXPECT_TRUE(std::filesystem::is_empty(frames));
+}
+
+TEST_F(ErrorReportTest, TellsThatStandardOutputCannotBeWritten) {
+    ProgramSetup setup;
+    setup.standardOutput = "/dev/full";
+    const ProgramResult result = runProgram({"info", clip}, setup);
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: standard output: No space left on device\n");
+}
+
+class WrongUsageTest : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(WrongUsageTest, SaysWhatIsWrongInOneLine) {
+    const ProgramResult result = runProgram(GetParam());
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: "));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arguments, WrongUsageTest,
+    testing::Values(
+        std::vector<std::string>{}, std::vector<std::string>{"play", "clip.mp4"},
+        std::vector<std::string>{"info"}, std::vector<std::string>{"info", "clip.mp4", "other.mp4"},
+        std::vector<std::string>{"info", "clip.mp4", "--fast"},
+        std::vector<std::string>{"index", "clip.mp4"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--every", "0"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--from", "-1"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--from", "one"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--format", "gif"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--frame", "1", "--to", "2"},
+        std::vector<std::string>{"frames", "clip.mp4", "-o", "x", "--from", "2", "--to", "1"},
+        std::vector<std::string>{"verify", "clip.mp4", "--samples", "0"}));
+
+} // namespace

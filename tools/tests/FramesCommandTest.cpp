@@ -1,0 +1,225 @@
+#include "PpmFile.h"
+#include "ProgramRun.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/Oracle.h"
+#include "media/TemporaryFolder.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+
+using namespace tio::test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class FramesCommandTest : public testing::Test {
+protected:
+    std::string make(const std::string& name, const ClipPlan& plan) {
+        makeClip(folder.file(name), plan);
+        return folder.file(name);
+    }
+
+    /// Runs the command with `more` arguments into the folder `frames`.
+    ProgramResult take(const std::string& clip, std::vector<std::string> more = {}) {
+        std::vector<std::string> arguments = {"frames", clip, "-o", frames};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return runProgram(arguments);
+    }
+
+    /// Every file of the folder `frames`, and the number that its picture shows.
+    std::map<std::string, int> numbersInFiles() {
+        std::map<std::string, int> numbers;
+        for (const auto& entry : fs::directory_iterator(frames))
+            numbers[entry.path().filename()] = pictureNumberIn(entry.path());
+        return numbers;
+    }
+
+    TemporaryFolder folder;
+    std::string frames = folder.file("frames");
+};
+
+ClipPlan longClip(const std::string& format) {
+    ClipPlan plan;
+    plan.format = format;
+    plan.frameCount = 400;
+    return plan;
+}
+
+TEST_F(FramesCommandTest, WritesEveryFrameUnderItsNumber) {
+    ClipPlan plan;
+    plan.frameCount = 3;
+    ASSERT_EQ(take(make("clip.mp4", plan)).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000000.ppm", 0), Pair("frame-000001.ppm", 1),
+                            Pair("frame-000002.ppm", 2)));
+}
+
+TEST_F(FramesCommandTest, WritesTheDecodedPictureByteForByte) {
+    const std::string clip = make("clip.mp4", {});
+    OracleOptions options;
+    options.keepPixels = true;
+    const std::vector<OracleFrame> expected = oracleFrames(clip, options);
+    ASSERT_EQ(take(clip).exitCode, 0);
+    for (size_t number : {size_t{0}, size_t{13}, size_t{24}}) {
+        char name[32];
+        std::snprintf(name, sizeof name, "/frame-%06zu.ppm", number);
+        EXPECT_EQ(readPpmFile(frames + name).pixels, expected.at(number).pixels) << number;
+    }
+}
+
+TEST_F(FramesCommandTest, TakesEveryKthFrameUpToTheLastOneIncluded) {
+    ASSERT_EQ(take(make("clip.mp4", {}), {"--from", "3", "--to", "15", "--every", "4"}).exitCode,
+              0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000003.ppm", 3), Pair("frame-000007.ppm", 7),
+                            Pair("frame-000011.ppm", 11), Pair("frame-000015.ppm", 15)));
+}
+
+TEST_F(FramesCommandTest, StopsBeforeAStepThatPassesTheLastOne) {
+    ASSERT_EQ(take(make("clip.mp4", {}), {"--from", "20", "--to", "23", "--every", "2"}).exitCode,
+              0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000020.ppm", 20), Pair("frame-000022.ppm", 22)));
+}
+
+struct Format {
+    const char* muxer;
+    const char* encoder;
+    int maxBFrames;
+
+    friend void PrintTo(const Format& format, std::ostream* out) { *out << format.muxer; }
+};
+
+class FarFramesTest : public FramesCommandTest, public testing::WithParamInterface<Format> {};
+
+TEST_P(FarFramesTest, KeepsNumbersRightAcrossSeeks) {
+    ClipPlan plan = longClip(GetParam().muxer);
+    plan.encoder = GetParam().encoder;
+    plan.maxBFrames = GetParam().maxBFrames;
+    const std::string clip = make("clip", plan);
+    ASSERT_EQ(take(clip, {"--from", "100", "--every", "113"}).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000100.ppm", 100), Pair("frame-000213.ppm", 213),
+                            Pair("frame-000326.ppm", 326)));
+}
+
+// AVI has no presentation times, so B-frames in it have no order, and it cannot be sought in.
+INSTANTIATE_TEST_SUITE_P(Containers, FarFramesTest,
+                         testing::Values(Format{"mp4", "libx264", 2},
+                                         Format{"matroska", "libx264", 2},
+                                         Format{"mpegts", "libx264", 2},
+                                         Format{"flv", "libx264", 2}, Format{"avi", "mpeg4", 0}));
+
+// In a transport stream a seek ends at any packet, and this decoder gives pictures from there on
+// that have the right times but lack what they build on.
+TEST_F(FramesCommandTest, DoesNotStartBetweenKeyFrames) {
+    ClipPlan plan = longClip("mpegts");
+    plan.encoder = "mpeg4";
+    plan.maxBFrames = 0;
+    plan.gopSize = 100;
+    const std::string clip = make("clip.ts", plan);
+    const std::string picture = folder.file("picture.ppm");
+    OracleOptions options;
+    options.keepPixels = true;
+    ASSERT_EQ(runProgram({"frames", clip, "--frame", "290", "-o", picture}).exitCode, 0);
+    EXPECT_EQ(readPpmFile(picture).pixels, oracleFrames(clip, options).at(290).pixels);
+}
+
+TEST_F(FramesCommandTest, TurnsPicturesUpright) {
+    ClipPlan plan;
+    plan.rotation = 90;
+    const std::string picture = folder.file("picture.ppm");
+    ASSERT_EQ(
+        runProgram({"frames", make("clip.mp4", plan), "--frame", "17", "-o", picture}).exitCode, 0);
+    EXPECT_EQ(readPpmFile(picture).width, 64);
+    EXPECT_EQ(readPpmFile(picture).height, 96);
+    EXPECT_EQ(pictureNumberIn(picture, 1), 17);
+}
+
+TEST_F(FramesCommandTest, SaysWhereASingleFrameIsAndWhenItIsShown) {
+    const std::string picture = folder.file("picture.ppm");
+    const ProgramResult result =
+        runProgram({"frames", make("clip.mp4", {}), "--frame", "5", "-o", picture});
+    EXPECT_EQ(result.out, picture + ": frame 5 at 1/5 s\n");
+}
+
+TEST_F(FramesCommandTest, SeeksWithAStoredIndex) {
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    const std::string index = folder.file("clip.index");
+    ASSERT_EQ(runProgram({"index", clip, "-o", index}).exitCode, 0);
+    const ProgramResult result = take(clip, {"--from", "398", "--index", index});
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000398.ppm", 398), Pair("frame-000399.ppm", 399)));
+}
+
+TEST_F(FramesCommandTest, KeepsNumbersRightUnderTheIndexOfAnotherClip) {
+    ClipPlan slower = longClip("mp4");
+    slower.distance = 3;
+    const std::string index = folder.file("other.index");
+    ASSERT_EQ(runProgram({"index", make("other.mp4", slower), "-o", index}).exitCode, 0);
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    const ProgramResult result = take(clip, {"--from", "300", "--to", "300", "--index", index});
+    EXPECT_THAT(result.err, HasSubstr(clip + ": counting frames from the start"));
+    EXPECT_THAT(numbersInFiles(), ElementsAre(Pair("frame-000300.ppm", 300)));
+}
+
+TEST_F(FramesCommandTest, MakesTheFolderWithItsParents) {
+    frames = folder.file("some/where/deep");
+    EXPECT_EQ(take(make("clip.mp4", {}), {"--to", "0"}).exitCode, 0);
+    EXPECT_EQ(numbersInFiles().size(), 1);
+}
+
+TEST_F(FramesCommandTest, ReplacesAFileOfTheSameName) {
+    fs::create_directory(frames);
+    writeBytes(frames + "/frame-000000.ppm", {1, 2, 3});
+    ASSERT_EQ(take(make("clip.mp4", {}), {"--to", "0"}).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(), ElementsAre(Pair("frame-000000.ppm", 0)));
+}
+
+class MissingFrameTest : public FramesCommandTest,
+                         public testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(MissingFrameTest, NamesTheClipAndTheFramesThatThereAre) {
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    const ProgramResult result = take(clip, GetParam());
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + clip + ": there is no frame 400: frames run from 0 to 399\n");
+    EXPECT_FALSE(fs::exists(frames));
+}
+
+INSTANTIATE_TEST_SUITE_P(Arguments, MissingFrameTest,
+                         testing::Values(std::vector<std::string>{"--from", "400"},
+                                         std::vector<std::string>{"--frame", "400"},
+                                         std::vector<std::string>{"--from", "390", "--to", "400"}));
+
+TEST_F(FramesCommandTest, WritesTheFramesThereAreBeforeItMissesTheLast) {
+    const ProgramResult result = take(make("clip.mp4", {}), {"--from", "20", "--to", "25"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.err, HasSubstr("there is no frame 25: frames run from 0 to 24"));
+    EXPECT_EQ(numbersInFiles().size(), 5);
+}
+
+TEST_F(FramesCommandTest, RefusesAFormatThatItCannotWrite) {
+    const ProgramResult result = take(make("clip.mp4", {}), {"--format", "png"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.err, HasSubstr("--format ppm"));
+    EXPECT_FALSE(fs::exists(frames));
+}
+
+TEST_F(FramesCommandTest, DoesNotHideAnotherFormatBehindAKnownExtension) {
+    const std::string picture = folder.file("picture.PNG");
+    EXPECT_EQ(runProgram({"frames", make("clip.mp4", {}), "--frame", "0", "-o", picture}).exitCode,
+              2);
+    EXPECT_FALSE(fs::exists(picture));
+}
+
+} // namespace

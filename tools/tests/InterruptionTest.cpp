@@ -1,0 +1,91 @@
+#include "ProgramRun.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/TemporaryFolder.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace tio::test;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto moment = std::chrono::microseconds(200);
+
+/// A folder into which the program writes pictures large enough to catch it at it.
+class InterruptionTest : public testing::TestWithParam<int> {
+protected:
+    void makeLargeClip() {
+        ClipPlan plan;
+        plan.width = 3840;
+        plan.height = 2160;
+        plan.frameCount = 60;
+        plan.encoderOptions = {{"preset", "ultrafast"}};
+        makeClip(clip, plan);
+    }
+
+    [[nodiscard]] bool holdsPartialFile() const {
+        for (const auto& entry : fs::directory_iterator(frames)) {
+            if (entry.path().extension() == ".part")
+                return true;
+        }
+        return false;
+    }
+
+    /// Stops the program in the middle of writing a file.
+    /// @returns false when it came to its end before that
+    bool catchWriting(RunningProgram& program) const {
+        while (!program.hasEnded()) {
+            std::this_thread::sleep_for(moment);
+            if (!holdsPartialFile())
+                continue;
+            program.send(SIGSTOP);
+            std::this_thread::sleep_for(10 * moment); // a stop is not immediate
+            if (holdsPartialFile())
+                return true;
+            program.send(SIGCONT);
+        }
+        return false;
+    }
+
+    TemporaryFolder folder;
+    std::string clip = folder.file("clip.mp4");
+    std::string frames = folder.file("frames");
+};
+
+TEST_P(InterruptionTest, RemovesTheFileThatIsBeingWritten) {
+    makeLargeClip();
+    fs::create_directory(frames);
+    RunningProgram program({"frames", clip, "-o", frames});
+    ASSERT_TRUE(catchWriting(program));
+    program.send(GetParam());
+    program.send(SIGCONT);
+    EXPECT_EQ(program.result().exitCode, 128 + GetParam());
+    const auto wholeFile = std::string("P6\n3840 2160\n255\n").size() + size_t{3} * 3840 * 2160;
+    for (const auto& entry : fs::directory_iterator(frames)) {
+        EXPECT_EQ(entry.path().extension(), ".ppm");
+        EXPECT_EQ(entry.file_size(), wholeFile) << entry.path();
+    }
+}
+
+TEST_P(InterruptionTest, EndsAReadThatIsStuck) {
+    const std::string pipe = folder.file("clip.ts");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    RunningProgram program({"frames", pipe, "-o", frames});
+    const int writer = ::open(pipe.c_str(), O_WRONLY); // returns when the program reads
+    ASSERT_GE(writer, 0);
+    program.send(GetParam());
+    EXPECT_EQ(program.result().exitCode, 128 + GetParam());
+    ::close(writer);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptionTest, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+} // namespace
