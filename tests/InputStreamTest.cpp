@@ -117,6 +117,16 @@ TEST_F(InputStreamTest, SeeksStraightToAPtsWhereTheInputSeeksByPts) {
     EXPECT_TRUE(log.contains("root", 1, "max pts dts diff is 0"));
 }
 
+TEST_F(InputStreamTest, SeeksOnceMoreWhenAnMp4LandsBehindTheWantedPicture) {
+    auto stream = open(clip());
+    // The script seeks by dts, as the MP4 demuxer does without an edit list: 10 leads too far.
+    test::PacketScript script({{6, 4}, {8, 5, 0}, {7, 6, 0}, {12, 10}, {10, 11, 0}});
+    EXPECT_EQ(stream->seekToOrBefore(3), 1);
+    EXPECT_EQ(script.seekTargets[script.seekTargets.size() - 2], 10);
+    EXPECT_EQ(script.seekTargets.back(), 10 - (12 - 10));
+    EXPECT_EQ(stream->getNextPacket()->getPacket().pts, 7);
+}
+
 TEST_F(InputStreamTest, PassesTheDemuxersSeekByPtsBitOnInTheSeekFlags) {
     auto byPts = open(clip());
     auto byDts = openDtsSeekable();

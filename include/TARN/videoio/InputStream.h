@@ -86,6 +86,7 @@ private:
     void recordPacket(int64_t& lastPts, bool ptsSeekable) const;
     void finishIndex() const;
     int64_t seekToFrame(int64_t frame) const;
+    int64_t seekToTimestamp(int64_t timestamp) const;
     void checkFrameNumber(int64_t frame) const;
 
     // Queries make the index on first need, so what it consists of is mutable.

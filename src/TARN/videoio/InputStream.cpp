@@ -169,10 +169,19 @@ void InputStream::checkFrameNumber(int64_t frame) const {
 int64_t InputStream::seekToFrame(int64_t frame) const {
     buildIndexWhenMissing();
     checkFrameNumber(frame);
+    const int64_t wanted = frameNumToTimestamp[static_cast<size_t>(frame)];
+    const int64_t landed = seekToTimestamp(wrappingDifference(wanted, maxPtsDtsDifference));
+    // The MP4 demuxer says that it seeks by pts, but without an edit list its index counts in dts,
+    // and a seek may land on a key frame behind the wanted picture. Once more, by the difference.
+    if (landed > wanted && packet->dts != AV_NOPTS_VALUE && packet->dts < landed &&
+        context()->isPtsSeekable())
+        return seekToTimestamp(wrappingDifference(wanted, landed - packet->dts));
+    return landed;
+}
+
+int64_t InputStream::seekToTimestamp(int64_t timestamp) const {
     av_packet_unref(packet.get());
-    const int64_t target =
-        wrappingDifference(frameNumToTimestamp[static_cast<size_t>(frame)], maxPtsDtsDifference);
-    context()->seekStreamToOrBefore(target, streamIndex);
+    context()->seekStreamToOrBefore(timestamp, streamIndex);
     return readPacket() ? packet->pts : AV_NOPTS_VALUE;
 }
 
