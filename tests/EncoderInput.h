@@ -1,5 +1,6 @@
 #pragma once
 
+#include "media/Ffmpeg.h"
 #include "media/Picture.h"
 
 #include <TARN/core/Mat.h>
@@ -7,11 +8,7 @@
 #include <TARN/videoio/AudioPacketEncoder.h>
 #include <TARN/videoio/VideoPacketEncoder.h>
 
-extern "C" {
-#include <libavutil/frame.h>
-}
-
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 

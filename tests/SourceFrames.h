@@ -10,7 +10,6 @@ extern "C" {
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <random>
 #include <vector>
 
 /// @file
@@ -29,24 +28,24 @@ inline FramePointer makeFrame(AVPixelFormat format, int width, int height) {
 }
 
 /// Bits of a sample's high byte that may be set, for formats that keep a sample in two bytes.
-inline int highByteMask(AVPixelFormat format) {
+inline uint32_t highByteMask(AVPixelFormat format) {
     const AVPixFmtDescriptor& descriptor = *av_pix_fmt_desc_get(format);
     const int usedBits = descriptor.comp[0].depth + descriptor.comp[0].shift;
-    return usedBits <= 8 ? 0xFF : (1 << (usedBits - 8)) - 1;
+    return usedBits <= 8 ? 0xFFu : (1u << (usedBits - 8)) - 1;
 }
 
 /// A frame full of noise, space between rows and palette included: a picture in which any byte
 /// that is missing, moved or taken from elsewhere shows.
 inline FramePointer makeNoise(AVPixelFormat format, int width, int height) {
     FramePointer frame = makeFrame(format, width, height);
-    const int mask = highByteMask(format);
-    std::minstd_rand random(1);
+    const uint32_t mask = highByteMask(format);
+    uint32_t state = 1;
     for (const AVBufferRef* buffer : frame->buf) {
         if (buffer == nullptr)
             continue;
         for (std::size_t i = 0; i < static_cast<std::size_t>(buffer->size); ++i) {
-            const int value = static_cast<int>(random() >> 8) & (i % 2 == 1 ? mask : 0xFF);
-            buffer->data[i] = static_cast<uint8_t>(value);
+            state = state * 1664525 + 1013904223; // a plain linear congruential generator
+            buffer->data[i] = static_cast<uint8_t>((state >> 24) & (i % 2 == 1 ? mask : 0xFFu));
         }
     }
     return frame;

@@ -59,6 +59,13 @@ public:
     /// Presentation time in seconds.
     [[nodiscard]] Rational getPts() const;
 
+    /// Time in seconds at which the packet is decoded; without meaning unless hasDts().
+    [[nodiscard]] Rational getDts() const;
+
+    /// Whether the container gave the packet a time at all.
+    [[nodiscard]] bool hasPts() const;
+    [[nodiscard]] bool hasDts() const;
+
     /// Duration in seconds; 0/1 when unknown.
     [[nodiscard]] Rational getDuration() const;
 
@@ -66,6 +73,11 @@ public:
     /// ticks. The distance from decoding to presentation stays what it was.
     /// @throws tio::Exception when the time base is 0/1
     void setPts(Rational time);
+
+    /// Sets the time in seconds at which the packet is decoded, truncated toward zero to whole
+    /// ticks.
+    /// @throws tio::Exception when the time base is 0/1
+    void setDts(Rational time);
 
     /// The compressed bytes; `size` receives how many. Valid as long as this packet.
     [[nodiscard]] const unsigned char* getData(int& size) const;

@@ -61,6 +61,18 @@ Rational Packet::getPts() const {
     return Rational(packet->pts, 1) * unitTime;
 }
 
+Rational Packet::getDts() const {
+    return Rational(packet->dts, 1) * unitTime;
+}
+
+bool Packet::hasPts() const {
+    return packet->pts != AV_NOPTS_VALUE;
+}
+
+bool Packet::hasDts() const {
+    return packet->dts != AV_NOPTS_VALUE;
+}
+
 Rational Packet::getDuration() const {
     return Rational(packet->duration, 1) * unitTime;
 }
@@ -71,6 +83,10 @@ void Packet::setPts(Rational time) {
     const uint64_t delay = static_cast<uint64_t>(packet->dts) - static_cast<uint64_t>(packet->pts);
     packet->dts = static_cast<int64_t>(static_cast<uint64_t>(ticks) + delay);
     packet->pts = ticks;
+}
+
+void Packet::setDts(Rational time) {
+    packet->dts = (time / unitTime).toInteger();
 }
 
 const unsigned char* Packet::getData(int& size) const {

@@ -130,6 +130,31 @@ inline void dropDisplayMatrix([[maybe_unused]] AVCodecParameters& parameters) {
 #endif
 }
 
+/// Has the muxer tell players to turn a stream's pictures clockwise by 1 to 3 quarter turns.
+inline int setRotation(AVStream& stream, int quarterTurns) {
+    constexpr int32_t one = 1 << 16; // 16.16 fixed point, as MP4 stores it
+    constexpr int32_t w = 1 << 30;   // 2.30
+    constexpr std::array<std::array<int32_t, 9>, 4> matrices = {{
+        {one, 0, 0, 0, one, 0, 0, 0, w},
+        {0, one, 0, -one, 0, 0, 0, 0, w},
+        {-one, 0, 0, 0, -one, 0, 0, 0, w},
+        {0, -one, 0, one, 0, 0, 0, 0, w},
+    }};
+    const auto& matrix = matrices[static_cast<size_t>(quarterTurns & 3)];
+#if TARN_FFMPEG_HAS_CODED_SIDE_DATA
+    AVPacketSideData* data = av_packet_side_data_new(&stream.codecpar->coded_side_data,
+                                                     &stream.codecpar->nb_coded_side_data,
+                                                     AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix, 0);
+    uint8_t* bytes = data != nullptr ? data->data : nullptr;
+#else
+    uint8_t* bytes = av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix);
+#endif
+    if (bytes == nullptr)
+        return AVERROR(ENOMEM);
+    std::memcpy(bytes, matrix.data(), sizeof matrix);
+    return 0;
+}
+
 #pragma GCC diagnostic pop
 
 /// Whether the MP4 demuxer reads this input, the only one that ever made "rotate" tags.

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/Packet.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
+struct AVCodec;
+struct AVCodecContext;
+struct AVCodecParameters;
+struct AVDictionary;
+struct AVFrame;
+
+namespace tio::ffmpeg {
+
+/// The engine under the video and audio packet encoders: frames go in one at a time, packets come
+/// out, none or several for each.
+///
+/// Packets refer to the encoder's codec parameters, so the encoder must outlive them. After flush()
+/// no frame may follow.
+/// Thread rule: used by one thread at a time; FFmpeg encodes on threads of its own behind it.
+class TARN_VIDEOIO_API PacketEncoder {
+public:
+    PacketEncoder(const PacketEncoder&) = delete;
+    PacketEncoder& operator=(const PacketEncoder&) = delete;
+    virtual ~PacketEncoder();
+
+    /// Says that no frame follows and returns every packet that the encoder still holds.
+    /// @throws tio::ffmpeg::Exception when encoding fails, and the second time it is called
+    std::vector<OutputPacket> flush();
+
+    /// The time base: frame times are truncated toward zero to multiples of it, packets count in
+    /// it.
+    [[nodiscard]] Rational getUnitTime() const { return timeBase; }
+
+    /// The encoder for a codec.
+    /// @throws tio::Exception "Could not find ffmpeg's h264 encoder", whichever was asked for
+    [[nodiscard]] static const AVCodec* findEncoder(AVCodecID codecId);
+
+    /// Sets an entry of an options dictionary; flags as for av_dict_set.
+    /// @throws tio::ffmpeg::Exception when memory runs out
+    static void setOption(AVDictionary** dictionary, const char* key, const char* value, int flags);
+
+    /// @name For subclasses, which fill the frame
+    /// @{
+
+    /// Sets the frame's time, truncated toward zero to a multiple of the time base.
+    /// @throws tio::Exception after flush()
+    void setFrameTime(Rational time);
+
+    /// The frame's time in seconds; minus one tick before the first.
+    /// @throws tio::Exception after flush()
+    [[nodiscard]] Rational getFrameTime() const;
+
+    /// Encodes the frame at a time, or as it stands.
+    /// @throws tio::ffmpeg::Exception when encoding fails
+    std::vector<OutputPacket> encodeFrameAt(Rational time);
+    std::vector<OutputPacket> encodeFrame();
+
+    /// @}
+
+protected:
+    /// Finds the encoder and allocates its context; the subclass sets the codec's own fields and
+    /// then calls openCodec().
+    /// @throws tio::Exception "Could not find ffmpeg's h264 encoder", whichever was asked for
+    PacketEncoder(Rational timeBase, AVCodecID codecId);
+
+    /// Opens the encoder. Takes over `options`, whose unknown entries are ignored; "bitrate" sets
+    /// the rate control to that many bits per second, give or take a half.
+    /// @throws std::invalid_argument, std::out_of_range for a "bitrate" that is no number
+    /// @throws tio::ffmpeg::Exception when the encoder refuses its settings
+    void openCodec(AVDictionary* options);
+
+    AVFrame* frame = nullptr; ///< allocated by the subclass, freed by flush()
+    AVCodecContext* codecContext = nullptr;
+    AVCodecParameters* codecParameters = nullptr;
+    Rational timeBase;
+    std::shared_ptr<std::vector<uint8_t>> extradata; ///< shared with every packet
+
+    /// @throws tio::Exception after flush()
+    void requireFrame() const;
+
+private:
+    void setBitrate(const char* value);
+    std::deque<OutputPacket> receivePackets();
+    [[nodiscard]] OutputPacket takePacket(AVPacket& packet);
+    void giveVideoDuration(AVPacket& packet);
+
+    int64_t lastPacketDts; // of the packet before, for the duration of the next
+};
+
+} // namespace tio::ffmpeg

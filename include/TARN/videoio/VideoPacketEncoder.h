@@ -1,0 +1,49 @@
+#pragma once
+
+#include <TARN/core/Mat.h>
+#include <TARN/core/Vec.h>
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/PacketEncoder.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+class SWScaleEncoder;
+
+namespace tio::ffmpeg {
+
+/// Encodes RGB images to H.264, 4:2:0, without B-frames.
+/// Thread rule: used by one thread at a time.
+class TARN_VIDEOIO_API VideoPacketEncoder : public PacketEncoder {
+public:
+    using Image = tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>;
+
+    /// @param size (height, width) in pixels; odd sizes are rounded up to even ones
+    /// @param timeBase seconds per tick; for a constant frame rate, one over the rate
+    /// @param options of FFmpeg's encoder, such as "crf"; they override "preset" = "veryfast" and
+    ///        "level" = "51". "bitrate" sets the rate control to that many bits per second.
+    /// @throws tio::Exception, tio::ffmpeg::Exception when the encoder cannot be opened
+    VideoPacketEncoder(tio::Vec<int, 2> size, Rational timeBase,
+                       const std::map<std::string, std::string>& options);
+    ~VideoPacketEncoder() override;
+
+    /// Encodes an image shown at `time` seconds.
+    /// @returns the packets that the encoder gives now, often none at first
+    /// @throws tio::Exception for an image of another size
+    /// @throws tio::ffmpeg::Exception when encoding fails
+    std::vector<OutputPacket> writeNextFrame(Image image, Rational time);
+
+    /// The same one tick after the frame before; the first frame of all is at time 0.
+    std::vector<OutputPacket> writeNextFrame(Image image);
+
+private:
+    void allocateFrame();
+
+    tio::Vec<int, 2> imageSize; // as asked for, before rounding up
+    std::shared_ptr<SWScaleEncoder> swscaleEncoder;
+};
+
+} // namespace tio::ffmpeg

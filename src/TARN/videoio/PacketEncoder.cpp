@@ -1,0 +1,141 @@
+#include "Options.h"
+#include "avRational.h"
+#include "checks.h"
+#include "ffmpeg_compat.h"
+#include "initialise.h"
+#include "parseInteger.h"
+
+#include <TARN/videoio/PacketEncoder.h>
+
+#include <new>
+#include <thread>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"PacketEncoder", number};
+}
+
+} // namespace
+
+PacketEncoder::PacketEncoder(Rational unitTime, AVCodecID codecId)
+    : timeBase(unitTime), lastPacketDts(AV_NOPTS_VALUE) {
+    detail::initialiseOnce();
+    codecContext = avcodec_alloc_context3(findEncoder(codecId));
+    codecParameters = avcodec_parameters_alloc();
+    if (codecContext == nullptr || codecParameters == nullptr)
+        throw std::bad_alloc();
+    codecContext->thread_count = static_cast<int>(std::thread::hardware_concurrency());
+}
+
+// Kept: the context is closed, but its own block is not freed where FFmpeg can do the one without
+// the other, and a frame that flush() did not free stays. Both are in the leak checker's list.
+PacketEncoder::~PacketEncoder() {
+    avcodec_parameters_free(&codecParameters);
+    compat::closeEncoder(codecContext);
+}
+
+const AVCodec* PacketEncoder::findEncoder(AVCodecID codecId) {
+    const AVCodec* codec = avcodec_find_encoder(codecId);
+    if (codec == nullptr)
+        detail::failAssertion("Could not find ffmpeg's h264 encoder", "codec", at(51));
+    return codec;
+}
+
+void PacketEncoder::setOption(AVDictionary** dictionary, const char* key, const char* value,
+                              int flags) {
+    detail::checkResult(av_dict_set(dictionary, key, value, flags), at(214));
+}
+
+void PacketEncoder::openCodec(AVDictionary* options) {
+    detail::Options owned(options);
+    codecContext->time_base = detail::toAvRational(timeBase);
+    codecContext->max_b_frames = 0; // packets in the order of presentation
+    codecContext->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    if (const AVDictionaryEntry* bitrate = owned.find("bitrate"))
+        setBitrate(bitrate->value);
+    detail::checkResult(avcodec_open2(codecContext, codecContext->codec, owned.address()), at(82));
+    detail::checkResult(avcodec_parameters_from_context(codecParameters, codecContext), at(87));
+    if (codecContext->extradata != nullptr && codecContext->extradata_size != 0)
+        extradata = std::make_shared<std::vector<uint8_t>>(
+            codecContext->extradata, codecContext->extradata + codecContext->extradata_size);
+}
+
+void PacketEncoder::setBitrate(const char* value) {
+    const int rate = detail::parseInteger(value);
+    const int half = rate / 2;
+    codecContext->bit_rate = rate;
+    codecContext->bit_rate_tolerance = half;
+    codecContext->rc_max_rate = int64_t{rate} + half;
+    codecContext->rc_min_rate = int64_t{rate} - half;
+    codecContext->rc_buffer_size = rate;
+}
+
+void PacketEncoder::requireFrame() const {
+    if (frame == nullptr)
+        detail::failAssertion("No frame may follow a flush", "frame", at(120));
+}
+
+void PacketEncoder::setFrameTime(Rational time) {
+    requireFrame();
+    frame->pts = (time / timeBase).toInteger();
+}
+
+Rational PacketEncoder::getFrameTime() const {
+    requireFrame();
+    return Rational(frame->pts, 1) * timeBase;
+}
+
+std::vector<OutputPacket> PacketEncoder::encodeFrameAt(Rational time) {
+    setFrameTime(time);
+    return encodeFrame();
+}
+
+std::vector<OutputPacket> PacketEncoder::encodeFrame() {
+    auto packets = receivePackets();
+    detail::checkResult(avcodec_send_frame(codecContext, frame), at(140));
+    for (const OutputPacket& packet : receivePackets())
+        packets.push_back(packet); // never by assignment, which would keep the wrong time base
+    return {packets.begin(), packets.end()};
+}
+
+std::vector<OutputPacket> PacketEncoder::flush() {
+    av_frame_free(&frame);
+    return encodeFrame(); // without a frame: the end of the stream
+}
+
+std::deque<OutputPacket> PacketEncoder::receivePackets() {
+    const detail::PacketHandle packet(av_packet_alloc());
+    if (!packet)
+        throw std::bad_alloc();
+    std::deque<OutputPacket> packets;
+    while (true) {
+        const int result = avcodec_receive_packet(codecContext, packet.get());
+        if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
+            return packets;
+        detail::checkResult(result, at(191));
+        packets.push_back(takePacket(*packet));
+    }
+}
+
+OutputPacket PacketEncoder::takePacket(AVPacket& packet) {
+    av_packet_rescale_ts(&packet, codecContext->time_base, detail::toAvRational(timeBase));
+    if (codecContext->codec_type == AVMEDIA_TYPE_VIDEO)
+        giveVideoDuration(packet);
+    OutputPacket taken(&packet, codecParameters, timeBase);
+    taken.setKeepAlive(extradata);
+    av_packet_unref(&packet);
+    return taken;
+}
+
+// The H.264 encoder leaves durations out. The last picture of an MP4 track would then last for no
+// time at all, and FFmpeg's reader drops such a picture.
+void PacketEncoder::giveVideoDuration(AVPacket& packet) {
+    const bool first = lastPacketDts == AV_NOPTS_VALUE;
+    packet.duration = first ? 1 : packet.dts - lastPacketDts;
+    lastPacketDts = packet.dts;
+}
+
+} // namespace tio::ffmpeg
