@@ -32,5 +32,7 @@ void addInfoCommand(CLI::App& app, Program& program);
 void addFramesCommand(CLI::App& app, Program& program);
 void addIndexCommand(CLI::App& app, Program& program);
 void addVerifyCommand(CLI::App& app, Program& program);
+void addRemuxCommand(CLI::App& app, Program& program);
+void addTranscodeCommand(CLI::App& app, Program& program);
 
 } // namespace tio::tool

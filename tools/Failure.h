@@ -3,6 +3,7 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tio::tool {
 
@@ -38,16 +39,28 @@ private:
 /// Writes "tarn-videoio: " and `text` as one line to standard error.
 void printError(const std::string& text);
 
-/// Runs `work`, which reads `file`: whatever it throws becomes a Failure that names the file.
+/// Runs `work`: whatever it throws becomes a Failure that names the file.
 template <typename Work>
-auto reading(const std::string& file, Work&& work) {
+auto workingOn(const std::string& file, ExitCode code, Work&& work) {
     try {
         return work();
     } catch (const Failure&) {
         throw;
     } catch (const std::exception& error) {
-        throw Failure(ExitCode::Input, file, reasonOf(error, file));
+        throw Failure(code, file, reasonOf(error, file));
     }
+}
+
+/// The same for work that reads the file.
+template <typename Work>
+auto reading(const std::string& file, Work&& work) {
+    return workingOn(file, ExitCode::Input, std::forward<Work>(work));
+}
+
+/// The same for work that writes it.
+template <typename Work>
+auto writing(const std::string& file, Work&& work) {
+    return workingOn(file, ExitCode::Output, std::forward<Work>(work));
 }
 
 } // namespace tio::tool

@@ -23,6 +23,11 @@ public:
 
     void write(const void* data, size_t size);
 
+    /// The name under which the file lies until then, for code that opens it by name.
+    [[nodiscard]] const std::string& pathToWrite() const {
+        return temporary.empty() ? path : temporary;
+    }
+
     /// Completes the file and replaces what had its name before.
     void publish();
 

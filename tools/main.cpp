@@ -34,7 +34,7 @@ CLI::Validator atLeast(int64_t least) {
 namespace {
 
 constexpr const char* description =
-    "Looks into video clips, takes frames out by number, and checks that seeking is exact.";
+    "Looks into video clips, takes frames out by number, checks that seeking is exact, and writes MP4.";
 
 constexpr const char* footer = R"(Examples:
   tarn-videoio info clip.mp4
@@ -43,6 +43,8 @@ constexpr const char* footer = R"(Examples:
   tarn-videoio frames clip.mp4 --frame 42 -o frame42.ppm
   tarn-videoio index clip.mp4 -o clip.index
   tarn-videoio verify clip.mp4 --index clip.index
+  tarn-videoio remux clip.ts copy.mp4
+  tarn-videoio transcode clip.mkv small.mp4 --crf 28 --from 100 --to 199
 
 Exit codes:
   0    success
@@ -93,6 +95,8 @@ int runProgram(int argc, char** argv) {
     addFramesCommand(app, program);
     addIndexCommand(app, program);
     addVerifyCommand(app, program);
+    addRemuxCommand(app, program);
+    addTranscodeCommand(app, program);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) { // --help or --version

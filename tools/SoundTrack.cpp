@@ -1,0 +1,107 @@
+#include "SoundTrack.h"
+
+#include "Input.h"
+
+#include <array>
+#include <utility>
+
+namespace tio::tool {
+
+namespace {
+
+using ffmpeg::Rational;
+
+// FFmpeg's masks of the usual layouts by number of channels, for sources that state none.
+int usualLayout(int channels) {
+    constexpr std::array<int, 9> masks = {0, 0x4, 0x3, 0xb, 0x107, 0x37, 0x3f, 0x70f, 0x63f};
+    return channels >= 0 && channels < static_cast<int>(masks.size())
+               ? masks[static_cast<size_t>(channels)]
+               : 0;
+}
+
+// Unsigned 8-bit sound is handed out as it is stored: silence, 128, at about a half.
+void centre(ffmpeg::AudioPacketEncoder::Samples& samples) {
+    constexpr float silence = 128.0F / 255.0F;
+    float* const values = samples.data();
+    for (int i = 0; i < samples.count; ++i)
+        values[i] = (values[i] - silence) * 2.0F;
+}
+
+bool bestAudioIsUnsigned(const ffmpeg::InputFormatContext& input) {
+    return input.getCodecNameOfStream(input.findBestAudioStreamIndex()) == "pcm_u8";
+}
+
+} // namespace
+
+SoundTrack::SoundTrack(std::string url, const OutputClip& clip, Rational start)
+    : input(std::move(url)), output(clip) {
+    const auto context = openInput(input);
+    unsignedSamples = bestAudioIsUnsigned(*context);
+    reading(input, [&] {
+        decoder = std::make_unique<ffmpeg::AudioStreamDecoder>(context);
+        first = decoder->readNextFrame();
+    });
+    if (first.samples.count == 0) {
+        atEnd = true; // announced or not, a stream without sound would keep the file from opening
+        return;
+    }
+    const int channels = first.samples.cols();
+    const int layout = first.channelLayout != 0 ? first.channelLayout : usualLayout(channels);
+    output.write([&] {
+        encoder =
+            std::make_unique<ffmpeg::AudioPacketEncoder>(layout, first.sampleRate, Rational());
+        stream = std::make_unique<ffmpeg::OutputStream>(output.context(), encoder->getUnitTime());
+    });
+    blocks.emplace(
+        SoundBlocks::Format{first.sampleRate, channels, static_cast<int>(encoder->getFrameWidth())},
+        start);
+}
+
+bool SoundTrack::readOn() {
+    auto frame = first.samples.count != 0
+                     ? std::exchange(first, {})
+                     : reading(input, [&] { return decoder->readNextFrame(); });
+    if (frame.samples.count == 0)
+        return false;
+    if (unsignedSamples)
+        centre(frame.samples);
+    blocks->add(frame);
+    return true;
+}
+
+void SoundTrack::writeUpTo(Rational time) {
+    while (!atEnd && blocks->endTime() <= time) {
+        atEnd = !readOn();
+        writeBlocks();
+    }
+}
+
+void SoundTrack::finishAt(std::optional<Rational> end) {
+    if (!blocks)
+        return;
+    if (end)
+        blocks->setEnd(*end);
+    while (!atEnd && (!end || blocks->endTime() < *end)) {
+        atEnd = !readOn();
+        writeBlocks();
+    }
+    while (const auto block = blocks->last())
+        writeBlock(*block);
+    output.write([&] { writePackets(encoder->flush()); });
+}
+
+void SoundTrack::writeBlocks() {
+    while (const auto block = blocks->next())
+        writeBlock(*block);
+}
+
+void SoundTrack::writeBlock(const SoundBlocks::Block& block) {
+    output.write([&] { writePackets(encoder->writeNextFrame(block.samples, block.time)); });
+}
+
+void SoundTrack::writePackets(const std::vector<ffmpeg::OutputPacket>& packets) {
+    for (const auto& packet : packets)
+        stream->writePacket(packet);
+}
+
+} // namespace tio::tool

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "OutputClip.h"
+#include "SoundBlocks.h"
+
+#include <TARN/videoio/AudioPacketEncoder.h>
+#include <TARN/videoio/AudioStreamDecoder.h>
+#include <TARN/videoio/OutputStream.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tio::tool {
+
+/// The sound of a clip on its way into another: decoded, cut into the encoder's blocks, encoded.
+class SoundTrack {
+public:
+    /// @param start time in seconds from which on there is sound in the output
+    /// @throws Failure naming the input or the output
+    SoundTrack(std::string url, const OutputClip& clip, ffmpeg::Rational start);
+
+    /// Writes the sound up to a time, or a little more.
+    void writeUpTo(ffmpeg::Rational time);
+
+    /// Writes the rest, up to `end` where one is given.
+    void finishAt(std::optional<ffmpeg::Rational> end);
+
+private:
+    bool readOn();
+    void writeBlocks();
+    void writeBlock(const SoundBlocks::Block& block);
+    void writePackets(const std::vector<ffmpeg::OutputPacket>& packets);
+
+    std::string input;
+    const OutputClip& output;
+    bool unsignedSamples; // 8-bit sound, which is decoded to [0, 1]
+    std::unique_ptr<ffmpeg::AudioStreamDecoder> decoder;
+    ffmpeg::AudioPacketDecoder::Frame first;
+    std::unique_ptr<ffmpeg::AudioPacketEncoder> encoder; // packets held by the stream refer to it
+    std::unique_ptr<ffmpeg::OutputStream> stream;
+    std::optional<SoundBlocks> blocks;
+    bool atEnd = false;
+};
+
+} // namespace tio::tool

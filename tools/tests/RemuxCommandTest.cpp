@@ -1,0 +1,176 @@
+#include "ProgramRun.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/Demuxing.h"
+#include "media/Oracle.h"
+#include "media/TemporaryFolder.h"
+
+#include <cstring>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <vector>
+
+using namespace tio::test;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+struct Copied {
+    std::vector<uint8_t> payload;
+    int64_t pts; // both in ticks of 1/90000 seconds
+    int64_t dts;
+    int flags;
+};
+
+std::vector<Copied> packetsOf(const std::string& path) {
+    constexpr AVRational common = {1, 90000};
+    VideoDemuxer demuxer(path);
+    std::vector<Copied> packets;
+    while (demuxer.readPacket()) {
+        const AVPacket& packet = demuxer.packet();
+        const AVRational timeBase = demuxer.stream().time_base;
+        packets.push_back({{packet.data, packet.data + packet.size},
+                           av_rescale_q(packet.pts, timeBase, common),
+                           av_rescale_q(packet.dts, timeBase, common),
+                           packet.flags & AV_PKT_FLAG_KEY});
+    }
+    return packets;
+}
+
+class RemuxCommandTest : public testing::Test {
+protected:
+    void make(const ClipPlan& plan, const std::string& name = "clip.mp4") {
+        clip = folder.file(name);
+        makeClip(clip, plan);
+    }
+
+    ProgramResult remux(std::vector<std::string> more = {}) {
+        std::vector<std::string> arguments = {"remux", clip, copy};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return runProgram(arguments);
+    }
+
+    TemporaryFolder folder;
+    std::string clip;
+    std::string copy = folder.file("copy.mp4");
+};
+
+TEST_F(RemuxCommandTest, PassesPacketsWithBFramesOnAsTheyAreAndInTheirOrder) {
+    make({});
+    ASSERT_EQ(remux().exitCode, 0);
+    const auto original = packetsOf(clip);
+    const auto copied = packetsOf(copy);
+    ASSERT_EQ(copied.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i) {
+        EXPECT_EQ(copied[i].payload, original[i].payload) << i;
+        EXPECT_EQ(copied[i].flags, original[i].flags) << i;
+        EXPECT_EQ(copied[i].pts - copied[0].pts, original[i].pts - original[0].pts) << i;
+        EXPECT_EQ(copied[i].dts - copied[0].dts, original[i].dts - original[0].dts) << i;
+    }
+}
+
+TEST_F(RemuxCommandTest, KeepsEveryPictureAndItsTime) {
+    make({});
+    ASSERT_EQ(remux().exitCode, 0);
+    const auto original = oracleFrames(clip);
+    const auto copied = oracleFrames(copy);
+    ASSERT_EQ(copied.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i)
+        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+    EXPECT_EQ(runProgram({"verify", copy}).exitCode, 0);
+}
+
+TEST_F(RemuxCommandTest, CopiesThePacketsOfPictureAndSound) {
+    ClipPlan plan;
+    plan.audio = true;
+    make(plan);
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 0);
+    const std::string info = runProgram({"info", copy}).out;
+    EXPECT_THAT(info, HasSubstr("video, h264"));
+    EXPECT_THAT(info, HasSubstr("audio, aac"));
+    EXPECT_THAT(result.out, HasSubstr("of 2 streams"));
+}
+
+TEST_F(RemuxCommandTest, TurnsATransportStreamIntoMp4) {
+    ClipPlan plan;
+    plan.format = "mpegts";
+    plan.audio = true;
+    make(plan, "clip.ts");
+    ASSERT_EQ(remux().exitCode, 0);
+    EXPECT_EQ(oracleFrames(copy).size(), 25u);
+}
+
+TEST_F(RemuxCommandTest, GivesMatroskasFirstPacketsTheDecodingTimesThatItDoesNotStore) {
+    ClipPlan plan;
+    plan.format = "matroska";
+    plan.maxBFrames = 3;
+    plan.audio = true;
+    make(plan, "clip.mkv");
+    ASSERT_EQ(remux().exitCode, 0);
+    const auto original = oracleFrames(clip);
+    const auto copied = oracleFrames(copy);
+    ASSERT_EQ(copied.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i)
+        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+    EXPECT_EQ(runProgram({"verify", copy}).exitCode, 0);
+}
+
+TEST_F(RemuxCommandTest, DropsTheRotationUnlessAskedToKeepIt) {
+    for (const int rotation : {90, 180, 270}) {
+        ClipPlan plan;
+        plan.rotation = rotation;
+        make(plan);
+        ASSERT_EQ(remux().exitCode, 0);
+        EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr("rotation      0 degrees"));
+        ASSERT_EQ(remux({"--keep-rotation"}).exitCode, 0);
+        EXPECT_THAT(runProgram({"info", copy}).out,
+                    HasSubstr("rotation      " + std::to_string(rotation) + " degrees"));
+    }
+}
+
+TEST_F(RemuxCommandTest, RefusesAClipWithNothingToCopy) {
+    ClipPlan plan;
+    plan.encoder = "mpeg4";
+    make(plan);
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": there is no H.264 or AAC stream to copy\n");
+    EXPECT_FALSE(std::filesystem::exists(copy));
+}
+
+TEST_F(RemuxCommandTest, EndsCleanlyWhenPacketsHaveNoTimes) {
+    ClipPlan plan;
+    plan.format = "h264";
+    make(plan, "clip.h264");
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + copy + ": "));
+    EXPECT_FALSE(std::filesystem::exists(copy));
+}
+
+TEST_F(RemuxCommandTest, NamesAnOutputThatCannotBeWritten) {
+    make({});
+    copy = folder.file("no such folder/copy.mp4");
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "tarn-videoio: " + copy + ": No such file or directory\n");
+}
+
+TEST_F(RemuxCommandTest, LeavesNothingBehindOnAFullDisk) {
+    make({});
+    const size_t before =
+        static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
+    ProgramSetup setup;
+    setup.fileSizeLimit = 1024;
+    const ProgramResult result = runProgram({"remux", clip, copy}, setup);
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + copy + ": "));
+    EXPECT_EQ(
+        static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {})),
+        before);
+}
+
+} // namespace
