@@ -1,4 +1,5 @@
 #include "media/ClipMaker.h"
+#include "media/Oracle.h"
 #include "media/Picture.h"
 #include "media/TemporaryFolder.h"
 
@@ -69,6 +70,21 @@ TEST_F(Examples, StoreIndexWritesOneEntryPerPictureAndUsesThem) {
     ASSERT_EQ(run("store_index", clip + " " + index), 0);
     EXPECT_EQ(std::filesystem::file_size(index), 8u * (1 + frameCount));
     EXPECT_EQ(contentOf(output), "the last of 25 pictures is shown at 24/25 s\n");
+}
+
+TEST_F(Examples, WriteClipWritesASecondOfPictures) {
+    const auto written = folder.file("written.mp4");
+    ASSERT_EQ(run("write_clip", written), 0);
+    const auto frames = tio::test::oracleFrames(written);
+    ASSERT_EQ(frames.size(), 25u);
+    EXPECT_EQ(frames.back().time().numerator, 24);
+    EXPECT_EQ(frames.back().time().denominator, 25);
+    EXPECT_EQ(frames.back().width, 320);
+}
+
+TEST_F(Examples, WriteClipSaysThatAFileCannotBeWritten) {
+    EXPECT_NE(run("write_clip", folder.file("no-such-folder/clip.mp4")), 0);
+    EXPECT_EQ(contentOf(output), "No such file or directory\n");
 }
 
 } // namespace
