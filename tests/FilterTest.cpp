@@ -9,13 +9,13 @@
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>
 
-#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace tio {
@@ -266,6 +266,15 @@ TEST_F(FilterTest, PicturesThatOthersHoldStayAsTheyAre) {
     EXPECT_EQ(planeBytes(*held, 0), before);
 }
 
+TEST_F(FilterTest, ThePictureThatWentInIsLetGo) {
+    auto filter = rotation(1);
+    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 64, 48);
+    const FramePointer held(av_frame_clone(frame.get()));
+    filter->filterFrame(frame.get());
+    filter.reset();
+    EXPECT_EQ(av_buffer_get_ref_count(held->buf[0]), 1);
+}
+
 TEST_F(FilterTest, AsManyFramesComeOutAsGoIn) {
     const auto filter = rotation(3);
     for (int n = 0; n < 5; ++n) {
@@ -280,7 +289,8 @@ TEST_F(FilterTest, AsManyFramesComeOutAsGoIn) {
 TEST_F(FilterTest, AFrameOfAnotherSizeOrFormatIsRefusedBeforeItIsRead) {
     const std::string message = "Picture size or format changed in a rotated stream";
     const std::tuple<AVPixelFormat, int, int> others[] = {{AV_PIX_FMT_YUV420P, 32, 24},
-                                                          {AV_PIX_FMT_YUV420P, 48, 64},
+                                                          {AV_PIX_FMT_YUV420P, 32, 48},
+                                                          {AV_PIX_FMT_YUV420P, 64, 24},
                                                           {AV_PIX_FMT_YUV420P, 640, 480},
                                                           {AV_PIX_FMT_GRAY8, 64, 48}};
     for (const auto& [format, width, height] : others) {
@@ -324,7 +334,7 @@ std::vector<uint8_t> turned(std::vector<uint8_t> samples, PlaneSize size, int qu
         std::vector<uint8_t> next;
         for (int column = 0; column < size.width; ++column) {
             for (int row = size.height - 1; row >= 0; --row)
-                next.push_back(samples[static_cast<std::size_t>(row * size.width + column)]);
+                next.push_back(*(samples.begin() + row * size.width + column));
         }
         samples = std::move(next);
         std::swap(size.width, size.height);

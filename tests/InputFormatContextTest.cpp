@@ -385,8 +385,9 @@ TEST_F(TurnedInputTest, AnMp4ThatWasHeldTurnedCarriesATag) {
         for (const int degrees : {90, 180, 270}) {
             const InputFormatContext context(turnedClip(format, degrees));
             const AVStream* stream = context.getStream(0);
-            EXPECT_STREQ(av_dict_get(stream->metadata, "rotate", nullptr, 0)->value,
-                         std::to_string(degrees).c_str());
+            const AVDictionaryEntry* tag = av_dict_get(stream->metadata, "rotate", nullptr, 0);
+            ASSERT_NE(tag, nullptr) << format << " turned by " << degrees;
+            EXPECT_EQ(tag->value, std::to_string(degrees));
             EXPECT_EQ(getStreamRotation(stream), degrees / 90);
             EXPECT_EQ(widthOf(context), degrees == 180 ? 96 : 64);
         }

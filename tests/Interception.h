@@ -2,6 +2,7 @@
 
 #include "ffmpeg_compat.h"
 
+#include <atomic>
 #include <cstdio>
 #include <functional>
 
@@ -11,10 +12,26 @@
 
 namespace tio::test {
 
+/// A number of calls, which may come from several threads at once.
+class CallCount {
+public:
+    CallCount(int count = 0) : value(count) {}
+    CallCount(const CallCount& other) : value(other.value.load()) {}
+    CallCount& operator=(const CallCount& other) {
+        value = other.value.load();
+        return *this;
+    }
+    void operator++() { ++value; }
+    operator int() const { return value; }
+
+private:
+    std::atomic<int> value;
+};
+
 /// One intercepted function: how often it was called and, where set, what answers instead.
 template <typename Signature>
 struct Intercepted {
-    int count = 0;
+    CallCount count;
     std::function<Signature> instead; ///< empty: the real function answers
 };
 

@@ -276,6 +276,20 @@ TEST_F(OutputStreamTest, WhatWasWrittenBeforeAFailureIsNotWrittenAgain) {
     EXPECT_THAT(muxer.marks(), ElementsAre(9, 1, 2, 3, 4));
 }
 
+TEST_F(OutputStreamTest, WhatFfmpegRefusedIsLetGoWithOneLine) {
+    open();
+    auto stream = makeStream();
+    stream->writePacket(picture(1, 0));
+    stream->writePacket(picture(2, 3600));
+    EXPECT_THROW(stream->writePacket(picture(3, 3600)), Exception) << "the time does not rise";
+    log.clear();
+    const int writes = intercepted->av_interleaved_write_frame.count;
+    stream.reset();
+    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(1))));
+    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, writes) << "not tried again";
+    EXPECT_NO_THROW(context->finish());
+}
+
 TEST_F(OutputStreamTest, APathThatCannotBeOpenedThrowsEveryTimeAndAddsOneStreamOnly) {
     path = badPath;
     open();
@@ -317,8 +331,8 @@ TEST_F(OutputStreamTest, WhenAnotherStreamNeverGetsAPacketTheHeldOnesAreLetGoWit
         pictures->writePacket(picture(i, 3600 * i));
     pictures.reset();
     silent.reset();
-    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(3))));
     context.reset();
+    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(3))));
     EXPECT_EQ(intercepted->av_interleaved_write_frame.count, 0);
     EXPECT_EQ(intercepted->av_write_trailer.count, 0);
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -365,7 +379,7 @@ TEST_F(OutputStreamTest, LastPacketsAndHeldOnesOfAFileThatFailedGoWithOneLine) {
     EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(3))));
 }
 
-TEST_F(OutputStreamTest, LastPacketsOfASoundFileAreWrittenLikeAnyOther) {
+TEST_F(OutputStreamTest, LastPacketsOfAFileThatIsWellAreWrittenLikeAnyOther) {
     test::MuxerRecord muxer;
     open();
     const auto stream = makeStream();

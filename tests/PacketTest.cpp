@@ -152,6 +152,31 @@ TEST(PacketTest, SetPtsRefusesATimeBaseOfZero) {
     EXPECT_EQ(packet.getPacket().dts, 80);
 }
 
+TEST(PacketTest, ReportsTheTimeOfDecoding) {
+    EXPECT_THAT(timedPacket(Rational(1, 90000), 0, 3003).getDts(), IsFraction(1001, 30000));
+}
+
+TEST(PacketTest, KnowsWhichTimesItHas) {
+    const Packet both = timedPacket(Rational(1, 1000), 0, -1);
+    EXPECT_TRUE(both.hasPts());
+    EXPECT_TRUE(both.hasDts());
+    EXPECT_FALSE(timedPacket(Rational(1, 1000), noTime, 0).hasPts());
+    EXPECT_FALSE(timedPacket(Rational(1, 1000), 0, noTime).hasDts());
+}
+
+TEST(PacketTest, SetDtsTruncatesTowardZeroAndLeavesThePresentation) {
+    Packet packet = timedPacket(Rational(1, 1000), 100, 80);
+    packet.setDts(Rational(-2, 3));
+    EXPECT_EQ(packet.getPacket().dts, -666);
+    EXPECT_EQ(packet.getPacket().pts, 100);
+}
+
+TEST(PacketTest, SetDtsRefusesATimeBaseOfZero) {
+    Packet packet = timedPacket(Rational(0, 1), 100, 80);
+    EXPECT_THROW(packet.setDts(Rational(1, 2)), tio::Exception);
+    EXPECT_EQ(packet.getPacket().dts, 80);
+}
+
 TEST(PacketTest, ACopySharesTheDataAndHasTimesOfItsOwn) {
     Packet original = timedPacket(Rational(1, 1000), 100, 80);
     Packet copy = original;

@@ -15,6 +15,13 @@ extern "C" {
 
 namespace tio::test {
 
+/// swscale as the library sets it up.
+inline ScalerPointer makeScaler(int width, int height, AVPixelFormat source, AVPixelFormat target) {
+    return ScalerPointer(checkFound(sws_getContext(width, height, source, width, height, target,
+                                                   SWS_BICUBIC, nullptr, nullptr, nullptr),
+                                    "pixel conversion"));
+}
+
 /// What swscale itself makes of a frame where every row has room to spare behind it.
 class ReferenceConversion {
 public:
@@ -67,9 +74,8 @@ private:
     }
 
     void convertFrom(const AVFrame& frame, AVPixelFormat format) {
-        const ScalerPointer scaler(sws_getContext(
-            frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), frame.width,
-            frame.height, format, SWS_BICUBIC, nullptr, nullptr, nullptr));
+        const ScalerPointer scaler =
+            makeScaler(frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), format);
         std::array<uint8_t*, 4> data{};
         std::array<int, 4> strides{};
         for (std::size_t i = 0; i < planes.size(); ++i) {
@@ -82,5 +88,21 @@ private:
 
     std::vector<RoomyPlane> planes;
 };
+
+/// How many bytes behind its last row swscale writes for a picture of RGB without gaps.
+inline std::ptrdiff_t reachPastTheEnd(const AVFrame& frame) {
+    constexpr std::size_t guard = 4096;
+    constexpr uint8_t untouched = 0xA5;
+    const int rowBytes = 3 * frame.width;
+    const std::ptrdiff_t used = std::ptrdiff_t{rowBytes} * frame.height;
+    std::vector<uint8_t> memory(static_cast<std::size_t>(used) + guard, untouched);
+    const ScalerPointer scaler = makeScaler(
+        frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), AV_PIX_FMT_RGB24);
+    uint8_t* const rows[4] = {memory.data()};
+    const int strides[4] = {rowBytes};
+    sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, rows, strides);
+    const auto end = memory.rend() - used;
+    return end - std::find_if(memory.rbegin(), end, [](uint8_t byte) { return byte != untouched; });
+}
 
 } // namespace tio::test

@@ -4,6 +4,7 @@
 
 extern "C" {
 #include <libavutil/frame.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -85,6 +86,17 @@ inline std::vector<uint8_t> planeBytes(const AVFrame& frame, int plane) {
         bytes.insert(bytes.end(), row, row + size.width);
     }
     return bytes;
+}
+
+/// The picture of a frame of any format without what lies between its rows.
+inline std::vector<uint8_t> pixelsOf(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    const int size = check(av_image_get_buffer_size(format, frame.width, frame.height, 1), "size");
+    std::vector<uint8_t> pixels(static_cast<std::size_t>(size));
+    check(av_image_copy_to_buffer(pixels.data(), size, frame.data, frame.linesize, format,
+                                  frame.width, frame.height, 1),
+          "copying a picture");
+    return pixels;
 }
 
 } // namespace tio::test

@@ -10,7 +10,6 @@
 #include <TARN/core/MatAlloc.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -19,13 +18,15 @@
 #include <new>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
 int freshByte = -1; // negative: memory is handed out as it is
 }
 
-// Matrices take their memory from this operator, and nothing else in this program does.
+// The operator that the memory of matrices comes from in the end, so that a test can choose what a
+// picture holds before it is written.
 void* operator new(std::size_t size, std::align_val_t alignment) {
     void* block = nullptr;
     if (posix_memalign(&block, static_cast<std::size_t>(alignment), size) != 0)
@@ -278,8 +279,8 @@ TEST(SWScaleDecoder, Nv12ChromaBelowThePictureIsLeftAsAllocated) {
     for (const AVPixelFormat source : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_NV12}) {
         const FramePointer frame = makeNoise(source, 22, 9);
         const FreshMemory memory(0xA5);
-        const Plane chroma = nv12Of(convert(*frame, Target::NV12)).planes[1];
-        const std::vector<uint8_t> rest(chroma.data() + 5 * 22, chroma.data() + 9 * 22);
+        std::vector<uint8_t> rest = bytesOf(nv12Of(convert(*frame, Target::NV12)).planes[1]);
+        rest.erase(rest.begin(), rest.begin() + std::ptrdiff_t{5} * 22);
         EXPECT_THAT(rest, Each(0xA5)) << av_get_pix_fmt_name(source);
     }
 }
@@ -353,27 +354,23 @@ protected:
     }
 };
 
-TEST_P(EveryByte, OfEverySizeUpToAHundredIsWritten) {
+class EveryByteOfSmallPictures : public EveryByte {};
+
+TEST_P(EveryByteOfSmallPictures, IsWrittenInEverySizeUpToAHundred) {
     constexpr int most = 100;
     const FramePointer frame = makeNoise(source, most, most);
     for (frame->height = 1; frame->height <= most; ++frame->height) {
-        for (frame->width = 1; frame->width <= most; ++frame->width)
-            ASSERT_NO_FATAL_FAILURE(expectEveryByte(*frame));
+        for (frame->width = 1; frame->width <= most && !HasFatalFailure(); ++frame->width)
+            expectEveryByte(*frame);
     }
 }
 
-TEST_P(EveryByte, OfEveryCommonSizeIsWritten) {
-    constexpr std::array<std::array<int, 2>, 11> sizes = {{{426, 240},
-                                                           {608, 1080},
-                                                           {640, 360},
-                                                           {720, 576},
-                                                           {852, 480},
-                                                           {854, 480},
-                                                           {1080, 1920},
-                                                           {1280, 720},
-                                                           {1365, 767},
-                                                           {1366, 768},
-                                                           {1920, 1080}}};
+class EveryByteOfVideo : public EveryByte {};
+
+TEST_P(EveryByteOfVideo, IsWrittenInEveryCommonSize) {
+    const std::vector<std::pair<int, int>> sizes = {
+        {426, 240},   {608, 1080}, {640, 360},  {720, 576},  {852, 480},  {854, 480},
+        {1080, 1920}, {1280, 720}, {1365, 767}, {1366, 768}, {1920, 1080}};
     for (const auto& [width, height] : sizes)
         ASSERT_NO_FATAL_FAILURE(expectEveryByte(*makeNoise(source, width, height)));
 }
@@ -383,29 +380,21 @@ std::string nameOf(const ::testing::TestParamInfo<EveryByte::ParamType>& info) {
            (std::get<1>(info.param) == Target::RGB ? "ToRgb" : "ToNv12");
 }
 
-const char* const sourceFormats[] = {"yuv420p", "yuvj420p",    "yuv422p", "yuv444p", "nv12",
-                                     "gray",    "yuv420p10le", "bgr24",   "pal8"};
-
-INSTANTIATE_TEST_SUITE_P(Pictures, EveryByte,
-                         ::testing::Combine(::testing::ValuesIn(sourceFormats),
+INSTANTIATE_TEST_SUITE_P(Pictures, EveryByteOfSmallPictures,
+                         ::testing::Combine(::testing::Values("yuv420p", "yuvj420p", "yuv422p",
+                                                              "yuv444p", "nv12", "gray",
+                                                              "yuv420p10le", "bgr24"),
                                             ::testing::Values(Target::RGB, Target::NV12)),
                          nameOf);
 
-/// How far behind the last of its rows swscale writes when these are RGB without gaps.
-std::ptrdiff_t reachPastTheEnd(const AVFrame& frame) {
-    constexpr std::size_t guard = 4096;
-    const int rowBytes = 3 * frame.width;
-    const std::ptrdiff_t used = std::ptrdiff_t{rowBytes} * frame.height;
-    std::vector<uint8_t> memory(static_cast<std::size_t>(used) + guard, 0xA5);
-    const test::ScalerPointer scaler(sws_getContext(
-        frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), frame.width,
-        frame.height, AV_PIX_FMT_RGB24, SWS_BICUBIC, nullptr, nullptr, nullptr));
-    uint8_t* const rows[4] = {memory.data()};
-    const int strides[4] = {rowBytes};
-    sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, rows, strides);
-    const auto end = memory.rend() - used;
-    return end - std::find_if(memory.rbegin(), end, [](uint8_t byte) { return byte != 0xA5; });
-}
+const char* const sourceFormats[] = {"yuv420p",     "yuvj420p", "yuv422p", "yuvj422p",
+                                     "yuv444p",     "yuva420p", "nv12",    "gray",
+                                     "yuv420p10le", "bgr24",    "gbrp",    "pal8"};
+
+INSTANTIATE_TEST_SUITE_P(Pictures, EveryByteOfVideo,
+                         ::testing::Combine(::testing::ValuesIn(sourceFormats),
+                                            ::testing::Values(Target::RGB, Target::NV12)),
+                         nameOf);
 
 class SourceFormat : public ::testing::TestWithParam<const char*> {};
 
@@ -415,7 +404,7 @@ TEST_P(SourceFormat, IsConvertedWithoutPassingTheSpareBytesBehindABlock) {
     std::ptrdiff_t farthest = 0;
     for (frame->height = 1; frame->height <= 4; ++frame->height) {
         for (frame->width = 1; frame->width <= 64; ++frame->width)
-            farthest = std::max(farthest, reachPastTheEnd(*frame));
+            farthest = std::max(farthest, test::reachPastTheEnd(*frame));
     }
     RecordProperty("farthest", static_cast<int>(farthest));
     EXPECT_LT(farthest, std::ptrdiff_t{MatAlloc::spareBytes});
@@ -446,40 +435,27 @@ protected:
 RgbImage noiseImage(int height, int width) {
     RgbImage image(Vec<int, 2>(height, width));
     const FramePointer noise = makeNoise(AV_PIX_FMT_GRAY8, 3 * width, height);
-    for (int row = 0; row < height; ++row)
-        std::memcpy(&image(row, 0), noise->data[0] + row * noise->linesize[0],
-                    static_cast<std::size_t>(3 * width));
+    const std::vector<uint8_t> bytes = test::pixelsOf(*noise);
+    std::memcpy(image.data(), bytes.data(), bytes.size());
     return image;
-}
-
-/// The picture of a frame without what lies between its rows.
-std::vector<uint8_t> pixelsOf(const AVFrame& frame) {
-    const auto format = static_cast<AVPixelFormat>(frame.format);
-    const int size = av_image_get_buffer_size(format, frame.width, frame.height, 1);
-    std::vector<uint8_t> pixels(static_cast<std::size_t>(size));
-    av_image_copy_to_buffer(pixels.data(), size, frame.data, frame.linesize, format, frame.width,
-                            frame.height, 1);
-    return pixels;
 }
 
 /// The image in swscale's own hands. It reads the pixel behind the last one of an odd row as well,
 /// so the source is the same memory.
 std::vector<uint8_t> pixelsBySwscale(const RgbImage& image, AVPixelFormat format) {
     const FramePointer frame = test::makeFrame(format, image.cols(), image.rows());
-    const test::ScalerPointer scaler(sws_getContext(image.cols(), image.rows(), AV_PIX_FMT_RGB24,
-                                                    image.cols(), image.rows(), format, SWS_BICUBIC,
-                                                    nullptr, nullptr, nullptr));
+    const auto scaler = test::makeScaler(image.cols(), image.rows(), AV_PIX_FMT_RGB24, format);
     const uint8_t* const rows[4] = {reinterpret_cast<const uint8_t*>(image.data())};
     const int strides[4] = {3 * image.cols()};
     sws_scale(scaler.get(), rows, strides, 0, image.rows(), frame->data, frame->linesize);
-    return pixelsOf(*frame);
+    return test::pixelsOf(*frame);
 }
 
 TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfTheImage) {
     for (int height = 1; height <= 20; ++height) {
         for (int width = 1; width <= 40; ++width) {
             const RgbImage image = noiseImage(height, width);
-            ASSERT_EQ(pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
+            ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
                 << width << " x " << height;
         }
     }
@@ -489,11 +465,11 @@ TEST_P(SWScaleEncoderTest, WhatIsConvertedBackLooksTheSame) {
     RgbImage image(Vec<int, 2>(36, 54));
     std::fill_n(image.data(), image.count, Vec<uint8_t, 3>(200, 120, 40));
     const auto back = convert(*encode(image), Target::RGB);
-    for (int i = 0; i < image.count; ++i) {
-        const uint8_t* pixel = rgbOf(back).plane.data() + 3 * i;
-        ASSERT_NEAR(pixel[0], 200, 3) << "pixel " << i;
-        ASSERT_NEAR(pixel[1], 120, 3) << "pixel " << i;
-        ASSERT_NEAR(pixel[2], 40, 3) << "pixel " << i;
+    const std::vector<uint8_t> pixels = bytesOf(rgbOf(back).plane);
+    for (std::size_t i = 0; i < pixels.size(); i += 3) {
+        ASSERT_NEAR(pixels[i], 200, 3) << "byte " << i;
+        ASSERT_NEAR(pixels[i + 1], 120, 3) << "byte " << i;
+        ASSERT_NEAR(pixels[i + 2], 40, 3) << "byte " << i;
     }
 }
 

@@ -10,7 +10,9 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/VideoPacketEncoder.h>
 
+extern "C" {
 #include <libavutil/opt.h>
+}
 
 #include <cstdint>
 #include <gmock/gmock.h>
@@ -79,6 +81,10 @@ protected:
         av_free(value);
         return text;
     }
+
+    // The level in the parameter set: after a start code of four bytes come the unit's type, the
+    // profile, the constraints and the level.
+    int codedLevel() const { return encoder->codecParameters->extradata[7]; }
 
     // What libswscale makes of an image that has even sides already.
     static test::FramePointer converted(const Image& image) {
@@ -165,7 +171,7 @@ TEST_F(VideoPacketEncoderTest, WithoutOptionsThePresetIsVeryfastAndTheLevel51) {
     open(48, 64);
     EXPECT_EQ(optionOf("preset"), "veryfast");
     EXPECT_EQ(optionOf("level"), "51");
-    EXPECT_EQ(encoder->codecParameters->level, 51);
+    EXPECT_EQ(codedLevel(), 51);
 }
 
 TEST_F(VideoPacketEncoderTest, TheCallersPresetWinsAndTheLevelStays) {
@@ -177,7 +183,7 @@ TEST_F(VideoPacketEncoderTest, TheCallersPresetWinsAndTheLevelStays) {
 
 TEST_F(VideoPacketEncoderTest, TheCallersLevelWins) {
     open(48, 64, {{"level", "30"}});
-    EXPECT_EQ(encoder->codecParameters->level, 30);
+    EXPECT_EQ(codedLevel(), 30);
 }
 
 TEST_F(VideoPacketEncoderTest, ABitrateReachesTheEncoder) {
@@ -318,17 +324,13 @@ TEST_F(VideoPacketEncoderTest, AnOddColumnIsPaddedAndTheLastRowBlackened) {
 
 TEST_F(VideoPacketEncoderTest, AnOddRowIsAddedAsTheAllocatorGaveIt) {
     const Image image = spottedImage(481, 640);
-    {
-        plainImage(482, 640, Pixel(200, 30, 77)); // what the added row finds when it gets its block
-    }
     Image padded = plainImage(482, 640, Pixel(200, 30, 77));
     for (int r = 0; r < 481; ++r) {
         for (int c = 0; c < 640; ++c)
             padded(r, c) = image(r, c);
     }
-    const Image expected = padded;
     { const Image dirty = plainImage(482, 640, Pixel(200, 30, 77)); }
-    expectEncodedAs(image, expected);
+    expectEncodedAs(image, padded);
 }
 
 TEST_F(VideoPacketEncoderTest, WithBothSidesOddTheAddedRowIsBlackAtItsEndOnly) {

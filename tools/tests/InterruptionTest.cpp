@@ -26,7 +26,7 @@ protected:
         ClipPlan plan;
         plan.width = 3840;
         plan.height = 2160;
-        plan.frameCount = 60;
+        plan.frameCount = 20;
         plan.encoderOptions = {{"preset", "ultrafast"}};
         makeClip(clip, plan);
     }

@@ -107,10 +107,14 @@ void OutputFormatContext::rethrowFailure() const {
 
 bool OutputFormatContext::hasFailed() const {
     const AVIOContext* file = formatContext->pb;
-    return headerFailure != nullptr || (file != nullptr && file->error < 0);
+    return headerFailure != nullptr || finished || (file != nullptr && file->error < 0);
 }
 
 void OutputFormatContext::writePacket(AVPacket& packet) {
+    if (!readyForPackets() || finished)
+        detail::failAssertion("\"" + path +
+                                  "\" takes no packets before its header and after its end",
+                              "readyForPackets() && !finished", at(126));
     if (timeOffset != AV_NOPTS_VALUE) {
         writePacketWithOffset(packet);
         return;

@@ -25,9 +25,9 @@ OutputStream::~OutputStream() {
 }
 
 void OutputStream::writeLast(const std::vector<OutputPacket>& packets) {
-    if (context()->hasFailed()) {
-        letGo(packets.size());
-        return;
+    if (context()->hasFailed() || lastWriteFailed) {
+        heldPackets.insert(heldPackets.end(), packets.begin(), packets.end());
+        return; // the destructor lets all go with one line
     }
     for (const OutputPacket& packet : packets)
         writePacket(packet);

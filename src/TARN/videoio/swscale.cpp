@@ -91,6 +91,13 @@ std::shared_ptr<tio::FrameBase> SWScaleDecoder::convertFrame(AVFrame* frame) {
     failAssertion("Invalid pixel format", "false", at(74));
 }
 
+// swscale reads four planes and four strides whatever the format, hence the fixed lengths.
+void SWScaleDecoder::toContext(const AVFrame& frame, const std::array<uint8_t*, 4>& planes,
+                               const std::array<int, 4>& strides) {
+    sws_scale(m_sws_context.get(), frame.data, frame.linesize, 0, size[0], planes.data(),
+              strides.data());
+}
+
 std::shared_ptr<tio::FrameBase> SWScaleDecoder::toPackedRgb(const AVFrame& frame) {
     const int height = size[0];
     const int rowBytes = 3 * size[1];
@@ -98,12 +105,10 @@ std::shared_ptr<tio::FrameBase> SWScaleDecoder::toPackedRgb(const AVFrame& frame
     if (needsPaddedRows(size[1])) {
         const int paddedBytes = 3 * roundUp(size[1], 16);
         auto padded = makePlane(height, paddedBytes);
-        uint8_t* const rows[] = {padded.data()};
-        sws_scale(m_sws_context.get(), frame.data, frame.linesize, 0, height, rows, &paddedBytes);
+        toContext(frame, {padded.data()}, {paddedBytes});
         copyRows(padded.data(), paddedBytes, plane.data(), rowBytes, rowBytes, height);
     } else {
-        uint8_t* const rows[] = {plane.data()};
-        sws_scale(m_sws_context.get(), frame.data, frame.linesize, 0, height, rows, &rowBytes);
+        toContext(frame, {plane.data()}, {rowBytes});
     }
     return std::make_shared<tio::Frame<tio::PixelFormat::RGB>>(size, std::move(plane));
 }
@@ -120,9 +125,7 @@ std::shared_ptr<tio::FrameBase> SWScaleDecoder::toNv12(const AVFrame& frame) {
         copyRows(frame.data[1], frame.linesize[1], chroma.data(), evenWidth, evenWidth,
                  (height + 1) / 2);
     } else {
-        uint8_t* const planes[] = {luma.data(), chroma.data()};
-        const int strides[] = {width, evenWidth};
-        sws_scale(m_sws_context.get(), frame.data, frame.linesize, 0, height, planes, strides);
+        toContext(frame, {luma.data(), chroma.data()}, {width, evenWidth});
     }
     return std::make_shared<tio::Frame<tio::PixelFormat::NV12>>(
         size, tio::Vec<tio::ffmpeg::detail::Plane, 2>(std::move(luma), std::move(chroma)));
@@ -136,7 +139,8 @@ SWScaleEncoder::~SWScaleEncoder() = default;
 void SWScaleEncoder::convertFrame(
     const tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>& image, AVFrame* frame,
     AVCodecContext* codecContext) {
-    const auto* pixels = reinterpret_cast<const uint8_t*>(image.data());
-    const int stride = 3 * codecContext->width;
-    sws_scale(m_sws_context.get(), &pixels, &stride, 0, image.rows(), frame->data, frame->linesize);
+    const std::array<const uint8_t*, 4> planes = {reinterpret_cast<const uint8_t*>(image.data())};
+    const std::array<int, 4> strides = {3 * codecContext->width};
+    sws_scale(m_sws_context.get(), planes.data(), strides.data(), 0, image.rows(), frame->data,
+              frame->linesize);
 }

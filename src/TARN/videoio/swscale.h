@@ -8,6 +8,7 @@
 #include <TARN/videoio/Types.h>
 #include <TARN/videoio/detail/Handles.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -50,6 +51,8 @@ public:
     [[nodiscard]] std::shared_ptr<tio::FrameBase> convertFrame(AVFrame* frame);
 
 private:
+    void toContext(const AVFrame& frame, const std::array<uint8_t*, 4>& planes,
+                   const std::array<int, 4>& strides);
     [[nodiscard]] std::shared_ptr<tio::FrameBase> toPackedRgb(const AVFrame& frame);
     [[nodiscard]] std::shared_ptr<tio::FrameBase> toNv12(const AVFrame& frame);
 
