@@ -338,6 +338,35 @@ TEST_F(OutputStreamTest, WhenAnotherStreamNeverGetsAPacketTheHeldOnesAreLetGoWit
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+TEST_F(OutputStreamTest, WhatAStreamHeldWhenItWentIsWrittenAheadOfTheFirstPacketAfterTheHeader) {
+    test::MuxerRecord muxer;
+    open();
+    auto sounds = makeStream();
+    const auto pictures = makeStream();
+    sounds->writePacket(sound(1, 0));
+    sounds->writePacket(sound(2, 1024));
+    sounds.reset();
+    EXPECT_THAT(muxer.packets, IsEmpty());
+    pictures->writePacket(picture(3, 0));
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 2, 3));
+    EXPECT_THAT(muxer.all(&test::MuxedPacket::stream), ElementsAre(0, 0, 1));
+    EXPECT_THAT(ownLines(log), IsEmpty());
+}
+
+TEST_F(OutputStreamTest, WhatAStreamHeldWhenItWentIsLetGoWithOneLineWhenTheHeaderFails) {
+    path = badPath;
+    open();
+    auto sounds = makeStream();
+    auto pictures = makeStream();
+    sounds->writePacket(sound(1, 0));
+    sounds.reset();
+    EXPECT_THAT(ownLines(log), IsEmpty());
+    EXPECT_THROW(pictures->writePacket(picture(2, 0)), Exception);
+    pictures.reset();
+    context.reset();
+    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(1))));
+}
+
 TEST_F(OutputStreamTest, AStreamWithoutPacketsGoesWithoutAWord) {
     open();
     makeStream();

@@ -174,6 +174,19 @@ TEST_F(StreamEncoderTest, TheDestructorFlushesBeforeItsStreamWritesWhatItHeld) {
     EXPECT_THAT(muxer.packets, IsEmpty());
 }
 
+TEST_F(StreamEncoderTest, SoundIsNotLostWhenItsEncoderGoesBeforeTheFirstPictureComesOut) {
+    test::MuxerRecord muxer;
+    open();
+    auto video = makeVideo();
+    auto audio = makeAudio();
+    writePictures(*video, 0, 2); // fewer than the encoder holds back
+    writeSound(*audio, 0, 3);
+    audio.reset();
+    video.reset();
+    EXPECT_THAT(muxer.packets, SizeIs(2 + 4)) << "AAC gives one packet more than it takes blocks";
+    EXPECT_THAT(ownLines(log), IsEmpty());
+}
+
 TEST_F(StreamEncoderTest, AnEncoderThatCannotBeMadeAnnouncesNoStream) {
     open();
     auto video = makeVideo();

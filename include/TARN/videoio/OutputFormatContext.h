@@ -2,8 +2,11 @@
 
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/FormatContext.h>
+#include <TARN/videoio/Packet.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <list>
 #include <memory>
@@ -60,6 +63,16 @@ public:
     /// @throws tio::ffmpeg::Exception when FFmpeg refuses it or the disk is full
     void writePacket(AVPacket& packet);
 
+    /// The same with a packet whose times count in a time base of its own; it stays as it is.
+    void writePacket(const OutputPacket& packet, int streamIndex);
+
+    /// Takes over the packets of a stream that goes before the header is written. They are written
+    /// ahead of the first packet that comes after the header; if none ever does, they are let go.
+    void adopt(int streamIndex, const std::deque<OutputPacket>& packets);
+
+    /// Says in one line of the log that so many packets cannot get into the file; nothing for 0.
+    void letGo(size_t count) const;
+
     /// Completes and closes the file, after every stream and stream encoder on it is gone.
     /// Does nothing when no header was written, or the second time.
     /// @throws tio::ffmpeg::Exception when not everything could be written
@@ -73,13 +86,22 @@ public:
 
 private:
     struct InitializationState;
+    struct AdoptedPacket {
+        int streamIndex;
+        OutputPacket packet;
+    };
 
     void openAndWriteHeader();
+    void requireOpenFile() const;
+    void writeAdoptedPackets();
+    void writeRescaled(const OutputPacket& packet, int streamIndex);
+    void writeOrHold(AVPacket& packet);
     void writeHeldPackets();
     void writePacketWithOffset(AVPacket& packet);
     [[nodiscard]] int getReferenceStreamIndex() const;
 
-    std::list<AVPacket> pendingPackets; // in order of arrival, until the time offset is known
+    std::list<AVPacket> pendingPackets;       // in order of arrival, until the time offset is known
+    std::deque<AdoptedPacket> adoptedPackets; // of streams that went before the header came
     int32_t firstVideoStreamIndex = -1;
     int32_t firstAudioStreamIndex = -1;
     int64_t timeOffset; // ticks of the reference stream's time base

@@ -5,7 +5,6 @@
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/Stream.h>
 
-#include <cstddef>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -22,8 +21,9 @@ public:
     /// @throws tio::Exception when the context's header has been written
     OutputStream(std::shared_ptr<OutputFormatContext> context, Rational timeBase);
 
-    /// Writes what is still held. An exception there ends the program; packets that can no longer
-    /// get into the file are let go with one line in the log.
+    /// Writes what is still held, or leaves it to the context while the header is not written. An
+    /// exception there ends the program; packets that can no longer get into the file are let go
+    /// with one line in the log.
     ~OutputStream() override;
 
     /// Has players turn the pictures clockwise by so many quarter turns (0 to 3) to show them
@@ -48,7 +48,6 @@ private:
     [[nodiscard]] std::shared_ptr<OutputFormatContext> context() const;
     void writeHeldPackets();
     void writeNow(const OutputPacket& packet);
-    void letGo(size_t count) const;
 
     Rational timeBase;
     int rotation = 0;                     // in quarter turns

@@ -1,9 +1,11 @@
+#include "avRational.h"
 #include "checks.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>
 
+#include <string>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -48,6 +50,7 @@ OutputFormatContext::OutputFormatContext(std::string filePath)
 // trailer without a header, so that one call depends on the header; closing and freeing do not.
 // Kept: packets still held here are neither written nor released, only their places in the list.
 OutputFormatContext::~OutputFormatContext() {
+    letGo(adoptedPackets.size());
     if (readyForPackets() && !finished)
         av_write_trailer(formatContext);
     avio_closep(&formatContext->pb);
@@ -110,11 +113,52 @@ bool OutputFormatContext::hasFailed() const {
     return headerFailure != nullptr || finished || (file != nullptr && file->error < 0);
 }
 
+void OutputFormatContext::adopt(int streamIndex, const std::deque<OutputPacket>& packets) {
+    for (const OutputPacket& packet : packets)
+        adoptedPackets.push_back({streamIndex, packet});
+}
+
+void OutputFormatContext::letGo(size_t count) const {
+    if (count != 0)
+        detail::logFailure(std::to_string(count) + " packets could not be written to \"" + path +
+                           "\"");
+}
+
 void OutputFormatContext::writePacket(AVPacket& packet) {
+    requireOpenFile();
+    writeAdoptedPackets();
+    writeOrHold(packet);
+}
+
+void OutputFormatContext::writePacket(const OutputPacket& packet, int streamIndex) {
+    requireOpenFile();
+    writeAdoptedPackets();
+    writeRescaled(packet, streamIndex);
+}
+
+void OutputFormatContext::requireOpenFile() const {
     if (!readyForPackets() || finished)
         detail::failAssertion("\"" + path +
                                   "\" takes no packets before its header and after its end",
                               "readyForPackets() && !finished", at(126));
+}
+
+void OutputFormatContext::writeAdoptedPackets() {
+    for (; !adoptedPackets.empty(); adoptedPackets.pop_front())
+        writeRescaled(adoptedPackets.front().packet, adoptedPackets.front().streamIndex);
+}
+
+void OutputFormatContext::writeRescaled(const OutputPacket& packet, int streamIndex) {
+    const detail::PacketHandle local(av_packet_alloc());
+    detail::checkResult(local ? av_packet_ref(local.get(), &packet.getPacket()) : AVERROR(ENOMEM),
+                        {"OutputStream", 70});
+    av_packet_rescale_ts(local.get(), detail::toAvRational(packet.getUnitTime()),
+                         getStream(streamIndex)->time_base);
+    local->stream_index = streamIndex;
+    writeOrHold(*local);
+}
+
+void OutputFormatContext::writeOrHold(AVPacket& packet) {
     if (timeOffset != AV_NOPTS_VALUE) {
         writePacketWithOffset(packet);
         return;

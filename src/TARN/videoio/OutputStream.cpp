@@ -1,10 +1,5 @@
-#include "avRational.h"
-#include "checks.h"
-#include "ffmpeg_compat.h"
-
 #include <TARN/videoio/OutputStream.h>
 
-#include <string>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -14,14 +9,15 @@ OutputStream::OutputStream(std::shared_ptr<OutputFormatContext> output, Rational
     output->addExpectedStream();
 }
 
-// Without a header, on a full disk or after a packet that FFmpeg refused, a write would bring
-// FFmpeg down or fail once more: what is held can never get into the file. Whoever wrote has had
-// the exception already.
+// Where the file has failed or FFmpeg refused a packet, what is held can never get into it: a write
+// would bring FFmpeg down or fail once more. Whoever wrote has had the exception already.
 OutputStream::~OutputStream() {
-    if (context()->readyForPackets() && !context()->hasFailed() && !lastWriteFailed)
+    if (context()->hasFailed() || lastWriteFailed)
+        context()->letGo(heldPackets.size());
+    else if (context()->readyForPackets())
         writeHeldPackets();
     else
-        letGo(heldPackets.size());
+        context()->adopt(streamIndex, heldPackets);
 }
 
 void OutputStream::writeLast(const std::vector<OutputPacket>& packets) {
@@ -31,12 +27,6 @@ void OutputStream::writeLast(const std::vector<OutputPacket>& packets) {
     }
     for (const OutputPacket& packet : packets)
         writePacket(packet);
-}
-
-void OutputStream::letGo(size_t count) const {
-    if (count != 0)
-        detail::logFailure(std::to_string(count) + " packets could not be written to \"" +
-                           context()->getPath() + "\"");
 }
 
 std::shared_ptr<OutputFormatContext> OutputStream::context() const {
@@ -64,13 +54,7 @@ void OutputStream::writeHeldPackets() {
 }
 
 void OutputStream::writeNow(const OutputPacket& packet) {
-    const detail::PacketHandle local(av_packet_alloc());
-    detail::checkResult(local ? av_packet_ref(local.get(), &packet.getPacket()) : AVERROR(ENOMEM),
-                        {"OutputStream", 70});
-    av_packet_rescale_ts(local.get(), detail::toAvRational(packet.getUnitTime()),
-                         getStream()->time_base);
-    local->stream_index = streamIndex;
-    context()->writePacket(*local);
+    context()->writePacket(packet, streamIndex);
 }
 
 } // namespace tio::ffmpeg
