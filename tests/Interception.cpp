@@ -173,6 +173,13 @@ long __wrap_ftell(std::FILE* file) {
     return call.instead ? call.instead(file) : __real_ftell(file);
 }
 
+void* __real_malloc(size_t);
+void* __wrap_malloc(size_t size) {
+    auto& call = calls().malloc;
+    ++call.count;
+    return call.instead ? call.instead(size) : __real_malloc(size);
+}
+
 size_t __real_fread(void*, size_t, size_t, std::FILE*);
 size_t __wrap_fread(void* to, size_t size, size_t count, std::FILE* file) {
     auto& call = calls().fread;
@@ -213,6 +220,10 @@ int receiveFrame(AVCodecContext* context, AVFrame* frame) {
 
 int reference(AVPacket* target, const AVPacket* source) {
     return __real_av_packet_ref(target, source);
+}
+
+void* allocate(size_t size) {
+    return __real_malloc(size);
 }
 
 size_t read(void* to, size_t size, size_t count, std::FILE* file) {

@@ -56,6 +56,7 @@ struct Calls {
     Intercepted<int(AVFilterContext*, AVFrame*)> av_buffersink_get_frame;
     Intercepted<int(std::FILE*, long, int)> fseek;
     Intercepted<long(std::FILE*)> ftell;
+    Intercepted<void*(size_t)> malloc;
     Intercepted<size_t(void*, size_t, size_t, std::FILE*)> fread;
     Intercepted<size_t(const void*, size_t, size_t, std::FILE*)> fwrite;
     Intercepted<int(std::FILE*)> fclose;
@@ -72,6 +73,7 @@ struct Calls {
     Intercepted<int(AVIOContext**)> avio_closep;
     Intercepted<void(AVFormatContext*)> avformat_free_context;
     Intercepted<const AVCodec*(AVCodecID)> avcodec_find_encoder;
+    Intercepted<AVCodecContext*(const AVCodec*)> avcodec_alloc_context3;
     Intercepted<int(AVCodecContext*, const AVFrame*)> avcodec_send_frame;
     Intercepted<int(AVCodecContext*, AVPacket*)> avcodec_receive_packet;
     Intercepted<int(AVCodecParameters*, const AVCodecContext*)> avcodec_parameters_from_context;
@@ -117,6 +119,7 @@ AVPacket* allocatePacket();
 int reference(AVPacket* target, const AVPacket* source);
 int setOption(AVDictionary** options, const char* key, const char* value, int flags);
 int getBuffer(AVFrame* frame, int alignment);
+void* allocate(size_t size);
 size_t read(void* to, size_t size, size_t count, std::FILE* file);
 size_t write(const void* from, size_t size, size_t count, std::FILE* file);
 } // namespace real

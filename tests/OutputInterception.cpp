@@ -67,6 +67,11 @@ void __wrap_avformat_free_context(AVFormatContext* context) {
     answer(calls().avformat_free_context, __real_avformat_free_context, context);
 }
 
+AVCodecContext* __real_avcodec_alloc_context3(const AVCodec*);
+AVCodecContext* __wrap_avcodec_alloc_context3(const AVCodec* codec) {
+    return answer(calls().avcodec_alloc_context3, __real_avcodec_alloc_context3, codec);
+}
+
 const AVCodec* __real_avcodec_find_encoder(AVCodecID);
 const AVCodec* __wrap_avcodec_find_encoder(AVCodecID id) {
     return answer(calls().avcodec_find_encoder, __real_avcodec_find_encoder, id);

@@ -10,6 +10,7 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Frame.h>
+#include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/OutputFormatContext.h>
@@ -17,6 +18,7 @@
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/PacketDecoder.h>
 #include <TARN/videoio/PacketEncoder.h>
+#include <TARN/videoio/ReadImage.h>
 #include <TARN/videoio/Stream.h>
 #include <TARN/videoio/StreamDecoder.h>
 #include <TARN/videoio/StreamEncoder.h>
@@ -25,3 +27,4 @@
 #include <TARN/videoio/VideoPacketEncoder.h>
 #include <TARN/videoio/VideoStreamDecoder.h>
 #include <TARN/videoio/VideoStreamEncoder.h>
+#include <TARN/videoio/WriteImage.h>

@@ -16,6 +16,10 @@ void Release::operator()(AVFilterInOut* list) const noexcept {
     avfilter_inout_free(&list);
 }
 
+void Release::operator()(AVFormatContext* openedInput) const noexcept {
+    avformat_close_input(&openedInput);
+}
+
 void Release::operator()(AVFrame* frame) const noexcept {
     av_frame_free(&frame);
 }

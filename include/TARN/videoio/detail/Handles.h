@@ -5,6 +5,7 @@
 struct AVCodecContext;
 struct AVFilterGraph;
 struct AVFilterInOut;
+struct AVFormatContext;
 struct AVFrame;
 struct AVPacket;
 struct SwsContext;
@@ -20,6 +21,7 @@ struct Release {
     void operator()(AVCodecContext* context) const noexcept;
     void operator()(AVFilterGraph* graph) const noexcept;
     void operator()(AVFilterInOut* list) const noexcept;
+    void operator()(AVFormatContext* openedInput) const noexcept;
     void operator()(AVFrame* frame) const noexcept;
     void operator()(AVPacket* packet) const noexcept;
     void operator()(SwsContext* context) const noexcept;
@@ -28,6 +30,7 @@ struct Release {
 using CodecContextHandle = std::unique_ptr<AVCodecContext, Release>;
 using FilterGraphHandle = std::unique_ptr<AVFilterGraph, Release>;
 using FilterInOutHandle = std::unique_ptr<AVFilterInOut, Release>;
+using InputContextHandle = std::unique_ptr<AVFormatContext, Release>;
 using FrameHandle = std::unique_ptr<AVFrame, Release>;
 using PacketHandle = std::unique_ptr<AVPacket, Release>;
 using SwsContextHandle = std::unique_ptr<SwsContext, Release>;

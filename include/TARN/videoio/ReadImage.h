@@ -1,0 +1,47 @@
+#pragma once
+
+#include <TARN/core/Mat.h>
+#include <TARN/core/Vec.h>
+#include <TARN/videoio/Export.h>
+
+#include <cstdint>
+#include <string>
+
+/// @file
+/// Still images from files, as 8-bit RGB: rows are the image's height, columns its width, elements
+/// its pixels (R, G, B).
+///
+/// The extension decides how a file is read: ".ppm" by tio::readPpm(), which never sees FFmpeg;
+/// ".jpg", ".jpeg" and ".png", in upper or lower case, by FFmpeg, which goes by what is inside and
+/// not by the name. Other extensions are refused.
+///
+/// Thread rule: every call stands alone; any thread.
+/// @throws std::out_of_range "invalid string position" for a path without a dot
+/// @throws tio::Exception "Unknown image file type extension: …"; what tio::readPpm() throws; and
+///         for a file whose first stream holds no pictures
+/// @throws tio::ffmpeg::Exception with the system's words and the path when the file cannot be
+///         opened; with FFmpeg's words when it cannot be decoded, after a line in the log that
+///         names the file
+
+namespace tio {
+
+/// The image as it is stored, except that one in a container with a "rotate" tag is turned as a
+/// video would be. A photo keeps the way in which the camera was held: see readImageUpright().
+[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+readImage(std::string path);
+
+/// The image as it is meant to be seen: the EXIF orientation of a photo is applied, mirrored ones
+/// included. The pixels are those of readImage() in another order. PNG images carry their
+/// orientation to FFmpeg from release 8 on; PPM images have none.
+[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+readImageUpright(std::string path);
+
+namespace ffmpeg {
+
+/// The same as tio::readImage().
+[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+readImage(std::string path);
+
+} // namespace ffmpeg
+
+} // namespace tio

@@ -1,0 +1,538 @@
+#include "Expectations.h"
+#include "Interception.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/Encoding.h"
+#include "media/LogCapture.h"
+#include "media/MediaFolder.h"
+#include "media/StillImages.h"
+#include "media/TemporaryFolder.h"
+
+#include <TARN/core/Exception.h>
+#include <TARN/videoio/Exception.h>
+#include <TARN/videoio/ReadImage.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace tio {
+namespace {
+
+using test::IsLogLine;
+using test::thrownText;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
+
+std::vector<uint8_t> bytesOf(const Image& image) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(image.data());
+    return {bytes, bytes + std::ptrdiff_t{3} * image.count};
+}
+
+void expectSamePixels(const Image& image, const test::OracleImage& expected) {
+    EXPECT_EQ(image.size, (Vec<int, 2>(expected.height, expected.width)));
+    EXPECT_TRUE(bytesOf(image) == expected.pixels);
+}
+
+/// A motion JPEG clip, whose pictures decode without what a container says about them.
+test::ClipPlan motionJpeg() {
+    test::ClipPlan plan;
+    plan.format = "mov";
+    plan.encoder = "mjpeg";
+    plan.pixelFormat = "yuvj420p";
+    plan.maxBFrames = 0;
+    plan.frameCount = 1;
+    return plan;
+}
+
+class ReadImageTest : public ::testing::Test {
+protected:
+    std::string make(const std::string& name, const test::ImagePlan& plan) {
+        test::makeImage(folder.file(name), plan);
+        return folder.file(name);
+    }
+
+    std::string write(const std::string& name, const std::string& bytes) {
+        test::writeBytes(folder.file(name), {bytes.begin(), bytes.end()});
+        return folder.file(name);
+    }
+
+    /// A clip under the name of an image, to be turned clockwise by so many degrees.
+    std::string makeTurned(int rotation) {
+        test::ClipPlan plan = motionJpeg();
+        plan.rotation = rotation;
+        test::makeClip(folder.file("turned.jpg"), plan);
+        return folder.file("turned.jpg");
+    }
+
+    test::TemporaryFolder folder;
+    test::LogCapture log;
+};
+
+// What is read
+
+struct MadeImage {
+    const char* name;
+    const char* extension;
+    test::ImagePlan plan;
+};
+
+void PrintTo(const MadeImage& image, std::ostream* out) {
+    *out << image.name;
+}
+
+test::ImagePlan planOf(const char* encoder, const char* pixelFormat, int width = 33,
+                       int height = 21) {
+    test::ImagePlan plan;
+    plan.encoder = encoder;
+    plan.pixelFormat = pixelFormat;
+    plan.width = width;
+    plan.height = height;
+    return plan;
+}
+
+test::ImagePlan interlaced(test::ImagePlan plan) {
+    plan.options["flags"] = "+ildct";
+    return plan;
+}
+
+class ReadMadeImage : public ReadImageTest, public ::testing::WithParamInterface<MadeImage> {};
+
+TEST_P(ReadMadeImage, HasThePixelsThatFfmpegDecodes) {
+    const std::string path = make(std::string("image") + GetParam().extension, GetParam().plan);
+    const test::OracleImage expected = test::oracleImage(path);
+    ASSERT_EQ(expected.width, GetParam().plan.width);
+    expectSamePixels(readImage(path), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Images, ReadMadeImage,
+    ::testing::Values(MadeImage{"Jpeg420", ".jpg", planOf("mjpeg", "yuvj420p")},
+                      MadeImage{"Jpeg422", ".jpeg", planOf("mjpeg", "yuvj422p")},
+                      MadeImage{"Jpeg444", ".JPG", planOf("mjpeg", "yuvj444p")},
+                      MadeImage{"JpegOfOnePixel", ".jpg", planOf("mjpeg", "yuvj420p", 1, 1)},
+                      MadeImage{"JpegLossless", ".jpg", planOf("ljpeg", "bgr24")},
+                      MadeImage{"PngRgb", ".png", planOf("png", "rgb24")},
+                      MadeImage{"PngRgbOfAwkwardWidth", ".PNG", planOf("png", "rgb24", 54, 5)},
+                      MadeImage{"PngInterlaced", ".png", interlaced(planOf("png", "rgb24"))},
+                      MadeImage{"PngGray", ".png", planOf("png", "gray")},
+                      MadeImage{"PngGrayOf16Bits", ".png", planOf("png", "gray16be")},
+                      MadeImage{"PngGrayWithAlpha", ".png", planOf("png", "ya8")},
+                      MadeImage{"PngBlackAndWhite", ".png", planOf("png", "monob")},
+                      MadeImage{"PngOf16Bits", ".png", planOf("png", "rgb48be")},
+                      MadeImage{"PngWithAlpha", ".png", planOf("png", "rgba")},
+                      MadeImage{"PngWithAlphaOf16Bits", ".png", planOf("png", "rgba64be")},
+                      MadeImage{"PngNamedJpeg", ".jpg", planOf("png", "rgb24")},
+                      MadeImage{"BmpNamedPng", ".png", planOf("bmp", "bgr24")}),
+    [](const auto& made) { return std::string(made.param.name); });
+
+TEST_F(ReadImageTest, APaletteImageHasTheColoursOfItsPalette) {
+    test::ImagePlan plan = planOf("png", "pal8", 16, 8);
+    const std::string path = make("palette.png", plan);
+    expectSamePixels(readImage(path), test::oracleImage(path));
+}
+
+TEST_F(ReadImageTest, TheOtherNamespaceReadsTheSameImage) {
+    const std::string path = make("image.png", {});
+    EXPECT_TRUE(bytesOf(ffmpeg::readImage(path)) == bytesOf(readImage(path)));
+}
+
+TEST_F(ReadImageTest, ANameWithAPatternIsAFileLikeAnyOther) {
+    const test::OracleImage expected = test::oracleImage(make("plain.png", {}));
+    for (const std::string name :
+         {"a%03d.png", "b%d.png", "c*.png", "d%*.png", "e[1].png", "f%%.png", "g{1,2}.png"})
+        expectSamePixels(readImage(make(name, {})), expected);
+    const std::string jpeg = make("plain.jpg", planOf("mjpeg", "yuvj420p"));
+    std::filesystem::copy_file(jpeg, folder.file("a%03d.jpg"));
+    expectSamePixels(readImage(folder.file("a%03d.jpg")), test::oracleImage(jpeg));
+}
+
+TEST_F(ReadImageTest, ANumberedNeighbourIsNotTakenForTheFile) {
+    test::ImagePlan other;
+    other.number = 99;
+    (void)make("a001.png", other);
+    expectSamePixels(readImage(make("a%03d.png", {})), test::oracleImage(make("plain.png", {})));
+}
+
+TEST_F(ReadImageTest, TheFirstStreamIsReadThoughAnotherIsBetter) {
+    const test::ClipPlan small = motionJpeg();
+    test::ClipPlan large = small;
+    large.width = 400;
+    large.height = 300;
+    const std::string path = folder.file("two.jpg");
+    test::writePackets(path, "matroska", {test::encodeVideo(small), test::encodeVideo(large)});
+    EXPECT_EQ(readImage(path).size, (Vec<int, 2>(64, 96)));
+}
+
+TEST_F(ReadImageTest, ARotateTagTurnsTheImage) {
+    const std::string path = makeTurned(90);
+    const test::OracleImage stored = test::oracleImage(path);
+    const Image turned = readImage(path);
+    ASSERT_EQ(turned.size, (Vec<int, 2>(stored.width, stored.height))) << "sides exchanged";
+    // What is stored at the left end of a row from the bottom stands at the top now. Colours lie
+    // between pixels, so that they are interpolated a little differently.
+    const int bottom = stored.height - 1;
+    for (int col = 0; col < turned.cols(); ++col) {
+        const auto from = static_cast<std::size_t>(3 * (bottom - col) * stored.width);
+        EXPECT_NEAR(turned(0, col)[1], stored.pixels.at(from + 1), 8) << col;
+    }
+}
+
+TEST_F(ReadImageTest, AHalfTurnKeepsTheSides) {
+    EXPECT_EQ(readImage(makeTurned(180)).size, (Vec<int, 2>(64, 96)));
+}
+
+// PPM
+
+TEST_F(ReadImageTest, PpmNeverReachesFfmpeg) {
+    const test::Interception intercepted;
+    EXPECT_EQ(bytesOf(readImage(write("image.PPM", "P3 1 1 255 7 8 9"))),
+              (std::vector<uint8_t>{7, 8, 9}));
+    std::filesystem::copy_file(make("image.png", {}), folder.file("png.ppm"));
+    EXPECT_EQ(thrownText<Exception>([&] { (void)readImage(folder.file("png.ppm")); }),
+              "PPM: the image begins with neither P6 nor P3");
+    EXPECT_EQ(intercepted->avformat_open_input.count, 0);
+}
+
+TEST_F(ReadImageTest, PpmNamedPngIsReadByFfmpeg) {
+    const test::Interception intercepted;
+    const std::string path = make("image.png", planOf("ppm", "rgb24"));
+    EXPECT_EQ(readImage(path).size, (Vec<int, 2>(21, 33)));
+    EXPECT_EQ(intercepted->avformat_open_input.count, 1);
+}
+
+TEST_F(ReadImageTest, AMissingPpmIsReportedByItsReader) {
+    EXPECT_EQ(thrownText<Exception>([&] { (void)readImage(folder.file("none.ppm")); }),
+              "PPM: the stream cannot be read");
+}
+
+TEST_F(ReadImageTest, AFolderNamedPpmIsReportedByItsReader) {
+    std::filesystem::create_directory(folder.file("folder.ppm"));
+    EXPECT_EQ(thrownText<Exception>([&] { (void)readImage(folder.file("folder.ppm")); }),
+              "PPM: the image begins with neither P6 nor P3");
+}
+
+// Names
+
+TEST_F(ReadImageTest, AnUnknownExtensionIsRefused) {
+    EXPECT_EQ(thrownText<Exception>([] { (void)readImage("photo.gif"); }),
+              "Unknown image file type extension: .gif");
+}
+
+TEST_F(ReadImageTest, APathWithoutADotIsRefused) {
+    EXPECT_EQ(thrownText<std::out_of_range>([] { (void)readImage("photo"); }),
+              "invalid string position");
+}
+
+// Failures
+
+TEST_F(ReadImageTest, AMissingFileIsNamedBehindTheSystemsWordsAndNotLogged) {
+    const std::string path = folder.file("none.jpg");
+    EXPECT_EQ(thrownText<ffmpeg::Exception>([&] { (void)readImage(path); }),
+              std::generic_category().message(ENOENT) + ": " + path);
+    EXPECT_THAT(log.lines(), Not(Contains(::testing::Field(&test::LogLine::logger, "root"))));
+}
+
+TEST_F(ReadImageTest, AnEmptyFileIsNamedWithThePlace) {
+    const std::string path = write("empty.png", "");
+    const std::string text = thrownText<ffmpeg::Exception>([&] { (void)readImage(path); });
+    EXPECT_THAT(text, HasSubstr(path));
+    EXPECT_EQ(text, "Invalid data found when processing input: " + path +
+                        R"( @ ..\src\TARN\videoio\ReadImage:44)");
+    EXPECT_THAT(log.lines(), Contains(IsLogLine("root", 5, text)));
+}
+
+class DamagedImage : public ReadImageTest {
+protected:
+    // What a failed reading says, and that the log names the file.
+    std::string failureOf(const std::string& path) {
+        const std::string text = thrownText<ffmpeg::Exception>([&] { (void)readImage(path); });
+        EXPECT_THAT(log.lines(), Contains(IsLogLine("root", 5, text)));
+        EXPECT_THAT(log.lines(),
+                    Contains(IsLogLine("root", 4, "Could not read an image from " + path)));
+        return text;
+    }
+};
+
+constexpr const char* invalidAt81 =
+    R"(Invalid data found when processing input @ ..\src\TARN\videoio\ReadImage:81)";
+
+TEST_F(DamagedImage, ATextFileNamedJpgIsInvalid) {
+    EXPECT_EQ(failureOf(write("text.jpg", "Not a picture at all.\nReally not.\n")), invalidAt81);
+}
+
+TEST_F(DamagedImage, ATruncatedPngIsInvalid) {
+    const std::string path = make("cut.png", {});
+    test::truncateFile(path, 60);
+    EXPECT_EQ(failureOf(path), invalidAt81);
+}
+
+TEST_F(DamagedImage, AFileThatEndsBeforeItsFirstPictureIsNamed) {
+    const test::Interception intercepted;
+    intercepted->av_read_frame.instead = [](AVFormatContext*, AVPacket*) { return AVERROR_EOF; };
+    const std::string path = make("image.png", {});
+    EXPECT_EQ(failureOf(path), "End of file: " + path + R"( @ ..\src\TARN\videoio\ReadImage:70)");
+}
+
+TEST_F(DamagedImage, AFileWhoseDecoderOnlyAsksForMoreIsNamed) {
+    const test::Interception intercepted;
+    intercepted->avcodec_receive_frame.instead = [](AVCodecContext*, AVFrame*) {
+        return AVERROR(EAGAIN);
+    };
+    const std::string path = make("image.png", {});
+    EXPECT_THAT(failureOf(path), StartsWith("End of file: " + path));
+}
+
+TEST_F(ReadImageTest, AClipThatBeginsWithSoundIsRefusedByName) {
+    const std::string path = folder.file("sound.jpg");
+    test::writePackets(path, "matroska",
+                       {test::encodeTone(0.1, true), test::encodeVideo(motionJpeg())});
+    const std::string message = "The first stream of " + path + " holds no pictures";
+    EXPECT_EQ(thrownText<Exception>([&] { (void)readImage(path); }), message);
+    EXPECT_THAT(log.linesAt(4),
+                ElementsAre(message + R"( @ ..\src\TARN\videoio\ReadImage:52)",
+                            "Assertion failed: pictures", "Could not read an image from " + path));
+}
+
+TEST_F(DamagedImage, ACodecThatNobodyKnowsFailsWhereItIsOpened) {
+    const std::string path = folder.file("unknown.jpg");
+    test::writePackets(path, "matroska", {test::encodeVideo(motionJpeg())});
+    std::vector<uint8_t> bytes = test::readBytes(path);
+    const std::string codec = "V_MJPEG";
+    const auto place = std::search(bytes.begin(), bytes.end(), codec.begin(), codec.end());
+    ASSERT_NE(place, bytes.end());
+    place[2] = 'X';
+    test::writeBytes(path, bytes);
+    EXPECT_EQ(failureOf(path), R"(Invalid argument @ ..\src\TARN\videoio\ReadImage:58)");
+}
+
+struct FailingCall {
+    int number;
+    std::function<void(test::Calls&)> set;
+};
+
+class FailingRead : public DamagedImage, public ::testing::WithParamInterface<FailingCall> {};
+
+TEST_P(FailingRead, ThrowsFfmpegsWordsAndThePlace) {
+    const test::Interception intercepted;
+    const std::string path = make("image.png", {});
+    GetParam().set(test::calls());
+    EXPECT_EQ(failureOf(path), "Invalid argument @ ..\\src\\TARN\\videoio\\ReadImage:" +
+                                   std::to_string(GetParam().number));
+}
+
+const auto fails = [](auto&&...) { return AVERROR(EINVAL); };
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, FailingRead,
+    ::testing::Values(
+        FailingCall{48, [](test::Calls& c) { c.avformat_find_stream_info.instead = fails; }},
+        FailingCall{58, [](test::Calls& c) { c.avcodec_open2.instead = fails; }},
+        FailingCall{81, [](test::Calls& c) { c.avcodec_send_packet.instead = fails; }},
+        FailingCall{91, [](test::Calls& c) { c.avcodec_receive_frame.instead = fails; }}),
+    [](const auto& call) { return "At" + std::to_string(call.param.number); });
+
+class RefusedPacket : public ReadImageTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(RefusedPacket, IsSentAgain) {
+    const test::Interception intercepted;
+    const std::string path = make("image.png", {});
+    int refusals = 3;
+    std::vector<const uint8_t*> sent;
+    intercepted->avcodec_send_packet.instead = [&](AVCodecContext* codec, const AVPacket* packet) {
+        sent.push_back(packet->data);
+        return refusals-- > 0 ? GetParam() : test::real::sendPacket(codec, packet);
+    };
+    EXPECT_EQ(readImage(path).rows(), 21);
+    ASSERT_EQ(sent.size(), 4u);
+    EXPECT_THAT(sent, ::testing::Each(sent.front()));
+}
+
+TEST_P(RefusedPacket, IsNotSentForEver) {
+    const test::Interception intercepted;
+    const std::string path = make("image.png", {});
+    intercepted->avcodec_send_packet.instead = [](AVCodecContext*, const AVPacket*) {
+        return GetParam();
+    };
+    EXPECT_THAT(thrownText<ffmpeg::Exception>([&] { (void)readImage(path); }),
+                HasSubstr(R"( @ ..\src\TARN\videoio\ReadImage:81)"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, RefusedPacket, ::testing::Values(AVERROR(EAGAIN), AVERROR_EOF));
+
+TEST_F(ReadImageTest, PacketsOfOtherStreamsAndEmptyOnesArePassedOver) {
+    const test::Interception intercepted;
+    const std::string path = make("image.png", {});
+    int number = 0;
+    intercepted->av_read_frame.instead = [&](AVFormatContext* context, AVPacket* packet) {
+        if (++number > 2)
+            return test::real::readFrame(context, packet);
+        test::check(av_new_packet(packet, number == 1 ? 8 : 0), "packet");
+        packet->stream_index = number == 1 ? 7 : 0;
+        return 0;
+    };
+    expectSamePixels(readImage(path), test::oracleImage(path));
+}
+
+// Photos
+
+class Photo : public ReadImageTest, public ::testing::WithParamInterface<int> {
+protected:
+    Photo() {
+        path = make("photo.jpg", planOf("mjpeg", "yuvj444p", 48, 32));
+        test::addExifOrientation(path, GetParam());
+    }
+
+    std::string path;
+};
+
+TEST_P(Photo, IsReadAsItIsStored) {
+    expectSamePixels(readImage(path), test::oracleImage(path));
+}
+
+TEST_P(Photo, IsReadUprightWhereThatIsAskedFor) {
+    const Image image = readImageUpright(path);
+    const Image stored = readImage(path);
+    const int bottom = stored.rows() - 1;
+    const int right = stored.cols() - 1;
+    ASSERT_EQ(image.size, GetParam() < 5 ? stored.size : (Vec<int, 2>(48, 32)));
+    for (int row = 0; row < image.rows(); ++row) {
+        for (int col = 0; col < image.cols(); ++col) {
+            const std::array<Vec<int, 2>, 8> from = {Vec<int, 2>(row, col),
+                                                     Vec<int, 2>(row, right - col),
+                                                     Vec<int, 2>(bottom - row, right - col),
+                                                     Vec<int, 2>(bottom - row, col),
+                                                     Vec<int, 2>(col, row),
+                                                     Vec<int, 2>(bottom - col, row),
+                                                     Vec<int, 2>(bottom - col, right - row),
+                                                     Vec<int, 2>(col, right - row)};
+            const auto& place = from.at(static_cast<std::size_t>(GetParam() - 1));
+            ASSERT_EQ(image(row, col), stored(place[0], place[1])) << row << ", " << col;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Orientations, Photo, ::testing::Range(1, 9));
+
+TEST_F(ReadImageTest, AStreamThatSaysHowItIsTurnedIsTurnedOnce) {
+    const std::string path = makeTurned(90);
+    EXPECT_TRUE(bytesOf(readImageUpright(path)) == bytesOf(readImage(path)));
+}
+
+TEST_F(ReadImageTest, ImagesWithoutOrientationAreUprightAsTheyAre) {
+    const std::string png = make("image.png", {});
+    EXPECT_TRUE(bytesOf(readImageUpright(png)) == bytesOf(readImage(png)));
+    EXPECT_EQ(bytesOf(readImageUpright(write("image.ppm", "P6 1 1 255\nabc"))),
+              (std::vector<uint8_t>{'a', 'b', 'c'}));
+}
+
+// Real images
+
+class RealImages : public ReadImageTest {
+protected:
+    void SetUp() override {
+        if (!test::mediaFile("still"))
+            GTEST_SKIP() << test::mediaMissingMessage();
+    }
+
+    static std::vector<std::string> filesOf(const std::vector<std::string>& extensions) {
+        std::vector<std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(*test::mediaFile("still"))) {
+            for (const std::string& extension : extensions) {
+                if (entry.path().extension() == extension)
+                    files.push_back(entry.path().string());
+            }
+        }
+        EXPECT_FALSE(files.empty());
+        return files;
+    }
+
+    static std::optional<test::OracleImage> byFfmpeg(const std::string& path) {
+        try {
+            return test::oracleImage(path);
+        } catch (const std::runtime_error&) {
+            return std::nullopt;
+        }
+    }
+
+    static void expectAsFfmpegReadsThem(const std::vector<std::string>& files) {
+        for (const std::string& path : files) {
+            SCOPED_TRACE(path);
+            if (const auto expected = byFfmpeg(path))
+                expectSamePixels(readImage(path), *expected);
+            else
+                EXPECT_THROW((void)readImage(path), Exception);
+        }
+    }
+};
+
+TEST_F(RealImages, JpegHasThePixelsThatFfmpegDecodes) {
+    expectAsFfmpegReadsThem(filesOf({".jpg", ".jpeg"}));
+}
+
+TEST_F(RealImages, PngHasThePixelsThatFfmpegDecodes) {
+    expectAsFfmpegReadsThem(filesOf({".png"}));
+}
+
+/// A PPM image with 8-bit samples, taken apart by hand: the numbers of the header are its first
+/// words once comments are gone, and the samples begin behind the blank that ends the last.
+test::OracleImage ppmByHand(const std::string& path) {
+    const std::vector<uint8_t> bytes = test::readBytes(path);
+    std::vector<std::string> words = {""};
+    std::size_t at = 0;
+    const bool plain = bytes.at(1) == '3';
+    for (; at < bytes.size() && (plain || words.size() < 5); ++at) {
+        if (bytes[at] == '#')
+            while (bytes[at] != '\n')
+                ++at;
+        if (std::isspace(bytes[at]) == 0)
+            words.back() += static_cast<char>(bytes[at]);
+        else if (!words.back().empty())
+            words.emplace_back();
+    }
+    test::OracleImage image{std::stoi(words.at(1)), std::stoi(words.at(2)), {}};
+    const int highest = std::stoi(words.at(3));
+    const std::size_t count = 3 * static_cast<std::size_t>(image.width * image.height);
+    for (std::size_t i = 0; i < count; ++i) {
+        const int sample = plain ? std::stoi(words.at(4 + i)) : bytes.at(at + i);
+        image.pixels.push_back(static_cast<uint8_t>(std::lround(255.0 * sample / highest)));
+    }
+    return image;
+}
+
+TEST_F(RealImages, PpmHasTheSamplesThatItsBytesSpell) {
+    for (const std::string& path : filesOf({".ppm"})) {
+        SCOPED_TRACE(path);
+        std::optional<test::OracleImage> expected;
+        try {
+            expected = ppmByHand(path);
+        } catch (const std::logic_error&) { // it has fewer samples than pixels, or no numbers
+        }
+        if (expected)
+            expectSamePixels(readImage(path), *expected);
+        else
+            EXPECT_THROW((void)readImage(path), Exception);
+    }
+}
+
+} // namespace
+} // namespace tio
