@@ -31,8 +31,8 @@ namespace tio {
 readImage(std::string path);
 
 /// The image as it is meant to be seen: the EXIF orientation of a photo is applied, mirrored ones
-/// included. The pixels are those of readImage() in another order. PNG images carry their
-/// orientation to FFmpeg from release 8 on; PPM images have none.
+/// included. The pixels are those of readImage() in another order. FFmpeg
+/// finds the orientation of PNG images from release 9 on; PPM images have none.
 [[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
 readImageUpright(std::string path);
 
