@@ -17,9 +17,16 @@ struct Program {
     std::function<ExitCode()> command; ///< set by the command that was named
 };
 
-/// Adds a command with the arguments that all of them have: the clip, --quiet and --verbose.
+/// The first argument of a command, which says what it reads.
+struct InputArgument {
+    std::string name = "URL";
+    std::string description = "Clip: a file, or an rtsp:// URL";
+};
+
+/// Adds a command with the arguments that all of them have: the input, --quiet and --verbose.
 CLI::App& addCommand(CLI::App& app, Program& program, const std::string& name,
-                     const std::string& description, std::function<ExitCode()> run);
+                     const std::string& description, std::function<ExitCode()> run,
+                     const InputArgument& input = {});
 
 /// Adds --index FILE to a command that can make use of a stored index.
 void addIndexOption(CLI::App& command, Program& program, const std::string& description);
@@ -34,5 +41,9 @@ void addIndexCommand(CLI::App& app, Program& program);
 void addVerifyCommand(CLI::App& app, Program& program);
 void addRemuxCommand(CLI::App& app, Program& program);
 void addTranscodeCommand(CLI::App& app, Program& program);
+void addImageCommand(CLI::App& app, Program& program);
+void addSheetCommand(CLI::App& app, Program& program);
+void addWaveCommand(CLI::App& app, Program& program);
+void addNalsCommand(CLI::App& app, Program& program);
 
 } // namespace tio::tool

@@ -40,6 +40,19 @@ FrameWalker::Picture FrameWalker::read(int64_t number) {
     return readNext();
 }
 
+int64_t FrameWalker::countFrames() {
+    int64_t count = 0;
+    if (maySeek && preparePlan()) {
+        count = plan->frameCount();
+    } else {
+        while (readNext().frame) {
+        }
+        count = nextNumber;
+    }
+    restart();
+    return count;
+}
+
 std::optional<int64_t> FrameWalker::frameCount() const {
     if (atEnd)
         return nextNumber;

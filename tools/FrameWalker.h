@@ -33,6 +33,11 @@ public:
     /// @throws Failure naming the clip and the frame that cannot be read
     [[nodiscard]] Picture read(int64_t number);
 
+    /// Number of frames: from the index where that agrees with reading, otherwise by reading all of
+    /// them. Reading then begins anew, so that every frame may be asked for.
+    /// @throws Failure naming the clip and the frame that cannot be read
+    [[nodiscard]] int64_t countFrames();
+
     /// Number of frames, once it is known: from the index, if one is in use, or because the end of
     /// the clip has been reached.
     [[nodiscard]] std::optional<int64_t> frameCount() const;

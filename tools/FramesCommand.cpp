@@ -30,11 +30,7 @@ ffmpeg::ImageFileType formatOf(const FramesOptions& options) {
     if (options.format.empty() && options.single)
         extension = CLI::detail::to_lower(std::filesystem::path(options.output).extension());
     const auto known = ffmpeg::typeExtensionMap.find(extension);
-    return known != ffmpeg::typeExtensionMap.end() ? known->second : ffmpeg::ImageFileType::Ppm;
-}
-
-std::string extensionOf(ffmpeg::ImageFileType type) {
-    return type == ffmpeg::ImageFileType::Png ? ".png" : ".ppm";
+    return known != ffmpeg::typeExtensionMap.end() ? known->second : ffmpeg::ImageFileType::Png;
 }
 
 [[noreturn]] void failNoSuchFrame(const InputOptions& input, int64_t number, int64_t count) {
@@ -53,7 +49,7 @@ public:
         : program(ofProgram),
           options(ofCommand),
           type(formatOf(options)),
-          write(imageWriter(type, options.output)),
+          write(imageWriter(type)),
           walker(program.input, [this](const std::string& text) { warn(text); }) {}
 
     void writeSingle() {
@@ -108,7 +104,7 @@ private:
     [[nodiscard]] std::string pathOf(int64_t number) const {
         char name[48];
         std::snprintf(name, sizeof name, "frame-%06lld", static_cast<long long>(number));
-        return std::filesystem::path(options.output) / (name + extensionOf(type));
+        return std::filesystem::path(options.output) / (name + imageExtension(type));
     }
 
     // Counting takes longer, but what comes out is the same. It is worth a word to whoever asks,
@@ -138,13 +134,13 @@ ExitCode runFrames(const Program& program, const FramesOptions& options) {
 
 constexpr const char* footer =
     R"(Frames are numbered from 0 in the order in which they are shown. A folder is
-made where it is missing and receives files such as frame-000123.ppm; files of
+made where it is missing and receives files such as frame-000123.png; files of
 the same name are replaced. Each file gets its name when it is complete.
 
 Examples:
   tarn-videoio frames clip.mp4 -o frames
   tarn-videoio frames clip.mp4 -o frames --from 100 --to 199 --every 10
-  tarn-videoio frames clip.mp4 --frame 42 -o frame42.ppm)";
+  tarn-videoio frames clip.mp4 --frame 42 -o frame42.png)";
 
 } // namespace
 
@@ -164,8 +160,8 @@ void addFramesCommand(CLI::App& app, Program& program) {
         option->check(atLeast(0))->type_name("N");
     every->check(atLeast(1))->type_name("K");
     single->excludes(from)->excludes(to)->excludes(every);
-    command.add_option("--format", options->format, "Format of the pictures [ppm]")
-        ->transform(CLI::IsMember({"ppm", "png"}, CLI::ignore_case))
+    command.add_option("--format", options->format, "png, jpg or ppm [png]")
+        ->transform(CLI::IsMember({"png", "jpg", "ppm"}, CLI::ignore_case))
         ->type_name("");
     addIndexOption(command, program, "Take the frame index from a stored file");
     command.footer(footer);

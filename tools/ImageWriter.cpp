@@ -1,28 +1,76 @@
 #include "ImageWriter.h"
 
 #include "Failure.h"
+#include "MemoryFile.h"
 #include "OutputFile.h"
+
+#include <TARN/videoio/Exception.h>
+#include <TARN/videoio/WriteImage.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 namespace tio::tool {
 
 namespace {
 
-void writePpm(const tio::PixelFormat::RgbImage& picture, const std::string& path) {
-    const std::string header =
-        "P6\n" + std::to_string(picture.cols()) + ' ' + std::to_string(picture.rows()) + "\n255\n";
-    OutputFile file(path);
-    file.write(header.data(), header.size());
-    file.write(picture.data(), static_cast<size_t>(picture.count) * sizeof *picture.data());
-    file.publish();
+constexpr int usualCompression = -1; // the encoder's own choice
+
+// The library's failure to write names the file in memory, which would tell the user nothing.
+void encode(const tio::PixelFormat::RgbImage& picture, const MemoryFile& file,
+            ffmpeg::ImageFileType type) {
+    errno = 0;
+    try {
+        ffmpeg::writeImage(file.path(), picture, usualCompression, type);
+    } catch (const ffmpeg::Exception&) {
+        throw;
+    } catch (const tio::Exception&) {
+        if (errno == 0)
+            throw;
+        throw std::system_error(errno, std::generic_category());
+    }
+}
+
+// Through memory, so that the file is written, and its failures told, like every other.
+void writePicture(const tio::PixelFormat::RgbImage& picture, const std::string& path,
+                  ffmpeg::ImageFileType type) {
+    writing(path, [&] {
+        const MemoryFile encoded;
+        encode(picture, encoded, type);
+        OutputFile file(path);
+        encoded.forEachBlock([&](const void* data, size_t size) { file.write(data, size); });
+        file.publish();
+    });
 }
 
 } // namespace
 
-ImageWriter imageWriter(ffmpeg::ImageFileType type, const std::string& output) {
-    if (type == ffmpeg::ImageFileType::Ppm)
-        return writePpm;
-    throw Failure(ExitCode::Usage, output,
-                  "this version writes pictures as ppm only; use --format ppm");
+ImageWriter imageWriter(ffmpeg::ImageFileType type) {
+    return [type](const tio::PixelFormat::RgbImage& picture, const std::string& path) {
+        writePicture(picture, path, type);
+    };
+}
+
+ffmpeg::ImageFileType imageTypeOf(const std::string& path) {
+    const auto known = ffmpeg::typeExtensionMap.find(
+        CLI::detail::to_lower(std::filesystem::path(path).extension()));
+    if (known == ffmpeg::typeExtensionMap.end())
+        throw Failure(ExitCode::Usage, path,
+                      "a picture is called .png, .jpg, .jpeg or .ppm at the end");
+    return known->second;
+}
+
+std::string imageExtension(ffmpeg::ImageFileType type) {
+    switch (type) {
+    case ffmpeg::ImageFileType::Jpeg:
+        return ".jpg";
+    case ffmpeg::ImageFileType::Ppm:
+        return ".ppm";
+    default:
+        return ".png";
+    }
 }
 
 } // namespace tio::tool

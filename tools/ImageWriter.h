@@ -11,8 +11,14 @@ namespace tio::tool {
 /// Writes one picture to the file of that path.
 using ImageWriter = std::function<void(const tio::PixelFormat::RgbImage&, const std::string& path)>;
 
-/// The writer of a format. This is the one place that knows which formats there are.
-/// @throws Failure with ExitCode::Usage, naming `output`, for one that cannot be written
-[[nodiscard]] ImageWriter imageWriter(ffmpeg::ImageFileType type, const std::string& output);
+/// The writer of a format. Files get their names when they are complete.
+[[nodiscard]] ImageWriter imageWriter(ffmpeg::ImageFileType type);
+
+/// The format that a file's name asks for.
+/// @throws Failure with ExitCode::Usage, naming the file, when there is no such format
+[[nodiscard]] ffmpeg::ImageFileType imageTypeOf(const std::string& path);
+
+/// ".png", ".jpg" or ".ppm"
+[[nodiscard]] std::string imageExtension(ffmpeg::ImageFileType type);
 
 } // namespace tio::tool

@@ -16,7 +16,7 @@ namespace {
 
 } // namespace
 
-MemoryFile::MemoryFile() : descriptor(::memfd_create("tarn-videoio index", MFD_CLOEXEC)) {
+MemoryFile::MemoryFile() : descriptor(::memfd_create("tarn-videoio", MFD_CLOEXEC)) {
     if (descriptor < 0)
         throwErrno();
 }

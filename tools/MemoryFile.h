@@ -7,7 +7,7 @@
 namespace tio::tool {
 
 /// A file without a place in any folder. The library stores an index to it and loads it again by
-/// path, so that one pass over a stream serves several readers.
+/// path, so that one pass over a stream serves several readers; images are written to it.
 class MemoryFile {
 public:
     /// @throws std::system_error when the system gives none

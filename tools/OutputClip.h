@@ -1,11 +1,13 @@
 #pragma once
 
+#include "Failure.h"
 #include "OutputFile.h"
 
 #include <TARN/videoio/OutputFormatContext.h>
 
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tio::tool {
 

@@ -1,5 +1,6 @@
 #include "Progress.h"
 
+#include "Clock.h"
 #include "Interruption.h"
 
 #include <algorithm>
@@ -15,17 +16,6 @@ namespace {
 constexpr auto drawingInterval = std::chrono::milliseconds(100);
 constexpr int barWidth = 24;
 constexpr const char* clearLine = "\r\033[K";
-
-std::string clockText(double seconds) {
-    const auto whole = static_cast<long long>(std::ceil(seconds));
-    char text[48];
-    if (whole >= 3600)
-        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
-                      whole % 60);
-    else
-        std::snprintf(text, sizeof text, "%lld:%02lld", whole / 60, whole % 60);
-    return text;
-}
 
 } // namespace
 
@@ -69,7 +59,7 @@ void Progress::draw(Clock::time_point now) const {
                       rate);
         line += text;
         if (total)
-            line += "  ETA " + clockText(static_cast<double>(*total - done) / rate);
+            line += "  ETA " + clockText(std::ceil(static_cast<double>(*total - done) / rate));
     }
     std::fputs(line.c_str(), stderr);
     std::fflush(stderr);

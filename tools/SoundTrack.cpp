@@ -1,7 +1,5 @@
 #include "SoundTrack.h"
 
-#include "Input.h"
-
 #include <array>
 #include <utility>
 
@@ -19,28 +17,10 @@ int usualLayout(int channels) {
                : 0;
 }
 
-// Unsigned 8-bit sound is handed out as it is stored: silence, 128, at about a half.
-void centre(ffmpeg::AudioPacketEncoder::Samples& samples) {
-    constexpr float silence = 128.0F / 255.0F;
-    float* const values = samples.data();
-    for (int i = 0; i < samples.count; ++i)
-        values[i] = (values[i] - silence) * 2.0F;
-}
-
-bool bestAudioIsUnsigned(const ffmpeg::InputFormatContext& input) {
-    return input.getCodecNameOfStream(input.findBestAudioStreamIndex()) == "pcm_u8";
-}
-
 } // namespace
 
-SoundTrack::SoundTrack(std::string url, const OutputClip& clip, Rational start)
-    : input(std::move(url)), output(clip) {
-    const auto context = openInput(input);
-    unsignedSamples = bestAudioIsUnsigned(*context);
-    reading(input, [&] {
-        decoder = std::make_unique<ffmpeg::AudioStreamDecoder>(context);
-        first = decoder->readNextFrame();
-    });
+SoundTrack::SoundTrack(const std::string& url, const OutputClip& clip, Rational start)
+    : output(clip), reader(url), first(reader.read()) {
     if (first.samples.count == 0) {
         atEnd = true; // announced or not, a stream without sound would keep the file from opening
         return;
@@ -58,13 +38,9 @@ SoundTrack::SoundTrack(std::string url, const OutputClip& clip, Rational start)
 }
 
 bool SoundTrack::readOn() {
-    auto frame = first.samples.count != 0
-                     ? std::exchange(first, {})
-                     : reading(input, [&] { return decoder->readNextFrame(); });
+    const auto frame = first.samples.count != 0 ? std::exchange(first, {}) : reader.read();
     if (frame.samples.count == 0)
         return false;
-    if (unsignedSamples)
-        centre(frame.samples);
     blocks->add(frame);
     return true;
 }

@@ -2,9 +2,9 @@
 
 #include "OutputClip.h"
 #include "SoundBlocks.h"
+#include "SoundReader.h"
 
 #include <TARN/videoio/AudioPacketEncoder.h>
-#include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/OutputStream.h>
 
 #include <memory>
@@ -19,7 +19,7 @@ class SoundTrack {
 public:
     /// @param start time in seconds from which on there is sound in the output
     /// @throws Failure naming the input or the output
-    SoundTrack(std::string url, const OutputClip& clip, ffmpeg::Rational start);
+    SoundTrack(const std::string& url, const OutputClip& clip, ffmpeg::Rational start);
 
     /// Writes the sound up to a time, or a little more.
     void writeUpTo(ffmpeg::Rational time);
@@ -33,10 +33,8 @@ private:
     void writeBlock(const SoundBlocks::Block& block);
     void writePackets(const std::vector<ffmpeg::OutputPacket>& packets);
 
-    std::string input;
     const OutputClip& output;
-    bool unsignedSamples; // 8-bit sound, which is decoded to [0, 1]
-    std::unique_ptr<ffmpeg::AudioStreamDecoder> decoder;
+    SoundReader reader;
     ffmpeg::AudioPacketDecoder::Frame first;
     std::unique_ptr<ffmpeg::AudioPacketEncoder> encoder; // packets held by the stream refer to it
     std::unique_ptr<ffmpeg::OutputStream> stream;

@@ -11,11 +11,10 @@
 namespace tio::tool {
 
 CLI::App& addCommand(CLI::App& app, Program& program, const std::string& name,
-                     const std::string& description, std::function<ExitCode()> run) {
+                     const std::string& description, std::function<ExitCode()> run,
+                     const InputArgument& input) {
     CLI::App& command = *app.add_subcommand(name, description);
-    command.add_option("URL", program.input.url, "Clip: a file, or an rtsp:// URL")
-        ->required()
-        ->type_name("");
+    command.add_option(input.name, program.input.url, input.description)->required()->type_name("");
     command.add_flag("-q,--quiet", program.quiet, "Print errors, and what was asked for, only");
     command.add_flag("-v,--verbose", program.verbose,
                      "Print the log of the library and of FFmpeg to standard error");
@@ -34,17 +33,21 @@ CLI::Validator atLeast(int64_t least) {
 namespace {
 
 constexpr const char* description = "Looks into video clips, takes frames out by number, checks "
-                                    "that seeking is exact, and writes MP4.";
+                                    "that seeking is exact, and writes MP4 and pictures.";
 
 constexpr const char* footer = R"(Examples:
   tarn-videoio info clip.mp4
   tarn-videoio info clip.mp4 --json --count
   tarn-videoio frames clip.mp4 -o frames --from 100 --to 199 --every 10
-  tarn-videoio frames clip.mp4 --frame 42 -o frame42.ppm
+  tarn-videoio frames clip.mp4 --frame 42 -o frame42.png
   tarn-videoio index clip.mp4 -o clip.index
   tarn-videoio verify clip.mp4 --index clip.index
   tarn-videoio remux clip.ts copy.mp4
   tarn-videoio transcode clip.mkv small.mp4 --crf 28 --from 100 --to 199
+  tarn-videoio image photo.jpg photo.png
+  tarn-videoio sheet clip.mp4 -o sheet.png
+  tarn-videoio wave clip.mp4 -o wave.png
+  tarn-videoio nals clip.h264
 
 Exit codes:
   0    success
@@ -97,6 +100,10 @@ int runProgram(int argc, char** argv) {
     addVerifyCommand(app, program);
     addRemuxCommand(app, program);
     addTranscodeCommand(app, program);
+    addImageCommand(app, program);
+    addSheetCommand(app, program);
+    addWaveCommand(app, program);
+    addNalsCommand(app, program);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) { // --help or --version

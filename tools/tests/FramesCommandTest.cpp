@@ -3,6 +3,7 @@
 #include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
 #include "media/Oracle.h"
+#include "media/StillImages.h"
 #include "media/TemporaryFolder.h"
 
 #include <filesystem>
@@ -26,9 +27,10 @@ protected:
         return folder.file(name);
     }
 
-    /// Runs the command with `more` arguments into the folder `frames`.
+    /// Runs the command with `more` arguments into the folder `frames`, for pictures that are easy
+    /// to read back.
     ProgramResult take(const std::string& clip, std::vector<std::string> more = {}) {
-        std::vector<std::string> arguments = {"frames", clip, "-o", frames};
+        std::vector<std::string> arguments = {"frames", clip, "-o", frames, "--format", "ppm"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return runProgram(arguments);
     }
@@ -208,18 +210,32 @@ TEST_F(FramesCommandTest, WritesTheFramesThereAreBeforeItMissesTheLast) {
     EXPECT_EQ(numbersInFiles().size(), 5);
 }
 
-TEST_F(FramesCommandTest, RefusesAFormatThatItCannotWrite) {
-    const ProgramResult result = take(make("clip.mp4", {}), {"--format", "png"});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_THAT(result.err, HasSubstr("--format ppm"));
-    EXPECT_FALSE(fs::exists(frames));
+TEST_F(FramesCommandTest, WritesPngWhereNothingElseIsAskedFor) {
+    const std::string clip = make("clip.mp4", {});
+    OracleOptions options;
+    options.keepPixels = true;
+    ASSERT_EQ(runProgram({"frames", clip, "-o", frames, "--from", "13", "--to", "13"}).exitCode, 0);
+    EXPECT_EQ(oracleImage(frames + "/frame-000013.png").pixels,
+              oracleFrames(clip, options).at(13).pixels);
 }
 
-TEST_F(FramesCommandTest, DoesNotHideAnotherFormatBehindAKnownExtension) {
-    const std::string picture = folder.file("picture.PNG");
-    EXPECT_EQ(runProgram({"frames", make("clip.mp4", {}), "--frame", "0", "-o", picture}).exitCode,
-              2);
-    EXPECT_FALSE(fs::exists(picture));
+TEST_F(FramesCommandTest, WritesJpegWhereThatIsAskedFor) {
+    ASSERT_EQ(
+        runProgram({"frames", make("clip.mp4", {}), "-o", frames, "--to", "0", "--format", "jpg"})
+            .exitCode,
+        0);
+    EXPECT_EQ(readBytes(frames + "/frame-000000.jpg").at(1), 0xD8);
+}
+
+TEST_F(FramesCommandTest, TheNameOfASingleFrameDecidesItsFormat) {
+    const std::string clip = make("clip.mp4", {});
+    const std::map<std::string, uint8_t> secondBytes = {
+        {"a.PNG", 'P'}, {"b.jpeg", 0xD8}, {"c.ppm", '6'}, {"d", 'P'}};
+    for (const auto& [name, byte] : secondBytes) {
+        const std::string picture = folder.file(name);
+        ASSERT_EQ(runProgram({"frames", clip, "--frame", "0", "-o", picture}).exitCode, 0);
+        EXPECT_EQ(readBytes(picture).at(1), byte) << name;
+    }
 }
 
 } // namespace

@@ -63,7 +63,7 @@ protected:
 TEST_P(InterruptionTest, RemovesTheFileThatIsBeingWritten) {
     makeLargeClip();
     fs::create_directory(frames);
-    RunningProgram program({"frames", clip, "-o", frames});
+    RunningProgram program({"frames", clip, "-o", frames, "--format", "ppm"});
     ASSERT_TRUE(catchWriting(program));
     program.send(GetParam());
     program.send(SIGCONT);

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct AVPacket;
 
@@ -59,6 +60,10 @@ public:
     [[nodiscard]] std::string getCodecNameOfStream(int index) const;
 
     [[nodiscard]] StreamType getTypeOfStream(int index) const;
+
+    /// What the stream's codec needs to know before the first packet, in the layout of the codec;
+    /// empty where there is nothing. For H.264 see tio::videolib::extradata_to_spspps().
+    [[nodiscard]] std::vector<unsigned char> getExtradataOfStream(int index) const;
 
     /// Duration in seconds as the container states it. Where it states none
     /// (hasDurationOfStream() is false) the value is without meaning.

@@ -110,6 +110,11 @@ StreamType InputFormatContext::getTypeOfStream(int index) const {
     return detail::streamTypeFrom(getStream(index)->codecpar->codec_type);
 }
 
+std::vector<unsigned char> InputFormatContext::getExtradataOfStream(int index) const {
+    const AVCodecParameters& parameters = *getStream(index)->codecpar;
+    return {parameters.extradata, parameters.extradata + parameters.extradata_size};
+}
+
 Rational InputFormatContext::getDurationOfStream(int index) {
     const AVStream& stream = *getStream(index);
     return Rational(stream.duration, 1) * Rational(stream.time_base);

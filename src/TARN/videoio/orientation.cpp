@@ -75,8 +75,8 @@ Walk walkFor(int orientation, std::ptrdiff_t rows, std::ptrdiff_t cols) {
 
 } // namespace
 
-// The tag is what EXIF says, on the frame up to FFmpeg 7.1. Release 9 gives the display matrix alone,
-// which release 4.3 did not make.
+// The tag is what EXIF says, on the frame up to FFmpeg 7.1. Release 9 gives the display matrix
+// alone, which release 4.3 did not make.
 int orientationOf(const AVFrame& photo) {
     if (const auto* tag = av_dict_get(photo.metadata, "Orientation", nullptr, 0))
         return orientationOfTag(tag->value);
