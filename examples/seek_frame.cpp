@@ -1,8 +1,7 @@
-// Writes one picture of a video, named by its number, as a PPM file:
-//   seek_frame clip.mp4 1234 picture.ppm
+// Writes one picture of a video, named by its number, as an image file:
+//   seek_frame clip.mp4 1234 picture.png
 #include <TARN/videoio.h>
 
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -17,12 +16,7 @@ int main(int argc, char** argv) try {
     const auto frame = video.readNextFrame().frame;
     if (!frame)
         throw tio::Exception("The picture cannot be decoded");
-
-    const auto picture = frame->toRgb();
-    std::ofstream file(argv[3], std::ios::binary);
-    file << "P6\n" << picture.cols() << ' ' << picture.rows() << "\n255\n";
-    file.write(picture.storage.get(), std::streamsize{3} * picture.count);
-    return file.flush() ? 0 : 1;
+    tio::ffmpeg::writeImage(argv[3], frame->toRgb());
 } catch (const std::exception& error) {
     std::cerr << error.what() << "\n";
     return 1;

@@ -268,6 +268,25 @@ TEST_F(StreamQueryTest, NamesCodecsThatItDoesNotTellApart) {
     EXPECT_EQ(context.getCodecNameOfStream(0), "none");
 }
 
+TEST_F(StreamQueryTest, GivesTheExtradataOfAStream) {
+    const InputFormatContext context(clipWithSound());
+    const AVCodecParameters& parameters = *context.getStream(0)->codecpar;
+    const std::vector<unsigned char> extradata = context.getExtradataOfStream(0);
+    ASSERT_GT(parameters.extradata_size, 0);
+    EXPECT_THAT(extradata,
+                ::testing::ElementsAreArray(parameters.extradata,
+                                            static_cast<size_t>(parameters.extradata_size)));
+}
+
+TEST_F(StreamQueryTest, AStreamWithoutExtradataHasNone) {
+    ClipPlan plan;
+    plan.format = "avi";
+    plan.encoder = "mjpeg";
+    plan.pixelFormat = "yuvj420p";
+    plan.maxBFrames = 0;
+    EXPECT_TRUE(InputFormatContext(clip("clip.avi", plan)).getExtradataOfStream(0).empty());
+}
+
 TEST_F(StreamQueryTest, TellsKindsOfStreams) {
     InputFormatContext context(clipWithSound());
     EXPECT_EQ(context.getTypeOfStream(0), StreamType::Video);

@@ -1,6 +1,7 @@
 #include "media/ClipMaker.h"
 #include "media/Oracle.h"
 #include "media/Picture.h"
+#include "media/StillImages.h"
 #include "media/TemporaryFolder.h"
 
 #include <algorithm>
@@ -52,6 +53,19 @@ TEST_F(Examples, ReadFramesSaysWhichFileIsMissing) {
     const auto missing = folder.file("none.mp4");
     EXPECT_NE(run("read_frames", missing), 0);
     EXPECT_EQ(contentOf(output), "No such file or directory: " + missing + "\n");
+}
+
+TEST_F(Examples, ConvertImageTurnsAPhotoUpright) {
+    const auto photo = folder.file("photo.jpg");
+    tio::test::ImagePlan plan;
+    plan.encoder = "mjpeg";
+    plan.pixelFormat = "yuvj420p";
+    tio::test::makeImage(photo, plan);
+    tio::test::addExifOrientation(photo, 6);
+    const auto upright = folder.file("upright.png");
+    ASSERT_EQ(run("convert_image", photo + " " + upright), 0);
+    EXPECT_EQ(contentOf(output), "21 x 33\n");
+    EXPECT_EQ(tio::test::oracleImage(upright).height, 33);
 }
 
 TEST_F(Examples, SeekFrameWritesThePictureOfThatNumber) {
