@@ -13,6 +13,7 @@
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
+#include <TARN/videoio/OpenOptions.h>
 #include <TARN/videoio/OutputFormatContext.h>
 #include <TARN/videoio/OutputStream.h>
 #include <TARN/videoio/Packet.h>

@@ -3,16 +3,22 @@
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/FormatContext.h>
+#include <TARN/videoio/OpenOptions.h>
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/Types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 struct AVPacket;
 
 namespace tio::ffmpeg {
+
+namespace detail {
+class InputWatch;
+}
 
 /// One opened media source: a local file or an `rtsp://` URL.
 ///
@@ -26,6 +32,13 @@ public:
     /// case) is received over TCP where the server offers it, with a buffer of 4 MiB.
     /// @throws tio::ffmpeg::Exception FFmpeg's words, ": " and the URL
     explicit InputFormatContext(std::string url);
+
+    /// The same with limits and settings.
+    /// @throws tio::ffmpeg::Exception also "Opening took longer than … ms: " or "Opening was
+    ///         cancelled: " and the URL
+    /// @throws tio::Exception when there is no demuxer of that name, or an option is not known to
+    ///         the demuxer and its protocol
+    InputFormatContext(std::string url, OpenOptions options);
     ~InputFormatContext() override;
 
     /// @name What the source holds
@@ -83,8 +96,12 @@ public:
 
     /// Reads the next packet of one stream into `packet`, which must be blank and which the caller
     /// unreferences. Empty packets are passed over, packets of other streams are dropped.
-    /// @returns false at the end of the input and equally when reading fails
+    /// @returns false at the end of the input and equally when reading fails; getEndReason() tells
+    ///          which
     bool getNextPacketForStream(AVPacket* packet, int streamIndex);
+
+    /// Why the last packet asked for did not come; Kind::None when it did.
+    [[nodiscard]] EndReason getEndReason() const;
 
     /// Goes to a place at or before `timestamp`, in ticks of the stream's time base.
     /// @throws tio::ffmpeg::Exception "… Seeking" when the input cannot
@@ -104,8 +121,13 @@ public:
 
 private:
     void noteTimestamp(const AVPacket& packet);
+    void startClock();
+    int readPacket(AVPacket* packet);
+    void noteEnd(int result);
 
     Rational earliestTimestamp;
+    EndReason endReason;
+    std::unique_ptr<detail::InputWatch> watch; // only of an input that was opened with options
 };
 
 } // namespace tio::ffmpeg

@@ -1,6 +1,8 @@
+#include "InputWatch.h"
 #include "Options.h"
 #include "checks.h"
 #include "ffmpeg_compat.h"
+#include "openInput.h"
 #include "vocabulary.h"
 
 #include <TARN/videoio/InputFormatContext.h>
@@ -18,16 +20,6 @@ constexpr detail::Location at(int number) {
 
 // Later than any real time, so that the first packet read becomes the earliest.
 constexpr int64_t noTimestampYet = 2147483647;
-
-void setTransportOptions(const std::string& url, detail::Options& options) {
-    constexpr std::string_view scheme = "rtsp://";
-    if (url.compare(0, scheme.size(), scheme) != 0)
-        return;
-    // Lost datagrams mean broken pictures: TCP where the server has it, and for the rest a receive
-    // buffer of 4 MiB, room for the burst of a large key frame.
-    options.set("buffer_size", "4194304");
-    options.set("rtsp_flags", "prefer_tcp");
-}
 
 int bestStream(AVFormatContext* context, AVMediaType type) {
     return av_find_best_stream(context, type, -1, -1, nullptr, 0);
@@ -56,7 +48,7 @@ bool rotateTagSwapsSides(const AVStream& stream) {
 
 InputFormatContext::InputFormatContext(std::string url) : earliestTimestamp(noTimestampYet) {
     detail::Options options;
-    setTransportOptions(url, options);
+    detail::setTransportOptions(url, options);
     const int opened = avformat_open_input(&formatContext, url.c_str(), nullptr, options.address());
     detail::checkResult(opened, at(60), url);
     // Kept: when this fails the context stays open, because the destructor of an object whose
@@ -66,7 +58,16 @@ InputFormatContext::InputFormatContext(std::string url) : earliestTimestamp(noTi
     compat::restoreRotateTags(*formatContext);
 }
 
+InputFormatContext::InputFormatContext(std::string url, OpenOptions options)
+    : earliestTimestamp(noTimestampYet),
+      watch(std::make_unique<detail::InputWatch>(std::move(options))) {
+    formatContext = detail::openInput(url, *watch).release();
+    compat::restoreRotateTags(*formatContext);
+}
+
 InputFormatContext::~InputFormatContext() {
+    if (watch)
+        watch->allow(watch->options.readTimeout); // a server may be slow to hear the farewell
     avformat_close_input(&formatContext);
 }
 
@@ -136,13 +137,58 @@ bool InputFormatContext::getResolutionOfStream(int index, int& width, int& heigh
 }
 
 bool InputFormatContext::getNextPacketForStream(AVPacket* packet, int streamIndex) {
-    while (av_read_frame(formatContext, packet) >= 0) {
+    startClock();
+    int result = 0;
+    while ((result = readPacket(packet)) >= 0) {
         noteTimestamp(*packet);
-        if (packet->stream_index == streamIndex && packet->size != 0)
+        if (packet->stream_index == streamIndex && packet->size != 0) {
+            endReason = {};
             return true;
+        }
         av_packet_unref(packet);
     }
+    noteEnd(result);
     return false;
+}
+
+void InputFormatContext::startClock() {
+    if (!watch)
+        return;
+    AVIOContext* file = formatContext->pb;
+    if (watch->verdict() == detail::InputWatch::Verdict::TimedOut && file != nullptr) {
+        file->eof_reached = 0; // FFmpeg would not ask the source again
+        file->error = 0;
+    }
+    watch->allow(watch->options.readTimeout);
+}
+
+// FFmpeg asks the watch only while it waits; packets that are there already are not held up.
+int InputFormatContext::readPacket(AVPacket* packet) {
+    if (watch && detail::InputWatch::shouldGiveUp(watch.get()) != 0)
+        return AVERROR_EXIT;
+    return av_read_frame(formatContext, packet);
+}
+
+// Demuxers tend to take any failure of a read for the end of the file; the file itself knows.
+void InputFormatContext::noteEnd(int result) {
+    using Verdict = detail::InputWatch::Verdict;
+    using Kind = EndReason::Kind;
+    const Verdict verdict = watch ? watch->verdict() : Verdict::GoOn;
+    const AVIOContext* file = formatContext->pb;
+    if (result == AVERROR_EOF && file != nullptr && file->error < 0)
+        result = file->error;
+    if (verdict == Verdict::TimedOut)
+        endReason = {Kind::Timeout, 0, {}};
+    else if (verdict == Verdict::Cancelled)
+        endReason = {Kind::Cancelled, 0, {}};
+    else if (result == AVERROR_EOF)
+        endReason = {Kind::EndOfStream, 0, {}};
+    else
+        endReason = {Kind::Error, result, detail::ffmpegText(result)};
+}
+
+EndReason InputFormatContext::getEndReason() const {
+    return endReason;
 }
 
 // An unknown pts counts like any other here, as the smallest time there can be.
@@ -159,6 +205,7 @@ void InputFormatContext::noteTimestamp(const AVPacket& packet) {
 void InputFormatContext::seekStreamToOrBefore(int64_t timestamp, int streamIndex) {
     // The demuxer's own seek-by-pts bit goes along in the seek flags; releases that give the bit no
     // meaning there ignore it.
+    startClock();
     const int flags = AVSEEK_FLAG_BACKWARD | (formatContext->iformat->flags & AVFMT_SEEK_TO_PTS);
     detail::checkResult(av_seek_frame(formatContext, streamIndex, timestamp, flags), at(140),
                         "Seeking");

@@ -29,12 +29,6 @@ bool isFileSystemError(int code) {
            fileSystemErrors.end();
 }
 
-std::string ffmpegText(int code) {
-    std::array<char, 1024> buffer{};
-    av_strerror(code, buffer.data(), buffer.size());
-    return buffer.data();
-}
-
 void logLine(int level, const std::string& text) {
     log::_output(rootLogger, static_cast<log::Level>(level), text);
 }
@@ -42,6 +36,12 @@ void logLine(int level, const std::string& text) {
 } // namespace
 
 const std::string rootLogger = "root";
+
+std::string ffmpegText(int code) {
+    std::array<char, 1024> buffer{};
+    av_strerror(code, buffer.data(), buffer.size());
+    return buffer.data();
+}
 
 std::string Location::text() const {
     return R"(..\src\TARN\videoio\)" + std::string(file) + ":" + std::to_string(number);

@@ -26,6 +26,9 @@ void logProgress(const std::string& text);
 /// A line about a loss that cannot be thrown, under "root" at level 4.
 void logFailure(const std::string& text);
 
+/// FFmpeg's words for a negative result.
+[[nodiscard]] std::string ffmpegText(int code);
+
 [[noreturn]] void throwFfmpegFailure(int code, Location location, const std::string* context);
 
 /// Throws tio::ffmpeg::Exception for a negative result of an FFmpeg call.

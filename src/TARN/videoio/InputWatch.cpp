@@ -1,0 +1,21 @@
+#include "InputWatch.h"
+
+namespace tio::ffmpeg::detail {
+
+void InputWatch::allow(std::chrono::milliseconds limit) noexcept {
+    const auto end = Clock::now() + limit;
+    deadline = limit.count() > 0 ? end.time_since_epoch().count() : 0;
+    told = Verdict::GoOn;
+}
+
+int InputWatch::shouldGiveUp(void* watch) noexcept {
+    auto& self = *static_cast<InputWatch*>(watch);
+    const Clock::rep end = self.deadline;
+    if (self.options.cancelToken.isCancelled())
+        self.told = Verdict::Cancelled;
+    else if (end != 0 && Clock::now().time_since_epoch().count() >= end)
+        self.told = Verdict::TimedOut;
+    return self.told == Verdict::GoOn ? 0 : 1;
+}
+
+} // namespace tio::ffmpeg::detail
