@@ -19,6 +19,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -226,6 +227,21 @@ TEST_F(WriteImageTest, WhatLiesBehindTheImageDoesNotShow) {
     writeImage(folder.file("image.jpg"), inBlock(image, 0, 0));
     files.push_back(test::readBytes(folder.file("image.jpg")));
     EXPECT_THAT(files, ::testing::Each(files.front()));
+}
+
+TEST_F(WriteImageTest, WhatTheHeapHeldBeforeDoesNotShow) {
+    for (int side = 1; side < 20; ++side) {
+        const Image image = makeSlopes(side, 20 - side);
+        std::vector<std::vector<uint8_t>> files;
+        for (const int filling : {0x55, 0xAA}) {
+            mallopt(M_PERTURB, filling);
+            MatAlloc::getGlobalMatAlloc()->trim();
+            writeImage(folder.file("image.jpg"), image);
+            files.push_back(test::readBytes(folder.file("image.jpg")));
+        }
+        mallopt(M_PERTURB, 0);
+        ASSERT_EQ(files[0], files[1]) << side;
+    }
 }
 
 // Failures
