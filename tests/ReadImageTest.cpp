@@ -1,11 +1,10 @@
 #include "Expectations.h"
+#include "ImagePixels.h"
 #include "Interception.h"
 #include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
 #include "media/Encoding.h"
 #include "media/LogCapture.h"
-#include "media/MediaFolder.h"
-#include "media/StillImages.h"
 #include "media/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
@@ -14,16 +13,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -33,6 +29,8 @@
 namespace tio {
 namespace {
 
+using test::bytesOf;
+using test::expectSamePixels;
 using test::IsLogLine;
 using test::thrownText;
 using ::testing::Contains;
@@ -41,17 +39,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
-
-std::vector<uint8_t> bytesOf(const Image& image) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(image.data());
-    return {bytes, bytes + std::ptrdiff_t{3} * image.count};
-}
-
-void expectSamePixels(const Image& image, const test::OracleImage& expected) {
-    EXPECT_EQ(image.size, (Vec<int, 2>(expected.height, expected.width)));
-    EXPECT_TRUE(bytesOf(image) == expected.pixels);
-}
+using Image = test::RgbImage;
 
 /// A motion JPEG clip, whose pictures decode without what a container says about them.
 test::ClipPlan motionJpeg() {
@@ -443,95 +431,6 @@ TEST_F(ReadImageTest, ImagesWithoutOrientationAreUprightAsTheyAre) {
     EXPECT_TRUE(bytesOf(readImageUpright(png)) == bytesOf(readImage(png)));
     EXPECT_EQ(bytesOf(readImageUpright(write("image.ppm", "P6 1 1 255\nabc"))),
               (std::vector<uint8_t>{'a', 'b', 'c'}));
-}
-
-// Real images
-
-class RealImages : public ReadImageTest {
-protected:
-    void SetUp() override {
-        if (!test::mediaFile("still"))
-            GTEST_SKIP() << test::mediaMissingMessage();
-    }
-
-    static std::vector<std::string> filesOf(const std::vector<std::string>& extensions) {
-        std::vector<std::string> files;
-        for (const auto& entry : std::filesystem::directory_iterator(*test::mediaFile("still"))) {
-            for (const std::string& extension : extensions) {
-                if (entry.path().extension() == extension)
-                    files.push_back(entry.path().string());
-            }
-        }
-        EXPECT_FALSE(files.empty());
-        return files;
-    }
-
-    static std::optional<test::OracleImage> byFfmpeg(const std::string& path) {
-        try {
-            return test::oracleImage(path);
-        } catch (const std::runtime_error&) {
-            return std::nullopt;
-        }
-    }
-
-    static void expectAsFfmpegReadsThem(const std::vector<std::string>& files) {
-        for (const std::string& path : files) {
-            SCOPED_TRACE(path);
-            if (const auto expected = byFfmpeg(path))
-                expectSamePixels(readImage(path), *expected);
-            else
-                EXPECT_THROW((void)readImage(path), Exception);
-        }
-    }
-};
-
-TEST_F(RealImages, JpegHasThePixelsThatFfmpegDecodes) {
-    expectAsFfmpegReadsThem(filesOf({".jpg", ".jpeg"}));
-}
-
-TEST_F(RealImages, PngHasThePixelsThatFfmpegDecodes) {
-    expectAsFfmpegReadsThem(filesOf({".png"}));
-}
-
-/// A PPM image with 8-bit samples, taken apart by hand: the numbers of the header are its first
-/// words once comments are gone, and the samples begin behind the blank that ends the last.
-test::OracleImage ppmByHand(const std::string& path) {
-    const std::vector<uint8_t> bytes = test::readBytes(path);
-    std::vector<std::string> words = {""};
-    std::size_t at = 0;
-    const bool plain = bytes.at(1) == '3';
-    for (; at < bytes.size() && (plain || words.size() < 5); ++at) {
-        if (bytes[at] == '#')
-            while (bytes[at] != '\n')
-                ++at;
-        if (std::isspace(bytes[at]) == 0)
-            words.back() += static_cast<char>(bytes[at]);
-        else if (!words.back().empty())
-            words.emplace_back();
-    }
-    test::OracleImage image{std::stoi(words.at(1)), std::stoi(words.at(2)), {}};
-    const int highest = std::stoi(words.at(3));
-    const std::size_t count = 3 * static_cast<std::size_t>(image.width * image.height);
-    for (std::size_t i = 0; i < count; ++i) {
-        const int sample = plain ? std::stoi(words.at(4 + i)) : bytes.at(at + i);
-        image.pixels.push_back(static_cast<uint8_t>(std::lround(255.0 * sample / highest)));
-    }
-    return image;
-}
-
-TEST_F(RealImages, PpmHasTheSamplesThatItsBytesSpell) {
-    for (const std::string& path : filesOf({".ppm"})) {
-        SCOPED_TRACE(path);
-        std::optional<test::OracleImage> expected;
-        try {
-            expected = ppmByHand(path);
-        } catch (const std::logic_error&) { // it has fewer samples than pixels, or no numbers
-        }
-        if (expected)
-            expectSamePixels(readImage(path), *expected);
-        else
-            EXPECT_THROW((void)readImage(path), Exception);
-    }
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "Expectations.h"
+#include "ImagePixels.h"
 #include "Interception.h"
 #include "media/ByteEdits.h"
 #include "media/LogCapture.h"
-#include "media/StillImages.h"
 #include "media/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
@@ -28,11 +28,12 @@
 namespace tio::ffmpeg {
 namespace {
 
+using test::bytesOf;
 using test::thrownText;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
+using Image = test::RgbImage;
 
 // Soft slopes, as JPEG expects them, and another colour in every pixel.
 Image makeSlopes(int rows, int cols) {
@@ -44,11 +45,6 @@ Image makeSlopes(int rows, int cols) {
                                static_cast<uint8_t>(200 - 90 * (row + col) / (rows + cols))};
     }
     return image;
-}
-
-std::vector<uint8_t> bytesOf(const Image& image) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(image.data());
-    return {bytes, bytes + std::ptrdiff_t{3} * image.count};
 }
 
 class WriteImageTest : public ::testing::Test {
