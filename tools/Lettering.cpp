@@ -23,14 +23,16 @@ void require(bool done) {
 }
 
 FontFile findFont() {
+    using Config = std::unique_ptr<FcConfig, decltype(&FcConfigDestroy)>;
     using Pattern = std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)>;
+    const Config config(FcInitLoadConfigAndFonts(), FcConfigDestroy);
     const Pattern wanted(FcNameParse(reinterpret_cast<const FcChar8*>("sans:scalable=true")),
                          FcPatternDestroy);
-    require(wanted != nullptr);
-    FcConfigSubstitute(nullptr, wanted.get(), FcMatchPattern);
+    require(config != nullptr && wanted != nullptr);
+    FcConfigSubstitute(config.get(), wanted.get(), FcMatchPattern);
     FcDefaultSubstitute(wanted.get());
     FcResult result = FcResultMatch;
-    const Pattern found(FcFontMatch(nullptr, wanted.get(), &result), FcPatternDestroy);
+    const Pattern found(FcFontMatch(config.get(), wanted.get(), &result), FcPatternDestroy);
     FcChar8* path = nullptr; // owned by the pattern
     require(found != nullptr &&
             FcPatternGetString(found.get(), FC_FILE, 0, &path) == FcResultMatch);
