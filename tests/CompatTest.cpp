@@ -31,17 +31,18 @@ std::string rotateTag(const AVStream& stream) {
     return tag != nullptr ? tag->value : noTag;
 }
 
-void giveMatrix(AVStream& stream, const Matrix& matrix, size_t bytes = sizeof(Matrix)) {
+void giveMatrix(AVStream& stream, const Matrix& matrix, int bytes = sizeof(Matrix)) {
 #if TARN_FFMPEG_HAS_CODED_SIDE_DATA
     AVCodecParameters& owner = *stream.codecpar;
-    AVPacketSideData* data = av_packet_side_data_new(
-        &owner.coded_side_data, &owner.nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX, bytes, 0);
+    AVPacketSideData* data =
+        av_packet_side_data_new(&owner.coded_side_data, &owner.nb_coded_side_data,
+                                AV_PKT_DATA_DISPLAYMATRIX, static_cast<size_t>(bytes), 0);
     uint8_t* target = test::checkFound(data, "side data")->data;
 #else
     uint8_t* target = test::checkFound(
         av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, bytes), "side data");
 #endif
-    std::memcpy(target, matrix.data(), bytes);
+    std::memcpy(target, matrix.data(), static_cast<size_t>(bytes));
 }
 
 // A context as a demuxer of that name has it, with one stream and a quarter turn.
@@ -151,7 +152,8 @@ TEST(CompatTest, AStreamWithoutAMatrixHasNone) {
 
 TEST(CompatTest, ATruncatedMatrixIsNone) {
     const BareContext context;
-    giveMatrix(context.stream(), {one, 0, 0, 0, one, 0, 0, 0, unit}, 8 * sizeof(int32_t));
+    giveMatrix(context.stream(), {one, 0, 0, 0, one, 0, 0, 0, unit},
+               8 * static_cast<int>(sizeof(int32_t)));
     EXPECT_EQ(compat::displayMatrix(context.stream()), nullptr);
 }
 

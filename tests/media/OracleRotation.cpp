@@ -14,12 +14,40 @@ namespace tio::test {
 
 namespace {
 
+struct SideData {
+    const AVPacketSideData* entries;
+    int count;
+};
+
+/// Side data lies in the codec parameters where those have a place for it, as FFmpeg's headers
+/// tell.
+template <typename Stream>
+auto sideDataOf(const Stream& stream, int)
+    -> decltype(stream.codecpar->coded_side_data, SideData()) {
+    return {stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data};
+}
+
+/// Otherwise in the stream.
+template <typename Stream>
+SideData sideDataOf(const Stream& stream, long) {
+    return {stream.side_data, stream.nb_side_data};
+}
+
+const int32_t* matrixOf(const AVStream& stream) {
+    const SideData sideData = sideDataOf(stream, 0); // an int, so that the first is tried first
+    for (int i = 0; i < sideData.count; ++i) {
+        if (sideData.entries[i].type == AV_PKT_DATA_DISPLAYMATRIX)
+            return reinterpret_cast<const int32_t*>(sideData.entries[i].data);
+    }
+    return nullptr;
+}
+
 /// The angle as MOV demuxers used to put it into the "rotate" tag; empty without a matrix.
 std::string matrixAngle(const AVStream* stream) {
-    const uint8_t* matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    const int32_t* matrix = matrixOf(*stream);
     if (!matrix)
         return {};
-    double angle = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+    double angle = -av_display_rotation_get(matrix);
     if (std::isnan(angle))
         return {};
     if (angle < 0)
