@@ -152,8 +152,11 @@ TEST_F(AudioStreamDecoderTest, SeeksByBlock) {
     test::writePackets(path, "matroska", {test::encodeTone(0.5, true)});
     auto decoder = open(path);
     const auto all = readAll(*decoder);
+    // Frames are numbered by packets. FFmpeg's decoder leaves out those that the file calls the
+    // encoder's delay, in Matroska since release 9.
+    const size_t delay = static_cast<size_t>(decoder->getFrameCount()) - all.size();
     for (const size_t n : {size_t{20}, size_t{3}, size_t{11}}) {
-        decoder->seek(static_cast<int64_t>(n));
+        decoder->seek(static_cast<int64_t>(n + delay));
         EXPECT_EQ(decoder->readNextFrame().timestamp, all[n].timestamp) << n;
         EXPECT_EQ(decoder->readNextFrame().timestamp, all[n + 1].timestamp) << n;
     }

@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <system_error>
+#include <utility>
 
 namespace tio::tool {
 
@@ -88,8 +90,20 @@ void flushStandardOutput() {
     }
 }
 
+// Prints footers as they are written: CLI11 would fill their lines anew since release 2.5.
+class HelpFormatter : public CLI::Formatter {
+public:
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        const std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+        return mode == CLI::AppFormatMode::Sub ? help : help + CLI::Formatter::make_footer(app);
+    }
+    std::string make_footer(const CLI::App* /*app*/) const override { return {}; }
+};
+
 int runProgram(int argc, char** argv) {
     CLI::App app{description, "tarn-videoio"};
+    app.formatter(std::make_shared<HelpFormatter>()); // of the commands too
     app.footer(footer);
     app.set_version_flag("--version", "tarn-videoio " TARN_VERSION);
     app.require_subcommand(1);

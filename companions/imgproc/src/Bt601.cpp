@@ -1,5 +1,7 @@
 #include "Bt601.h"
 
+#include "splitRgb.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -178,8 +180,7 @@ void writeYCbCrOfRgb(const Vec<uint8_t, 3>* rgb, int pixels, Vec<float, 3>* yCbC
     SpanPlanes<float> components;
     for (int done = 0; done < pixels; done += spanPixels) {
         const int count = std::min(spanPixels, pixels - done);
-        libyuv::SplitRGBPlane(rgb[done].begin(), 0, colours.first, 0, colours.second, 0,
-                              colours.third, 0, count, 1);
+        splitRgb(rgb[done].begin(), colours.first, colours.second, colours.third, count);
         toComponents(colours, count, components);
         for (int i = 0; i < count; ++i)
             yCbCr[done + i] = {components.first[i], components.second[i], components.third[i]};

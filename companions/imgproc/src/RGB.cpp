@@ -3,6 +3,7 @@
 #include "PlaneView.h"
 #include "Resizer.h"
 #include "scaledSize.h"
+#include "splitRgb.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/imgproc/PixelFormat.h>
@@ -38,9 +39,9 @@ RgbImage withoutGaps(const Plane& plane, const PackedPicture& picture) {
 PlanarPicture split(const PackedPicture& picture) {
     PlanarPicture result = makeTightPicture(picture.size, Sampling::Full);
     auto& [red, green, blue] = result.planes;
-    libyuv::SplitRGBPlane(picture.view.row(0), picture.view.step(), red.row(0), red.step(),
-                          green.row(0), green.step(), blue.row(0), blue.step(), picture.size[1],
-                          picture.size[0]);
+    for (int row = 0; row < picture.size[0]; ++row)
+        splitRgb(picture.view.row(row), red.row(row), green.row(row), blue.row(row),
+                 picture.size[1]);
     return result;
 }
 
