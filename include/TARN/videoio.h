@@ -10,6 +10,8 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Frame.h>
+#include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>

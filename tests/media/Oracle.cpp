@@ -54,17 +54,23 @@ public:
 private:
     void send(const AVPacket* packet) {
         const int result = avcodec_send_packet(decoder.get(), packet);
-        if (result != AVERROR_INVALIDDATA || !options.skipDamaged)
+        const bool passed = result == AVERROR_INVALIDDATA && options.skipDamaged;
+        if (!passed && !options.everyPicture)
             check(result, "decoding a packet");
     }
 
     void receiveAll() {
-        for (;;) {
+        constexpr int mostFailures = 64; // in a row: more than a decoder holds
+        for (int failures = 0; failures < mostFailures;) {
             const int result = avcodec_receive_frame(decoder.get(), frame.get());
             if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
                 return;
+            if (result < 0 && options.everyPicture) {
+                ++failures;
+                continue;
+            }
             check(result, "decoding a frame");
-            if (frame->pts > lastPts) {
+            if (frame->pts > lastPts || options.everyPicture) {
                 lastPts = frame->pts;
                 keepFrame();
             }

@@ -51,6 +51,10 @@ struct OracleOptions {
     bool keepPixels = false;  ///< otherwise only the hash of each picture is kept
     bool rotate = true;       ///< turn pictures upright
     bool skipDamaged = false; ///< go on after a packet that the decoder refuses as invalid data
+
+    /// Leave nothing out: neither pictures without a time, nor those whose time does not rise. The
+    /// decoder's failures are passed over as well.
+    bool everyPicture = false;
 };
 
 /// Seed of a hash, and its result over no bytes.
@@ -63,8 +67,8 @@ constexpr uint64_t emptyHash = 14695981039346656037u;
 /// @throws std::runtime_error when the file cannot be opened or has no video
 [[nodiscard]] std::vector<OraclePacket> oraclePackets(const std::string& path);
 
-/// All pictures of the best video stream. A picture is left out when its pts is not greater than
-/// that of the picture before, or when it has none.
+/// All pictures of the best video stream. Unless the options say otherwise, a picture is left out
+/// when its pts is not greater than that of the picture before, or when it has none.
 /// @throws std::runtime_error also when decoding fails
 [[nodiscard]] std::vector<OracleFrame> oracleFrames(const std::string& path,
                                                     const OracleOptions& options = {});

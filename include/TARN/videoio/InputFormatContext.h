@@ -18,7 +18,8 @@ namespace tio::ffmpeg {
 
 namespace detail {
 class InputWatch;
-}
+struct InputAccess;
+} // namespace detail
 
 /// One opened media source: a local file or an `rtsp://` URL.
 ///
@@ -120,6 +121,8 @@ public:
     /// @}
 
 private:
+    friend struct detail::InputAccess; // by which a FrameReader seeks otherwise than by time
+
     void noteTimestamp(const AVPacket& packet);
     void startClock();
     int readPacket(AVPacket* packet);

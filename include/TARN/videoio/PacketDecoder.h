@@ -57,6 +57,9 @@ public:
     [[nodiscard]] Rational getUnitTime() const;
 
 protected:
+    /// For subclasses that say how many threads FFmpeg decodes with; 0 takes one per core.
+    explicit PacketDecoder(int threadCount);
+
     /// Called once, right after the codec was opened for the pending packet's stream.
     virtual void onCodecOpened() = 0;
 
@@ -64,6 +67,15 @@ protected:
     /// @returns false when the codec needs another packet, or dropped what it had
     /// @throws tio::ffmpeg::Exception when decoding fails other than by one damaged packet
     bool receiveFrame();
+
+    /// The same for every frame, also those whose time does not follow.
+    bool receiveAnyFrame();
+
+    /// Lets go of the packet that is waiting, as when the codec will not have it.
+    void dropPendingPacket() { pendingPacket.reset(); }
+
+    /// How many packets the codec refused as invalid and were passed over.
+    [[nodiscard]] int64_t getInvalidPacketCount() const { return invalidPackets; }
 
     /// Presentation time in seconds of the frame just received.
     [[nodiscard]] Rational getFrameTime() const;
@@ -86,6 +98,8 @@ private:
     std::shared_ptr<InputPacket> pendingPacket; // accepted, not yet taken by the codec
     int64_t lastPresentationTime;
     bool drained = false;
+    int threads; // 0: one per core
+    int64_t invalidPackets = 0;
 };
 
 } // namespace tio::ffmpeg

@@ -38,7 +38,14 @@ public:
     Frame readNextFrame();
 
 protected:
+    /// For subclasses that say how many threads FFmpeg decodes with; 0 takes one per core.
+    VideoPacketDecoder(PixelFormat pixelFormat, int threadCount);
+
     void onCodecOpened() override;
+
+    /// The frame just received as an upright picture in the format asked for.
+    /// @throws tio::Exception when it cannot be converted
+    [[nodiscard]] std::shared_ptr<tio::FrameBase> finishFrame();
 
 private:
     void prepareFilter(const AVStream& stream);

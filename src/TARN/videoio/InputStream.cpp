@@ -1,5 +1,6 @@
 #include "checks.h"
 #include "ffmpeg_compat.h"
+#include "ticks.h"
 
 #include <TARN/videoio/InputStream.h>
 
@@ -18,11 +19,6 @@ constexpr detail::Location at(int number) {
 // The most negative 64-bit integer in microseconds, FFmpeg's unit, turned into seconds: before
 // every real timestamp, and far enough from the edge that demuxers can rescale it.
 constexpr int64_t rewindTarget = -9223372036854;
-
-// Wraps around where the operands do not fit: an unknown time is the smallest integer.
-int64_t wrappingDifference(int64_t a, int64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
 
 } // namespace
 
@@ -146,7 +142,7 @@ void InputStream::recordPacket(int64_t& lastPts, bool ptsSeekable) const {
     // the two makes up for it.
     if (!ptsSeekable)
         maxPtsDtsDifference =
-            std::max(maxPtsDtsDifference, wrappingDifference(packet->pts, packet->dts));
+            std::max(maxPtsDtsDifference, detail::wrappingDifference(packet->pts, packet->dts));
 }
 
 void InputStream::finishIndex() const {
@@ -170,12 +166,12 @@ int64_t InputStream::seekToFrame(int64_t frame) const {
     buildIndexWhenMissing();
     checkFrameNumber(frame);
     const int64_t wanted = frameNumToTimestamp[static_cast<size_t>(frame)];
-    const int64_t landed = seekToTimestamp(wrappingDifference(wanted, maxPtsDtsDifference));
+    const int64_t landed = seekToTimestamp(detail::wrappingDifference(wanted, maxPtsDtsDifference));
     // The MP4 demuxer says that it seeks by pts, but without an edit list its index counts in dts,
     // and a seek may land on a key frame behind the wanted picture. Once more, by the difference.
     if (landed > wanted && packet->dts != AV_NOPTS_VALUE && packet->dts < landed &&
         context()->isPtsSeekable())
-        return seekToTimestamp(wrappingDifference(wanted, landed - packet->dts));
+        return seekToTimestamp(detail::wrappingDifference(wanted, landed - packet->dts));
     return landed;
 }
 

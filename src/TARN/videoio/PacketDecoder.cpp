@@ -18,7 +18,10 @@ constexpr detail::Location at(int number) {
 
 } // namespace
 
-PacketDecoder::PacketDecoder() : frame(av_frame_alloc()), lastPresentationTime(AV_NOPTS_VALUE) {
+PacketDecoder::PacketDecoder() : PacketDecoder(0) {}
+
+PacketDecoder::PacketDecoder(int threadCount)
+    : frame(av_frame_alloc()), lastPresentationTime(AV_NOPTS_VALUE), threads(threadCount) {
     if (!frame)
         throw std::bad_alloc();
 }
@@ -43,14 +46,15 @@ void PacketDecoder::openCodec(const AVStream& stream) {
     detail::checkResult(avcodec_parameters_to_context(codecContext.get(), stream.codecpar), at(54));
     codecContext->time_base = stream.time_base;
     codecContext->pkt_timebase = stream.time_base;
-    codecContext->thread_count = static_cast<int>(std::thread::hardware_concurrency());
+    codecContext->thread_count =
+        threads != 0 ? threads : static_cast<int>(std::thread::hardware_concurrency());
     // By the context's own id this time: taking over the parameters may have changed it.
     decoder = avcodec_find_decoder(codecContext->codec_id);
     detail::checkResult(avcodec_open2(codecContext.get(), decoder, nullptr), at(64));
     onCodecOpened();
 }
 
-bool PacketDecoder::receiveFrame() {
+bool PacketDecoder::receiveAnyFrame() {
     if (!codecContext)
         return false;
     sendPendingPacket();
@@ -59,6 +63,12 @@ bool PacketDecoder::receiveFrame() {
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
         return false;
     detail::checkResult(result, at(161));
+    return true;
+}
+
+bool PacketDecoder::receiveFrame() {
+    if (!receiveAnyFrame())
+        return false;
     // Never two frames of the same or a falling time; an unknown time is the smallest there is.
     if (frame->pts <= lastPresentationTime)
         return false;
@@ -72,10 +82,12 @@ void PacketDecoder::sendPendingPacket() {
     const int result = avcodec_send_packet(codecContext.get(), &pendingPacket->getPacket());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
         return; // sent again with the next frame
-    if (result == AVERROR_INVALIDDATA)
+    if (result == AVERROR_INVALIDDATA) {
         std::cerr << "Invalid data found, attempting to continue\n";
-    else
+        ++invalidPackets;
+    } else {
         detail::checkResult(result, at(138));
+    }
     pendingPacket.reset();
 }
 

@@ -5,9 +5,14 @@
 
 #include <TARN/videoio/VideoPacketDecoder.h>
 
+#include <utility>
+
 namespace tio::ffmpeg {
 
 VideoPacketDecoder::VideoPacketDecoder(PixelFormat target) : pixelFormat(target) {}
+
+VideoPacketDecoder::VideoPacketDecoder(PixelFormat target, int threadCount)
+    : PacketDecoder(threadCount), pixelFormat(target) {}
 
 VideoPacketDecoder::~VideoPacketDecoder() = default;
 
@@ -35,10 +40,15 @@ tio::Vec<int, 2> VideoPacketDecoder::getFrameSize() const {
 VideoPacketDecoder::Frame VideoPacketDecoder::readNextFrame() {
     if (!receiveFrame())
         return {};
+    auto picture = finishFrame();
+    return {std::move(picture), getFrameTime(), getUnitTime()};
+}
+
+std::shared_ptr<tio::FrameBase> VideoPacketDecoder::finishFrame() {
     if (filter)
         filter->filterFrame(getFrame());
     matchConverterToFrame();
-    return {converter->convertFrame(getFrame()), getFrameTime(), getUnitTime()};
+    return converter->convertFrame(getFrame());
 }
 
 // Pictures may change in mid-stream, in damaged files to anything. swscale reads as many rows and

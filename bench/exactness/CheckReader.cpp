@@ -1,0 +1,186 @@
+// Reads frames of clips in several orders through the library and compares each with a decoding from
+// start to end by FFmpeg called directly:
+//   tarn_exactness reader|checksums|seek SECONDS CLIP...
+// prints a line of comma-separated values for each clip and order. No order takes longer than
+// SECONDS; what was not asked for by then is left out.
+
+#include "media/Oracle.h"
+#include "orders.h"
+
+#include <TARN/logging/log.h>
+#include <TARN/videoio.h>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tio::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Reached = ffmpeg::FrameReader::Reached;
+
+uint64_t hashOf(const FrameBase& frame) {
+    const auto& plane = static_cast<const Frame<PixelFormat::RGB>&>(frame).plane;
+    uint64_t hash = test::emptyHash;
+    for (int row = 0; row < plane.rows(); ++row)
+        hash = test::hashOf(plane.data() + std::ptrdiff_t{row} * plane.step[0],
+                            static_cast<size_t>(plane.cols()), hash);
+    return hash;
+}
+
+struct Access {
+    uint64_t hash = 0;
+    Reached reached = Reached::Exact;
+};
+
+/// Something that gives pictures by number.
+class Contender {
+public:
+    Contender() = default;
+    Contender(const Contender&) = delete;
+    Contender& operator=(const Contender&) = delete;
+    virtual ~Contender() = default;
+    virtual int64_t frameCount() = 0;
+    virtual Access read(int64_t frame) = 0;
+    [[nodiscard]] virtual bool isDamaged() const { return false; }
+};
+
+class ByReader : public Contender {
+public:
+    ByReader(const std::string& path, bool checksums)
+        : reader(std::make_shared<ffmpeg::InputFormatContext>(path), ffmpeg::PixelFormat::RGB,
+                 optionsFor(checksums)) {}
+
+    int64_t frameCount() override { return reader.frameCount(); }
+    Access read(int64_t frame) override {
+        const auto picture = reader.readFrame(frame);
+        return {hashOf(*picture.frame), picture.reached};
+    }
+    [[nodiscard]] bool isDamaged() const override { return reader.index().isDamaged(); }
+
+private:
+    static ffmpeg::FrameReaderOptions optionsFor(bool checksums) {
+        ffmpeg::FrameReaderOptions options;
+        options.checksums = checksums;
+        return options;
+    }
+
+    ffmpeg::FrameReader reader;
+};
+
+class BySeek : public Contender {
+public:
+    explicit BySeek(const std::string& path)
+        : decoder(std::make_shared<ffmpeg::InputFormatContext>(path), ffmpeg::PixelFormat::RGB) {}
+
+    int64_t frameCount() override { return decoder.getFrameCount(); }
+    Access read(int64_t frame) override {
+        decoder.seek(frame);
+        const auto picture = decoder.readNextFrame();
+        if (!picture.frame)
+            throw Exception("no picture");
+        return {hashOf(*picture.frame), Reached::Exact};
+    }
+
+private:
+    ffmpeg::VideoStreamDecoder decoder;
+};
+
+std::unique_ptr<Contender> open(const std::string& kind, const std::string& path) {
+    if (kind == "seek")
+        return std::make_unique<BySeek>(path);
+    return std::make_unique<ByReader>(path, kind == "checksums");
+}
+
+std::vector<uint64_t> truthOf(const std::string& path, bool oneThread) {
+    test::OracleOptions options;
+    options.everyPicture = true;
+    options.threads = oneThread ? 1 : 2;
+    std::vector<uint64_t> hashes;
+    for (const test::OracleFrame& frame : test::oracleFrames(path, options))
+        hashes.push_back(frame.hash);
+    return hashes;
+}
+
+struct Tally {
+    int asked = 0;
+    int wrong = 0;
+    int failed = 0;
+    int retried = 0;
+    int linear = 0;
+    int proven = 0;
+    std::string firstWrong;
+};
+
+Tally askInOrder(Contender& contender, const Order& order, const std::vector<uint64_t>& truth,
+                 double seconds) {
+    Tally tally;
+    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+    for (const int64_t frame : order.frames) {
+        if (Clock::now() > end)
+            break;
+        ++tally.asked;
+        try {
+            const Access access = contender.read(frame);
+            tally.retried += access.reached == Reached::ExactAfterRetry ? 1 : 0;
+            tally.linear += access.reached == Reached::Linear ? 1 : 0;
+            tally.proven += access.reached == Reached::Proven ? 1 : 0;
+            const auto at = static_cast<size_t>(frame);
+            if (at < truth.size() && access.hash == truth[at])
+                continue;
+            ++tally.wrong;
+            if (tally.firstWrong.empty())
+                tally.firstWrong = "frame " + std::to_string(frame);
+        } catch (const std::exception& error) {
+            ++tally.failed;
+        }
+    }
+    return tally;
+}
+
+void checkClip(const std::string& kind, const std::string& path, double seconds) {
+    const std::string name = std::filesystem::path(path).filename();
+    try {
+        auto contender = open(kind, path);
+        const int64_t count = contender->frameCount();
+        bool damaged = contender->isDamaged();
+        std::vector<uint64_t> truth = truthOf(path, damaged);
+        for (const Order& order : ordersFor(static_cast<int64_t>(truth.size()))) {
+            const auto begin = Clock::now();
+            Tally tally = askInOrder(*contender, order, truth, seconds);
+            if (!damaged && contender->isDamaged()) {
+                // Found out while reading: what counts from here on is one thread's picture.
+                damaged = true;
+                truth = truthOf(path, true);
+                tally = askInOrder(*contender, order, truth, seconds);
+            }
+            const std::chrono::duration<double> took = Clock::now() - begin;
+            std::cout << name << ',' << kind << ',' << order.name << ',' << truth.size() << ','
+                      << count << ',' << tally.asked << ',' << tally.wrong << ',' << tally.failed
+                      << ',' << tally.retried << ',' << tally.linear << ',' << tally.proven << ','
+                      << (damaged ? "damaged" : "sound") << ',' << took.count() << ','
+                      << tally.firstWrong << std::endl;
+        }
+    } catch (const std::exception& error) {
+        std::cout << name << ',' << kind << ",none,0,0,0,0,0,0,0,0,refused,0," << error.what()
+                  << std::endl;
+    }
+}
+
+} // namespace
+} // namespace tio::bench
+
+int main(int argc, char** argv) {
+    if (argc < 4) {
+        std::cerr << "usage: tarn_exactness reader|checksums|seek SECONDS CLIP...\n";
+        return 2;
+    }
+    tio::log::setSink([](const auto&, auto, const auto&) {});
+    std::cerr.rdbuf(nullptr); // damaged packets are counted, not told one by one
+    for (int i = 3; i < argc; ++i)
+        tio::bench::checkClip(argv[1], argv[i], std::stod(argv[2]));
+}

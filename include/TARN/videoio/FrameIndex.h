@@ -1,0 +1,130 @@
+#pragma once
+
+#include <TARN/core/Exception.h>
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Packet.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace detail {
+struct IndexAccess;
+struct IndexData;
+} // namespace detail
+
+/// How far the making of an index has come.
+struct IndexProgress {
+    enum class Step {
+        Packets,  ///< reading the file; counted in bytes
+        Pictures, ///< decoding it; counted in packets
+    };
+
+    Step step;
+    int64_t done;
+    int64_t total; ///< 0 when it is not known
+};
+
+/// Called every now and then while an index is made; returns whether to go on.
+using IndexProgressCallback = std::function<bool(const IndexProgress&)>;
+
+/// The progress callback asked to stop.
+class TARN_VIDEOIO_API IndexingCancelled : public tio::Exception {
+public:
+    IndexingCancelled();
+    IndexingCancelled(const IndexingCancelled&) = default;
+    IndexingCancelled& operator=(const IndexingCancelled&) = default;
+    ~IndexingCancelled() override;
+};
+
+/// How an index is made.
+struct FrameIndexOptions {
+    /// Decodes the whole stream once and keeps a checksum of every picture, by which a FrameReader
+    /// proves what it delivers.
+    bool checksums = false;
+
+    /// Threads of FFmpeg's decoder; 0 for one per core. A damaged stream is decoded with one
+    /// whatever is said here, because only then its pictures are the same each time.
+    int threads = 0;
+
+    IndexProgressCallback progress; ///< may be empty
+};
+
+/// What a video stream consists of: its packets, and which of them become which frames.
+///
+/// Frame n is the n-th picture that comes out when the stream is decoded from its start to its end.
+/// As a rule the packets alone tell that, and making the index reads them and decodes the last
+/// group of pictures; where packets lack times, or share them, or the ends of the stream do not
+/// give what the packets promise, the whole stream is decoded. Pictures that an edit list hides are
+/// no frames.
+///
+/// An index is a value: copies share what it holds, which never changes. About 29 bytes a packet in
+/// memory, and 4 more with checksums.
+/// Thread rule: any number of threads may use an index and its copies.
+class TARN_VIDEOIO_API FrameIndex {
+public:
+    /// What an index file is to the clip that it is loaded for.
+    enum class Match {
+        Fresh,   ///< the index of this clip as it is
+        Stale,   ///< the clip has been changed, or replaced by a similar one, since
+        Foreign, ///< the index of another clip, or of another stream, or no index at all
+        Corrupt, ///< an index that was damaged
+    };
+
+    struct Loaded;
+
+    /// Makes the index of the best video stream. The source is opened once more for that; `input`
+    /// stays where it is.
+    /// @throws IndexingCancelled
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
+    ///         throws
+    [[nodiscard]] static FrameIndex build(const std::shared_ptr<InputFormatContext>& input,
+                                          const FrameIndexOptions& options = {});
+
+    /// Loads an index for the best video stream of `input`, which must be a local file. An index is
+    /// given for Match::Fresh alone: a wrong one is never used.
+    /// @throws tio::Exception when the file of the index or that of the clip cannot be read
+    [[nodiscard]] static Loaded load(const std::string& path,
+                                     const std::shared_ptr<InputFormatContext>& input);
+
+    /// Writes the index under another name and renames it when it is complete, so that there is
+    /// never a part of one under `path`.
+    /// @throws tio::Exception when that fails, or the clip is no local file
+    void save(const std::string& path) const;
+
+    /// Writes the bare index that InputStream::loadSeekingIndex() reads.
+    /// @throws tio::Exception when that fails, or frames share a time: such an index could not be
+    ///         loaded
+    void exportSeekingIndex(const std::string& path) const;
+
+    [[nodiscard]] int64_t frameCount() const noexcept;
+
+    /// Whether it holds a checksum of every picture.
+    [[nodiscard]] bool hasChecksums() const noexcept;
+
+    /// Whether the stream was found damaged. It is decoded with one thread then.
+    [[nodiscard]] bool isDamaged() const noexcept;
+
+    /// Bytes that the index takes in memory.
+    [[nodiscard]] int64_t byteCount() const noexcept;
+
+private:
+    friend struct detail::IndexAccess;
+    explicit FrameIndex(std::shared_ptr<const detail::IndexData> made) : data(std::move(made)) {}
+
+    std::shared_ptr<const detail::IndexData> data; // never null
+};
+
+/// The outcome of loading an index.
+struct FrameIndex::Loaded {
+    Match match;
+    std::optional<FrameIndex> index; ///< with Match::Fresh, and only then
+};
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,157 @@
+#pragma once
+
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/Frame.h>
+#include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace tio::ffmpeg {
+
+/// How a FrameReader reads. The defaults suit most; a caller names what differs.
+struct FrameReaderOptions {
+    /// Made or loaded before; without one the reader makes it. It has to be of the same clip.
+    std::optional<FrameIndex> index;
+
+    /// Proves every picture by a checksum. Where the index has none, the whole stream is decoded
+    /// once for them.
+    bool checksums = false;
+
+    /// Threads of FFmpeg's decoder; 0 for one per core.
+    int threads = 0;
+
+    /// How many bytes of finished pictures readFrames() may hold back because earlier ones were
+    /// asked for first. At least one picture is held whatever is said here.
+    int64_t byteBudget = int64_t{256} << 20;
+
+    IndexProgressCallback progress; ///< of making the index; may be empty
+};
+
+/// The pictures of a video by number or time, in any order.
+///
+/// @code
+/// auto input = std::make_shared<tio::ffmpeg::InputFormatContext>("clip.mp4");
+/// tio::ffmpeg::FrameReader reader(input, tio::ffmpeg::PixelFormat::RGB);
+/// auto last = reader.readFrame(reader.frameCount() - 1);
+/// reader.readFrames({900, 30, 31}, [](const auto& picture) { …; return true; });
+/// @endcode
+///
+/// Frame n is the n-th picture that comes out when the stream is decoded from start to end, and
+/// readFrame(n) gives that picture or throws; it never gives another. Pictures are told apart by
+/// the packet that they come from, not by times, so that missing, repeated or wrapped times do no
+/// harm, and packets by their content, so that it does no harm either when a container leads
+/// elsewhere. The reader goes on decoding where the frame lies ahead, and else starts at the key
+/// frame before it; what comes out on the way is neither turned nor converted, and pictures that no
+/// other needs are not even decoded. Where the frame does not come out, it starts a key frame
+/// earlier, and in the end decodes the stream from its start.
+///
+/// What no reader can know without having decoded the whole stream is whether a decoder that starts
+/// in mid-stream gives the same picture as one that did not: key frames may lie, and damage
+/// spreads. With checksums that is checked for each picture.
+///
+/// The pictures are those of VideoStreamDecoder: upright, in the pixel format asked for.
+/// Thread rule: used by one thread at a time. The source is opened once more, so the context given
+/// stays free for other readers.
+class TARN_VIDEOIO_API FrameReader {
+public:
+    /// How sure it is that a picture is the right one.
+    enum class Reached {
+        Exact,           ///< decoded from the key frame before it
+        ExactAfterRetry, ///< decoded from an earlier one, since it did not come out at first
+        Linear,          ///< decoded from the start of the stream
+        Proven,          ///< its checksum is that of the decoding from start to end
+    };
+
+    /// One picture and what it is.
+    struct Picture {
+        std::shared_ptr<tio::FrameBase> frame; ///< never empty
+        int64_t number = 0;
+        Rational time;     ///< at which it is shown, in seconds
+        Rational duration; ///< for which it is shown
+        Reached reached = Reached::Exact;
+    };
+
+    /// Receives pictures; returns whether to go on.
+    using Callback = std::function<bool(const Picture&)>;
+
+    /// What the reader has done so far.
+    struct Counters {
+        int64_t sourceOpenings = 0;
+        int64_t seeks = 0;             ///< in the source
+        int64_t packetsDecoded = 0;    ///< given to the decoder
+        int64_t picturesDecoded = 0;   ///< that came out of it
+        int64_t picturesConverted = 0; ///< that were turned and converted
+    };
+
+    /// Opens the best video stream, and makes the index where none is given.
+    /// @throws IndexingCancelled
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
+    ///         throws
+    FrameReader(const std::shared_ptr<InputFormatContext>& input, PixelFormat format,
+                FrameReaderOptions options = {});
+    FrameReader(FrameReader&&) noexcept;
+    FrameReader& operator=(FrameReader&&) noexcept;
+    ~FrameReader();
+
+    /// @name What there is
+    /// Frame numbers run from 0 to frameCount() - 1.
+    /// @throws tio::Exception for a number or a time without a frame
+    /// @{
+
+    /// May change when a picture turns out damaged that the index says nothing of: the stream is
+    /// then counted anew with one thread, as every damaged stream is.
+    [[nodiscard]] int64_t frameCount() const noexcept;
+
+    /// When a frame is shown, in seconds. The container's time of its packet; where a packet has
+    /// none, the usual distance after the frame before.
+    [[nodiscard]] Rational frameTime(int64_t frame) const;
+
+    /// For how long: up to the next frame.
+    [[nodiscard]] Rational frameDuration(int64_t frame) const;
+
+    /// Whether its packet is flagged as one from which decoding can start.
+    [[nodiscard]] bool isKeyFrame(int64_t frame) const;
+
+    /// The frame that is on screen at a time: the last one whose time is not later. The last frame
+    /// stays for its duration.
+    [[nodiscard]] int64_t frameNumberAt(const Rational& time) const;
+
+    /// @}
+    /// @name Reading
+    /// @throws tio::Exception for a number or a time without a frame, and when the picture cannot
+    ///         be reached, or the source has changed
+    /// @{
+
+    [[nodiscard]] Picture readFrame(int64_t frame);
+    [[nodiscard]] Picture readFrameAt(const Rational& time);
+
+    /// Reads several frames, in any order and as often as each is named, and hands them over in the
+    /// order asked for. As long as what has to wait for its turn stays within the byte budget, each
+    /// group of pictures is decoded once.
+    /// @throws also what `callback` throws
+    void readFrames(const std::vector<int64_t>& frames, const Callback& callback);
+
+    /// The frames `first`, first + step, … up to and without `end`; with a negative step downward.
+    /// @throws tio::Exception also for a step of 0
+    void readFrames(int64_t first, int64_t end, int64_t step, const Callback& callback);
+
+    /// @}
+
+    /// The index in use, with what was learned of it while reading: worth saving.
+    [[nodiscard]] FrameIndex index() const;
+
+    [[nodiscard]] Counters counters() const noexcept;
+
+private:
+    class Engine;
+    std::unique_ptr<Engine> engine;
+};
+
+} // namespace tio::ffmpeg

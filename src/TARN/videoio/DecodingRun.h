@@ -1,0 +1,69 @@
+#pragma once
+
+#include "FrameDecoder.h"
+#include "IndexData.h"
+#include "PacketCursor.h"
+#include "PacketSource.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace tio::ffmpeg::detail {
+
+/// Decodes a stream picture by picture from a packet of one's choice on.
+class DecodingRun {
+public:
+    /// Tells whether a packet need not be decoded.
+    using LeaveOut = std::function<bool(uint32_t packet)>;
+
+    /// What was done so far.
+    struct Work {
+        int64_t openings = 0; ///< of the source
+        int64_t seeks = 0;    ///< in the source
+        int64_t packets = 0;  ///< given to the decoder
+        int64_t pictures = 0; ///< that came out of it
+    };
+
+    /// Stands before packet 0. The index must outlive the run.
+    DecodingRun(std::shared_ptr<InputFormatContext> input, const IndexData& index,
+                PixelFormat format, int threads);
+
+    /// Goes on from packet `number`, with nothing left of what came before.
+    /// @returns false when the packet cannot be found again
+    [[nodiscard]] bool enterAt(uint32_t number);
+
+    /// Goes on from the start, with a new decoder and the source opened anew.
+    void startOver();
+
+    /// Goes to the next picture; false when no more come, because the stream is at its end or
+    /// cannot be followed, or because it would take packet `limit`.
+    [[nodiscard]] bool next(const LeaveOut& leaveOut = {}, uint32_t limit = UINT32_MAX);
+
+    /// Tells of the picture, and gives it.
+    [[nodiscard]] FrameDecoder& decoder() noexcept { return *codec; }
+
+    /// The packet that is read next.
+    [[nodiscard]] uint32_t nextPacket() const noexcept { return cursor.nextNumber(); }
+
+    /// Whether the packets that came were others than those of the index.
+    [[nodiscard]] bool isLost() const noexcept { return lost; }
+
+    [[nodiscard]] Work work() const;
+
+private:
+    void makeDecoder();
+    [[nodiscard]] bool feed(const LeaveOut& leaveOut, uint32_t limit);
+
+    PacketSource source;
+    PacketCursor cursor;
+    PixelFormat format;
+    int threads;
+    std::unique_ptr<FrameDecoder> codec; // behind the source, to whose stream it refers
+    int64_t openingOfCodec = 0;          // which one of the source the codec belongs to
+    bool ended = false;
+    bool lost = false;
+    Work earlier; // done by decoders before this one
+};
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "DecodingRun.h"
+#include "IndexData.h"
+
+#include <TARN/videoio/FrameReader.h>
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <vector>
+
+namespace tio::ffmpeg::detail {
+
+/// Finds one picture of a stream by its frame number, in the cheapest way that leads to it.
+class FrameFinder {
+public:
+    enum class Outcome {
+        Found,
+        Damaged,     ///< the stream has to be counted anew with one thread
+        Misnumbered, ///< the pictures that come out are not those that the index promises
+        Changed,     ///< the packets are not those of the index
+        Unreachable, ///< the picture does not come out, whatever is tried
+    };
+
+    /// The index must outlive the finder.
+    FrameFinder(std::shared_ptr<InputFormatContext> input, const IndexData& index,
+                PixelFormat format, int threads);
+
+    /// Decodes up to a frame. `wanted` are the frames, rising, that are asked for together with it:
+    /// those are not left out on the way.
+    [[nodiscard]] Outcome find(int64_t frame, const std::vector<int64_t>& wanted = {});
+
+    /// The frame that was found, turned and converted. It can be had once.
+    [[nodiscard]] std::shared_ptr<tio::FrameBase> picture() { return run.decoder().picture(); }
+
+    /// How it was reached.
+    [[nodiscard]] FrameReader::Reached reached() const noexcept;
+
+    /// What reading taught of the places where decoding can start.
+    [[nodiscard]] const EntryNotes& learned() const noexcept { return notes; }
+    [[nodiscard]] DecodingRun::Work work() const { return run.work(); }
+
+private:
+    enum class Result { Hit, Missed, WrongPicture, Damaged, Misnumbered, Lost };
+
+    /// What is asked for, and whether pictures that no other needs may be left out on the way.
+    struct Aim {
+        int64_t frame;
+        const std::vector<int64_t>& wanted;
+        bool leaveOut;
+    };
+
+    [[nodiscard]] bool isAhead(int64_t frame) const;
+    [[nodiscard]] Result enterAndDecode(uint32_t entry, const Aim& aim);
+    [[nodiscard]] Result enterTwice(uint32_t entry, Aim aim);
+    [[nodiscard]] Result decodeTo(const Aim& aim);
+    [[nodiscard]] Outcome findFromStart(const Aim& aim);
+    void begin(int64_t firstCleanFrame, bool fromStart);
+
+    [[nodiscard]] bool isLeftOut(uint32_t packet, const Aim& aim);
+    [[nodiscard]] bool isSurprise(uint32_t packet) const;
+    [[nodiscard]] bool passTo(int64_t frame);
+    [[nodiscard]] Result judge(int64_t frame);
+    void noteEntry(uint32_t entry, int64_t frame, Result result);
+
+    const IndexData& index;
+    EntryNotes notes;
+    DecodingRun run;
+
+    // Where the run stands.
+    bool standing = true;       // it can go on from here
+    int64_t last = -1;          // frame that came out last
+    int64_t firstClean = 0;     // frame of the entry: those before it come out damaged
+    bool begun = true;          // from here on no frame may be missing
+    bool damageSeen = false;    // in a picture since the entry
+    int64_t failuresBefore = 0; // of the decoder, up to the entry
+    std::set<int64_t> leftOut;  // frames behind the last one that were not decoded
+    FrameReader::Reached way = FrameReader::Reached::Exact;
+};
+
+} // namespace tio::ffmpeg::detail

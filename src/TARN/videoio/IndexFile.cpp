@@ -1,0 +1,232 @@
+#include "IndexFile.h"
+
+#include "ColumnFile.h"
+#include "checks.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+// "TARNidx" and a line end, which a transfer as text would change.
+constexpr uint64_t magic = 0x0A7864694E524154;
+constexpr uint64_t currentVersion = 1;
+constexpr uint64_t headerNumbers = 23;
+constexpr uint64_t hashBytesAtEnd = 8;
+
+constexpr uint64_t flagSingleThread = 1;
+constexpr uint64_t flagLeaveOut = 2;
+constexpr uint64_t flagDecoded = 4;
+
+/// The numbers before the columns that are not members of the index themselves.
+struct Header {
+    uint64_t start = magic;
+    uint64_t version = currentVersion;
+    uint64_t byteCount = 0; // of the whole file
+    uint64_t flags = 0;
+    uint64_t packets = 0;
+    uint64_t keys = 0;
+    uint64_t frames = 0;
+    uint64_t ownTimes = 0;
+    uint64_t checksums = 0;
+    uint64_t notes = 0;
+
+    /// What the counts make of the file's size; 0 when they cannot be right.
+    [[nodiscard]] uint64_t expectedByteCount() const {
+        for (const uint64_t count : {packets, keys, frames, ownTimes, checksums, notes})
+            if (count > byteCount)
+                return 0;
+        return 8 * headerNumbers + 25 * packets + 12 * keys + 4 * frames + 8 * ownTimes +
+               4 * checksums + 8 * notes + hashBytesAtEnd;
+    }
+};
+
+/// The notes as columns.
+struct NoteColumns {
+    std::vector<uint32_t> packets;
+    std::vector<uint32_t> frames;
+};
+
+template <typename File>
+void exchangeStart(File& file, Header& header) {
+    file.number(header.start);
+    file.number(header.version);
+    file.number(header.byteCount);
+}
+
+template <typename File>
+void exchangeHeader(File& file, Header& header, IndexData& index) {
+    for (uint64_t* number : {&header.flags, &header.packets, &header.keys, &header.frames,
+                             &header.ownTimes, &header.checksums, &header.notes, &index.source.size,
+                             &index.source.firstBlock, &index.source.lastBlock})
+        file.number(*number);
+    for (int64_t* number : {&index.source.seconds, &index.source.nanoseconds, &index.frameTicks,
+                            &index.lastTicks, &index.maxPtsDtsDifference})
+        file.number(*number);
+    for (int32_t* number : {&index.stream, &index.codec, &index.timeBase.num, &index.timeBase.den})
+        file.number(*number);
+    uint64_t reserved = 0;
+    file.number(reserved);
+}
+
+template <typename File>
+void exchangeColumns(File& file, IndexData& index, NoteColumns& notes) {
+    file.column(index.pts);
+    file.column(index.positions);
+    file.column(index.hashes);
+    file.column(index.flags);
+    file.column(index.keys);
+    file.column(index.keyDts);
+    file.column(index.packets);
+    file.column(index.ownTimes);
+    file.column(index.checksums);
+    file.column(notes.packets);
+    file.column(notes.frames);
+}
+
+Header headerOf(const IndexData& index) {
+    Header header;
+    header.flags = (index.singleThread ? flagSingleThread : 0) |
+                   (index.notes.mayLeaveOut ? flagLeaveOut : 0) | (index.decoded ? flagDecoded : 0);
+    header.packets = index.pts.size();
+    header.keys = index.keys.size();
+    header.frames = index.packets.size();
+    header.ownTimes = index.ownTimes.size();
+    header.checksums = index.checksums.size();
+    header.notes = index.notes.cleanFrom.size();
+    header.byteCount = UINT64_MAX;
+    header.byteCount = header.expectedByteCount();
+    return header;
+}
+
+void resizeColumns(const Header& header, IndexData& index, NoteColumns& notes) {
+    index.pts.resize(header.packets);
+    index.positions.resize(header.packets);
+    index.hashes.resize(header.packets);
+    index.flags.resize(header.packets);
+    index.keys.resize(header.keys);
+    index.keyDts.resize(header.keys);
+    index.packets.resize(header.frames);
+    index.ownTimes.resize(header.ownTimes);
+    index.checksums.resize(header.checksums);
+    notes.packets.resize(header.notes);
+    notes.frames.resize(header.notes);
+}
+
+void takeFlagsAndNotes(const Header& header, const NoteColumns& notes, IndexData& index) {
+    index.singleThread = (header.flags & flagSingleThread) != 0;
+    index.decoded = (header.flags & flagDecoded) != 0;
+    index.notes.mayLeaveOut = (header.flags & flagLeaveOut) != 0;
+    for (size_t i = 0; i < notes.packets.size(); ++i)
+        index.notes.cleanFrom[notes.packets[i]] = notes.frames[i];
+}
+
+// The hash finds damage; this finds what no index of ours would say, so that look-ups need no
+// checks of their own.
+bool isConsistent(const IndexData& index) {
+    const auto isPacket = [&](uint32_t packet) { return packet < index.packetCount(); };
+    const bool keysRise =
+        std::adjacent_find(index.keys.begin(), index.keys.end(),
+                           [](uint32_t a, uint32_t b) { return a >= b; }) == index.keys.end();
+    const bool startsWithPacket0 = index.packetCount() == 0
+                                       ? index.keys.empty()
+                                       : !index.keys.empty() && index.keys.front() == 0;
+    const auto fitsFrames = [&](size_t count) {
+        return count == 0 || count == index.packets.size();
+    };
+    return keysRise && startsWithPacket0 && fitsFrames(index.ownTimes.size()) &&
+           fitsFrames(index.checksums.size()) && index.timeBase.num > 0 && index.timeBase.den > 0 &&
+           index.stream >= 0 && std::all_of(index.keys.begin(), index.keys.end(), isPacket) &&
+           std::all_of(index.packets.begin(), index.packets.end(), isPacket);
+}
+
+/// A name beside the file that it shall become.
+class UnfinishedFile {
+public:
+    explicit UnfinishedFile(const std::string& finalPath)
+        : path(finalPath), unfinished(finalPath + ".unfinished") {}
+    ~UnfinishedFile() {
+        std::error_code ignored;
+        if (!unfinished.empty())
+            std::filesystem::remove(unfinished, ignored);
+    }
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    [[nodiscard]] FileHandle open() const {
+        return FileHandle(std::fopen(unfinished.c_str(), "wb"));
+    }
+
+    [[nodiscard]] bool publish() {
+        std::error_code error;
+        std::filesystem::rename(unfinished, path, error);
+        if (!error)
+            unfinished.clear();
+        return !error;
+    }
+
+private:
+    const std::string& path;
+    std::string unfinished; // empty once it has its name
+};
+
+} // namespace
+
+void writeIndexFile(const std::string& path, const IndexData& index) {
+    UnfinishedFile file(path);
+    FileHandle handle = file.open();
+    if (!handle)
+        failPlainly("Could not open \"" + path + "\"");
+    ColumnWriter writer(handle.get());
+    Header header = headerOf(index);
+    NoteColumns notes;
+    for (const auto& [packet, frame] : index.notes.cleanFrom) {
+        notes.packets.push_back(packet);
+        notes.frames.push_back(frame);
+    }
+    // One description of the content serves writing and reading; writing changes nothing.
+    auto& content = const_cast<IndexData&>(index);
+    exchangeStart(writer, header);
+    exchangeHeader(writer, header, content);
+    exchangeColumns(writer, content, notes);
+    const bool written = writer.finish();
+    const bool closed = std::fclose(handle.release()) == 0; // a full disk may show only now
+    if (!written || !closed || !file.publish())
+        failPlainly("Could not write \"" + path + "\"");
+}
+
+IndexFileContent readIndexFile(const std::string& path) {
+    using Kind = IndexFileContent::Kind;
+    const FileHandle handle(std::fopen(path.c_str(), "rb"));
+    std::error_code error;
+    const uint64_t byteCount = std::filesystem::file_size(path, error);
+    if (!handle || error)
+        failPlainly("Could not open \"" + path + "\"");
+    ColumnReader reader(handle.get());
+    Header header;
+    IndexData index;
+    exchangeStart(reader, header);
+    if (byteCount >= sizeof magic && header.start != magic)
+        return {Kind::Other, std::nullopt};
+    if (byteCount >= 2 * sizeof magic && header.version != currentVersion)
+        return {Kind::Other, std::nullopt};
+    exchangeHeader(reader, header, index);
+    if (header.byteCount != byteCount || header.expectedByteCount() != byteCount)
+        return {Kind::Damaged, std::nullopt};
+    NoteColumns notes;
+    resizeColumns(header, index, notes);
+    exchangeColumns(reader, index, notes);
+    takeFlagsAndNotes(header, notes, index);
+    if (!reader.finish() || !isConsistent(index))
+        return {Kind::Damaged, std::nullopt};
+    index.finish();
+    return {Kind::Whole, std::move(index)};
+}
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "IndexData.h"
+
+#include <optional>
+#include <string>
+
+namespace tio::ffmpeg::detail {
+
+/// @file
+/// The file of a FrameIndex; docs/index-file.md describes it.
+
+/// Writes the file under another name and renames it.
+/// @throws tio::Exception naming the path
+void writeIndexFile(const std::string& path, const IndexData& index);
+
+/// What an index file turned out to be.
+struct IndexFileContent {
+    enum class Kind { Whole, Damaged, Other };
+
+    Kind kind;
+    std::optional<IndexData> index; ///< with Kind::Whole
+};
+
+/// Never gives an index that differs from what was written.
+/// @throws tio::Exception naming the path when it cannot be read
+[[nodiscard]] IndexFileContent readIndexFile(const std::string& path);
+
+} // namespace tio::ffmpeg::detail

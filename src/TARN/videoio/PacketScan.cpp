@@ -1,0 +1,155 @@
+#include "PacketScan.h"
+
+#include "PacketInspector.h"
+#include "checks.h"
+#include "hash.h"
+#include "ticks.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+// Bits that hold a packet's temporal layer until the scan knows which is the highest.
+constexpr unsigned layerShift = 5;
+
+// Up to here a packet's number fits the columns of the index, and a few values stay free.
+constexpr size_t mostPackets = UINT32_MAX - 16;
+
+int64_t usualDistance(const AVStream& stream) {
+    const AVRational rate =
+        stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0 || stream.time_base.num <= 0)
+        return 1;
+    return std::max<int64_t>(1, av_rescale_q(1, av_inv_q(rate), stream.time_base));
+}
+
+uint8_t flagsOf(const AVPacket& packet, const PacketFacts& facts) {
+    unsigned flags = 0;
+    flags |= (packet.flags & AV_PKT_FLAG_KEY) != 0 ? unsigned{IndexData::key} : 0u;
+    flags |= (packet.flags & AV_PKT_FLAG_DISCARD) != 0 ? unsigned{IndexData::discarded} : 0u;
+    flags |= facts.hidden ? unsigned{IndexData::hidden} : 0u;
+    flags |= facts.disposable ? unsigned{IndexData::disposable} : 0u;
+    return static_cast<uint8_t>(flags | facts.layer << layerShift);
+}
+
+/// Only what nothing refers to in the highest layer is needed by nobody.
+void dropLayers(std::vector<uint8_t>& flags, unsigned highest) {
+    constexpr unsigned flagMask = (1u << layerShift) - 1;
+    for (uint8_t& flag : flags) {
+        const bool needed = flag >> layerShift != static_cast<int>(highest);
+        flag = static_cast<uint8_t>(flag & flagMask &
+                                    ~(needed ? unsigned{IndexData::disposable} : 0u));
+    }
+}
+
+void addPacket(IndexData& index, const AVPacket& packet, const PacketFacts& facts) {
+    if (index.flags.size() >= mostPackets)
+        failPlainly("The stream has too many packets for an index");
+    if (index.flags.empty() || (packet.flags & AV_PKT_FLAG_KEY) != 0) {
+        index.keys.push_back(index.packetCount());
+        index.keyDts.push_back(packet.dts);
+    }
+    index.pts.push_back(packet.pts);
+    index.positions.push_back(packet.pos);
+    index.hashes.push_back(hashBytes(packet.data, static_cast<size_t>(packet.size)));
+    index.flags.push_back(flagsOf(packet, facts));
+}
+
+/// What InputStream works out of the same packets, for the bare index.
+class PtsDtsDifference {
+public:
+    void note(const AVPacket& packet) {
+        if ((packet.flags & AV_PKT_FLAG_DISCARD) != 0 || packet.pts == lastPts)
+            return;
+        lastPts = packet.pts;
+        largest = std::max(largest, wrappingDifference(packet.pts, packet.dts));
+    }
+
+    [[nodiscard]] int64_t value() const { return largest; }
+
+private:
+    int64_t lastPts = AV_NOPTS_VALUE;
+    int64_t largest = 0;
+};
+
+} // namespace
+
+PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progress) {
+    PacketScan scan;
+    IndexData& index = scan.index;
+    index.stream = stream;
+    index.codec = source.stream().codecpar->codec_id;
+    index.timeBase = source.stream().time_base;
+    PacketInspector inspector(*source.stream().codecpar);
+    AVIOContext* io = source.format().pb;
+    const int64_t total = io != nullptr ? std::max<int64_t>(avio_size(io), 0) : 0;
+    PtsDtsDifference difference;
+    int64_t latest = AV_NOPTS_VALUE;
+    while (source.read()) {
+        const AVPacket& packet = source.packet();
+        addPacket(index, packet, inspector.inspect(packet));
+        difference.note(packet);
+        scan.damaged = scan.damaged || (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
+        if (packet.pts >= latest && !index.hasFlag(index.packetCount() - 1, IndexData::discarded)) {
+            latest = packet.pts;
+            index.lastTicks = packet.duration;
+        }
+        progress.tell(IndexProgress::Step::Packets, std::max<int64_t>(packet.pos, 0), total);
+    }
+    const bool seeksByPts = (source.format().iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
+    index.maxPtsDtsDifference = seeksByPts ? 0 : difference.value();
+    index.frameTicks = usualDistance(source.stream());
+    if (index.lastTicks <= 0)
+        index.lastTicks = index.frameTicks;
+    dropLayers(index.flags, inspector.highestLayer());
+    scan.fieldsApart = inspector.hasFieldsApart();
+    index.notes.mayLeaveOut = inspector.mayLeaveOut();
+    return scan;
+}
+
+bool orderByTimes(IndexData& index) {
+    std::vector<uint32_t> shown;
+    for (uint32_t packet = 0; packet < index.packetCount(); ++packet)
+        if ((index.flags[packet] & (IndexData::discarded | IndexData::hidden)) == 0)
+            shown.push_back(packet);
+    const auto earlier = [&](uint32_t a, uint32_t b) { return index.pts[a] < index.pts[b]; };
+    std::sort(shown.begin(), shown.end(), earlier);
+    const auto together = [&](uint32_t a, uint32_t b) { return index.pts[a] == index.pts[b]; };
+    const bool apart = std::adjacent_find(shown.begin(), shown.end(), together) == shown.end();
+    const bool allTimed = shown.empty() || index.pts[shown.front()] != AV_NOPTS_VALUE;
+    index.packets = std::move(shown);
+    return allTimed && apart;
+}
+
+void fillTimes(IndexData& index) {
+    const auto count = index.packets.size();
+    std::vector<int64_t> times(count, AV_NOPTS_VALUE);
+    size_t firstKnown = count;
+    bool complete = true;
+    for (size_t frame = count; frame-- > 0;) {
+        const bool again = frame > 0 && index.packets[frame] == index.packets[frame - 1];
+        times[frame] = again ? AV_NOPTS_VALUE : index.pts[index.packets[frame]];
+        if (times[frame] != AV_NOPTS_VALUE)
+            firstKnown = frame;
+        else
+            complete = false;
+    }
+    index.ownTimes.clear();
+    if (complete)
+        return;
+    // Where the first ones have none, back from the first that has one.
+    const auto lead = static_cast<uint64_t>(firstKnown) * static_cast<uint64_t>(index.frameTicks);
+    const int64_t known = firstKnown < count ? times[firstKnown] : static_cast<int64_t>(lead);
+    int64_t last = wrappingDifference(known, static_cast<int64_t>(lead) + index.frameTicks);
+    for (int64_t& time : times) {
+        if (time == AV_NOPTS_VALUE)
+            time = wrappingSum(last, index.frameTicks);
+        last = time;
+    }
+    index.ownTimes = std::move(times);
+}
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,52 @@
+#include "PacketSource.h"
+
+#include "InputAccess.h"
+#include "checks.h"
+
+#include <new>
+#include <utility>
+
+namespace tio::ffmpeg::detail {
+
+PacketSource::PacketSource(std::shared_ptr<InputFormatContext> opened, int streamIndex)
+    : origin(std::move(opened)), current(av_packet_alloc()), index(streamIndex) {
+    if (!current)
+        throw std::bad_alloc();
+    reopen();
+}
+
+void PacketSource::reopen() {
+    av_packet_unref(current.get());
+    input = InputAccess::reopen(*origin);
+    ++openings;
+    if (index >= input->getStreamCount())
+        failPlainly("\"" + origin->getUrl() + "\" has lost its stream " + std::to_string(index));
+    for (int other = 0; other < input->getStreamCount(); ++other)
+        if (other != index)
+            input->getStream(other)->discard = AVDISCARD_ALL;
+}
+
+bool PacketSource::read() {
+    av_packet_unref(current.get());
+    return input->getNextPacketForStream(current.get(), index);
+}
+
+const AVFormatContext& PacketSource::format() const {
+    return InputAccess::contextOf(*input);
+}
+
+bool PacketSource::seek(int64_t target, int flags) {
+    av_packet_unref(current.get());
+    ++seeks;
+    return av_seek_frame(&InputAccess::contextOf(*input), index, target, flags) >= 0;
+}
+
+bool PacketSource::seekToTime(int64_t ticks) {
+    return seek(ticks, AVSEEK_FLAG_BACKWARD);
+}
+
+bool PacketSource::seekToByte(int64_t position) {
+    return seek(position, AVSEEK_FLAG_BYTE);
+}
+
+} // namespace tio::ffmpeg::detail

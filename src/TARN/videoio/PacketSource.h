@@ -1,0 +1,54 @@
+#pragma once
+
+#include "ffmpeg_compat.h"
+
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/detail/Handles.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace tio::ffmpeg::detail {
+
+/// The packets of one stream, read through an input of its own, so that neither disturbs the other
+/// readers of the caller's. The other streams are not read at all.
+class PacketSource {
+public:
+    /// Opens the source of `origin` once more.
+    /// @throws tio::ffmpeg::Exception as opening it did
+    PacketSource(std::shared_ptr<InputFormatContext> origin, int streamIndex);
+
+    /// Goes to the start of the source, in a way that every container allows: by opening it anew.
+    /// Packets read before must not be used any more.
+    void reopen();
+
+    /// Goes to the next packet; false at the end, and when reading fails.
+    [[nodiscard]] bool read();
+
+    /// The packet that read() went to.
+    [[nodiscard]] AVPacket& packet() noexcept { return *current; }
+
+    /// Goes to a place at or before a time in ticks, or to a byte of the file.
+    /// @returns false when the container cannot
+    [[nodiscard]] bool seekToTime(int64_t ticks);
+    [[nodiscard]] bool seekToByte(int64_t position);
+
+    [[nodiscard]] const AVStream& stream() const { return *input->getStream(index); }
+    [[nodiscard]] const AVFormatContext& format() const;
+
+    /// How often the source was opened, and how often it was sought in.
+    [[nodiscard]] int64_t openingCount() const noexcept { return openings; }
+    [[nodiscard]] int64_t seekCount() const noexcept { return seeks; }
+
+private:
+    [[nodiscard]] bool seek(int64_t target, int flags);
+
+    std::shared_ptr<InputFormatContext> origin; // tells how to open
+    std::shared_ptr<InputFormatContext> input;
+    PacketHandle current;
+    int index;
+    int64_t openings = 0;
+    int64_t seeks = 0;
+};
+
+} // namespace tio::ffmpeg::detail
