@@ -79,10 +79,14 @@ private:
 
     void keepFrame() {
         const int64_t pts = frame->pts;
+        const AVRational timeBase = demuxer.stream().time_base;
+        if (options.wanted && !options.wanted(frames.size())) {
+            frames.push_back({pts, timeBase.num, timeBase.den, frame->width, frame->height, 0, {}});
+            return;
+        }
         if (rotator)
             rotator->turn(*frame);
         std::vector<uint8_t> pixels = converter.pixelsOf(*frame);
-        const AVRational timeBase = demuxer.stream().time_base;
         frames.push_back({pts,
                           timeBase.num,
                           timeBase.den,

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,9 @@ struct OracleOptions {
     /// Leave nothing out: neither pictures without a time, nor those whose time does not rise. The
     /// decoder's failures are passed over as well.
     bool everyPicture = false;
+
+    /// Numbers of the pictures to convert and hash; all when empty. Others have the hash 0.
+    std::function<bool(std::size_t)> wanted;
 };
 
 /// Seed of a hash, and its result over no bytes.

@@ -43,7 +43,7 @@ Decoded decodeAll(const Input& input, const IndexData& index, int threads,
 // them shows; those behind the next key packet do not depend on them.
 /// @returns false when the whole stream has to be decoded to know
 bool settleStart(const Input& input, IndexData& index, int threads) {
-    if (index.hasFlag(0, IndexData::key))
+    if (index.packets.empty() || index.hasFlag(0, IndexData::key))
         return true;
     if (index.keys.size() < 2)
         return false;

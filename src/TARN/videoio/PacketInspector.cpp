@@ -42,6 +42,8 @@ PacketInspector::PacketInspector(const AVCodecParameters& parameters) : codec(pa
 PacketFacts PacketInspector::inspect(const AVPacket& packet) {
     if (packet.size <= 0)
         return {};
+    const size_t lengthSize = codec == AV_CODEC_ID_H264 ? h264.lengthSize() : hevcLengthSize;
+    damaged = damaged || !lengthsFit(packet.data, static_cast<size_t>(packet.size), lengthSize);
     switch (codec) {
     case AV_CODEC_ID_H264:
         return inspectH264(packet);

@@ -30,6 +30,9 @@ public:
     /// Whether there was a packet with a single field: two of them give one picture.
     [[nodiscard]] bool hasFieldsApart() const noexcept { return fieldsApart; }
 
+    /// Whether there was a packet that cannot be whole.
+    [[nodiscard]] bool hasDamage() const noexcept { return damaged; }
+
     /// The highest temporal layer so far.
     [[nodiscard]] unsigned highestLayer() const noexcept { return topLayer; }
 
@@ -45,6 +48,7 @@ private:
     std::optional<H264Slice> previous; // picture
     bool countsDisposables = false;
     bool fieldsApart = false;
+    bool damaged = false;
     unsigned topLayer = 0;
 };
 

@@ -105,6 +105,7 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     if (index.lastTicks <= 0)
         index.lastTicks = index.frameTicks;
     dropLayers(index.flags, inspector.highestLayer());
+    scan.damaged = scan.damaged || inspector.hasDamage();
     scan.fieldsApart = inspector.hasFieldsApart();
     index.notes.mayLeaveOut = inspector.mayLeaveOut();
     return scan;

@@ -9,7 +9,7 @@ namespace tio::ffmpeg::detail {
 /// What one reading of all packets tells.
 struct PacketScan {
     IndexData index;          ///< without frames
-    bool damaged = false;     ///< the container flagged a packet so
+    bool damaged = false;     ///< a packet is not whole, or flagged so
     bool fieldsApart = false; ///< two packets may give one picture
 };
 

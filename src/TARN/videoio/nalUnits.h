@@ -55,6 +55,21 @@ void forEachNalUnit(const uint8_t* data, size_t size, size_t lengthSize, Visit&&
     }
 }
 
+/// Whether the lengths in front of units lead to the end of the data. In a packet that was cut or
+/// overwritten they lead beyond it.
+[[nodiscard]] inline bool lengthsFit(const uint8_t* data, size_t size, size_t lengthSize) {
+    while (lengthSize > 0 && size >= lengthSize) {
+        size_t length = 0;
+        for (size_t i = 0; i < lengthSize; ++i)
+            length = length << 8 | data[i];
+        if (length > size - lengthSize)
+            return false;
+        data += lengthSize + length;
+        size -= lengthSize + length;
+    }
+    return true;
+}
+
 /// The first bytes of a unit's content, up to `limit`, without the 3 that keeps start codes out.
 [[nodiscard]] inline std::vector<uint8_t> unescaped(const NalUnit& unit, size_t limit) {
     std::vector<uint8_t> content;

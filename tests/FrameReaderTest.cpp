@@ -1,0 +1,422 @@
+#include "Expectations.h"
+#include "ReaderPictures.h"
+#include "media/ByteEdits.h"
+#include "media/ClipMaker.h"
+#include "media/Encoding.h"
+#include "media/ReaderClips.h"
+#include "media/TemporaryFolder.h"
+
+#include <TARN/videoio/Exception.h>
+#include <TARN/videoio/VideoStreamDecoder.h>
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <numeric>
+
+namespace tio::ffmpeg {
+namespace {
+
+using test::ClipPlan;
+using test::IsFraction;
+using test::numberIn;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Reached = FrameReader::Reached;
+
+class FrameReaderTest : public testing::Test {
+protected:
+    FrameReader& open(const ClipPlan& plan, FrameReaderOptions options = {}) {
+        test::makeClip(clip, plan);
+        return openAgain(std::move(options));
+    }
+
+    FrameReader& openAgain(FrameReaderOptions options = {}) {
+        reader = test::openReader(clip, std::move(options));
+        return *reader;
+    }
+
+    /// Makes the clip of that name.
+    void make(const std::string& name) {
+        for (const auto& made : test::readerClips())
+            if (made.name == name)
+                made.make(clip);
+    }
+
+    /// The numbers drawn into the pictures that readFrames() hands over.
+    std::vector<int> numbersOf(const std::vector<int64_t>& frames) {
+        std::vector<int> numbers;
+        reader->readFrames(frames, [&](const FrameReader::Picture& picture) {
+            numbers.push_back(numberIn(picture));
+            return true;
+        });
+        return numbers;
+    }
+
+    static ClipPlan longGroups() {
+        ClipPlan plan;
+        plan.frameCount = 100;
+        plan.gopSize = 50;
+        return plan;
+    }
+
+    test::LogCapture log;
+    test::TemporaryFolder folder;
+    std::string clip = folder.file("clip");
+    std::unique_ptr<FrameReader> reader;
+};
+
+TEST_F(FrameReaderTest, GivesTheFrameOfThatNumber) {
+    FrameReader& frames = open({});
+    for (const int64_t number : {17, 3, 24, 0, 12, 11}) {
+        const auto picture = frames.readFrame(number);
+        EXPECT_EQ(numberIn(picture), number);
+        EXPECT_EQ(picture.number, number);
+    }
+}
+
+TEST_F(FrameReaderTest, TurnsPicturesUpright) {
+    ClipPlan plan;
+    plan.rotation = 90;
+    const auto picture = open(plan).readFrame(13);
+    const auto& rgb = test::rgbOf(picture);
+    EXPECT_EQ(rgb.size[0], 96);
+    EXPECT_EQ(rgb.size[1], 64);
+    EXPECT_EQ(test::readPictureNumber(rgb.plane.data(), 64, 96, 1), 13);
+}
+
+TEST_F(FrameReaderTest, ConvertsToNv12) {
+    test::makeClip(clip, {});
+    FrameReader frames(std::make_shared<InputFormatContext>(clip), PixelFormat::NV12);
+    const auto picture = frames.readFrame(5);
+    const auto& planes = static_cast<const Frame<tio::PixelFormat::NV12>&>(*picture.frame).planes;
+    EXPECT_EQ(planes[0].rows(), 64);
+    EXPECT_EQ(planes[1].cols(), 96);
+}
+
+class MissingFrameNumber : public FrameReaderTest, public testing::WithParamInterface<int64_t> {};
+
+TEST_P(MissingFrameNumber, ThrowsForEveryQuestionAboutIt) {
+    FrameReader& frames = open({});
+    const std::string text =
+        test::thrownText<tio::Exception>([&] { static_cast<void>(frames.readFrame(GetParam())); });
+    EXPECT_EQ(text, "Frame number " + std::to_string(GetParam()) + " is outside 0 to 24 of \"" +
+                        clip + "\"");
+    EXPECT_THROW(static_cast<void>(frames.frameTime(GetParam())), tio::Exception);
+    EXPECT_THROW(static_cast<void>(frames.frameDuration(GetParam())), tio::Exception);
+    EXPECT_THROW(static_cast<void>(frames.isKeyFrame(GetParam())), tio::Exception);
+}
+
+INSTANTIATE_TEST_SUITE_P(Numbers, MissingFrameNumber,
+                         testing::Values(-1, 25, INT64_MIN, INT64_MAX));
+
+TEST_F(FrameReaderTest, FindsNoFrameInAStreamWithoutPackets) {
+    test::writePackets(clip, "avi", {test::bareVideoTrack(AV_CODEC_ID_MPEG4, 64, 48, {1, 25})});
+    FrameReader& frames = openAgain();
+    EXPECT_EQ(frames.frameCount(), 0);
+    EXPECT_THAT(test::thrownText<tio::Exception>([&] { static_cast<void>(frames.readFrame(0)); }),
+                HasSubstr("there are no frames"));
+    EXPECT_THROW(static_cast<void>(frames.frameNumberAt({0, 1})), tio::Exception);
+}
+
+TEST_F(FrameReaderTest, RefusesAnInputWithoutVideo) {
+    const test::Track sound = test::encodeTone(0.2, false);
+    test::writePackets(clip, "matroska", {sound});
+    EXPECT_THAT(test::thrownText<Exception>([&] { openAgain(); }),
+                HasSubstr("Could not find stream of requested type"));
+}
+
+TEST_F(FrameReaderTest, LeavesTheContextOfTheCallerWhereItIs) {
+    test::makeClip(clip, {});
+    const auto input = std::make_shared<InputFormatContext>(clip);
+    FrameReader frames(input, PixelFormat::RGB);
+    VideoStreamDecoder decoder(input, PixelFormat::RGB);
+    static_cast<void>(frames.readFrame(20));
+    EXPECT_THAT(decoder.readNextFrame().timestamp, IsFraction(0, 1));
+    static_cast<void>(frames.readFrame(3));
+    EXPECT_THAT(decoder.readNextFrame().timestamp, IsFraction(1, 25));
+}
+
+// ---- times -----------------------------------------------------------------------------------
+
+class FrameTimesTest : public FrameReaderTest {
+protected:
+    /// Frames at 0, 1, 2, 10, 11 and 40 hundredths of a second.
+    FrameReader& openUneven() {
+        ClipPlan plan;
+        plan.timeBase = {1, 100};
+        plan.maxBFrames = 0; // else the file's durations are those of decoding
+        plan.pts = {0, 1, 2, 10, 11, 40};
+        return open(plan);
+    }
+};
+
+TEST_F(FrameTimesTest, TellsWhenAFrameIsShownAndForHowLong) {
+    FrameReader& frames = openUneven();
+    EXPECT_THAT(frames.frameTime(3), IsFraction(1, 10));
+    EXPECT_THAT(frames.frameDuration(2), IsFraction(2, 25));
+    EXPECT_THAT(frames.frameDuration(4), IsFraction(29, 100));
+    EXPECT_THAT(frames.frameDuration(5), IsFraction(29, 100)); // as the file says
+    const auto picture = frames.readFrame(4);
+    EXPECT_THAT(picture.time, IsFraction(11, 100));
+    EXPECT_THAT(picture.duration, IsFraction(29, 100));
+}
+
+TEST_F(FrameTimesTest, NamesTheFrameOnScreen) {
+    FrameReader& frames = openUneven();
+    EXPECT_EQ(frames.frameNumberAt({0, 1}), 0);
+    EXPECT_EQ(frames.frameNumberAt({1, 100}), 1);
+    EXPECT_EQ(frames.frameNumberAt({99, 1000}), 2); // a millisecond before the next
+    EXPECT_EQ(frames.frameNumberAt({1, 10}), 3);
+    EXPECT_EQ(frames.frameNumberAt({-1, -10}), 3);
+    EXPECT_EQ(frames.frameNumberAt({399999999, 1000000000}), 4);
+    EXPECT_EQ(frames.frameNumberAt({68, 100}), 5); // 0.4 s + 0.29 s is its end
+}
+
+TEST_F(FrameTimesTest, ThrowsForATimeAtWhichNothingIsShown) {
+    FrameReader& frames = openUneven();
+    for (const Rational& time : {Rational(-1, 1000), Rational(69, 100), Rational(1000000, 1),
+                                 Rational(1, INT64_MIN), Rational(1, 0)})
+        EXPECT_THROW(static_cast<void>(frames.frameNumberAt(time)), tio::Exception)
+            << time.toDouble();
+}
+
+TEST_F(FrameTimesTest, ReadsTheFrameOnScreen) {
+    EXPECT_EQ(numberIn(openUneven().readFrameAt({3, 10})), 4);
+}
+
+TEST_F(FrameTimesTest, CountsFramesWhereTheContainerHasNoTimes) {
+    ClipPlan plan;
+    plan.format = "h264";
+    FrameReader& frames = open(plan);
+    EXPECT_THAT(frames.frameTime(0), IsFraction(0, 1));
+    EXPECT_THAT(frames.frameTime(7), IsFraction(7, 25));
+    EXPECT_EQ(frames.frameNumberAt({7, 25}), 7);
+}
+
+// FFmpeg takes a clock that begins just before it wraps for one that begins before zero.
+TEST_F(FrameTimesTest, BeginsBeforeZeroWhereTheStreamDoes) {
+    make("AcrossClockWrap");
+    FrameReader& frames = openAgain();
+    const auto start = test::everyPictureOf(clip).front().time();
+    ASSERT_LT(start.numerator, 0);
+    EXPECT_THAT(frames.frameTime(0), IsFraction(start.numerator, start.denominator));
+    EXPECT_EQ(frames.frameNumberAt(Rational(start.numerator, start.denominator) + Rational(1, 20)),
+              1);
+}
+
+TEST_F(FrameReaderTest, TellsKeyFrames) {
+    FrameReader& frames = open({});
+    std::vector<int64_t> keys;
+    for (int64_t frame = 0; frame < frames.frameCount(); ++frame)
+        if (frames.isKeyFrame(frame))
+            keys.push_back(frame);
+    EXPECT_THAT(keys, ElementsAre(0, 12, 24));
+}
+
+// ---- what is done for it -----------------------------------------------------------------------
+
+class FrameReaderWork : public FrameReaderTest {
+protected:
+    /// What the reader does while `action` runs.
+    template <typename Action>
+    FrameReader::Counters workOf(Action&& action) {
+        const FrameReader::Counters before = reader->counters();
+        action();
+        FrameReader::Counters after = reader->counters();
+        after.sourceOpenings -= before.sourceOpenings;
+        after.seeks -= before.seeks;
+        after.packetsDecoded -= before.packetsDecoded;
+        after.picturesDecoded -= before.picturesDecoded;
+        after.picturesConverted -= before.picturesConverted;
+        return after;
+    }
+};
+
+TEST_F(FrameReaderWork, DecodesOnWhereTheFrameLiesAhead) {
+    FrameReader& frames = open(longGroups());
+    static_cast<void>(frames.readFrame(10));
+    const auto work = workOf([&] { static_cast<void>(frames.readFrame(30)); });
+    EXPECT_EQ(work.seeks, 0);
+    EXPECT_LE(work.picturesDecoded, 20);
+}
+
+TEST_F(FrameReaderWork, StartsAtAKeyFrameThatLiesBetween) {
+    FrameReader& frames = open(longGroups());
+    static_cast<void>(frames.readFrame(10));
+    const auto work = workOf([&] { static_cast<void>(frames.readFrame(52)); });
+    EXPECT_EQ(work.seeks, 1);
+    EXPECT_LE(work.picturesDecoded, 3);
+}
+
+TEST_F(FrameReaderWork, ConvertsNothingOnTheWay) {
+    FrameReader& frames = open(longGroups());
+    EXPECT_EQ(workOf([&] { static_cast<void>(frames.readFrame(45)); }).picturesConverted, 1);
+}
+
+// Two of three pictures are B-pictures here that nothing refers to.
+TEST_F(FrameReaderWork, LeavesOutPicturesThatNoOtherNeeds) {
+    ClipPlan plan = longGroups();
+    plan.encoderOptions = {{"b-pyramid", "none"}, {"b_strategy", "0"}};
+    FrameReader& frames = open(plan);
+    const auto work = workOf([&] { static_cast<void>(frames.readFrame(90)); });
+    EXPECT_LE(work.packetsDecoded, 40 / 3 + 8);
+    EXPECT_EQ(numberIn(frames.readFrame(90)), 90);
+}
+
+TEST_F(FrameReaderWork, GivesTheSameFrameAgainForNothing) {
+    FrameReader& frames = open(longGroups());
+    const auto first = frames.readFrame(45);
+    const auto work = workOf([&] { EXPECT_EQ(frames.readFrame(45).frame, first.frame); });
+    EXPECT_EQ(work.packetsDecoded + work.seeks + work.picturesConverted, 0);
+}
+
+TEST_F(FrameReaderWork, DecodesEachGroupOnceForAReversedList) {
+    FrameReader& frames = open(longGroups());
+    std::vector<int64_t> order(100);
+    std::iota(order.rbegin(), order.rend(), int64_t{0});
+    std::vector<int> numbers;
+    const auto work = workOf([&] { numbers = numbersOf(order); });
+    EXPECT_EQ(numbers, std::vector<int>(order.begin(), order.end()));
+    EXPECT_EQ(work.picturesDecoded, 100);
+    EXPECT_EQ(frames.counters().sourceOpenings, 1);
+}
+
+// Room for 55 pictures of 96 x 64 pixels: the cut goes to where a group ends.
+TEST_F(FrameReaderWork, CutsAListThatExceedsTheBudgetBetweenGroups) {
+    FrameReaderOptions options;
+    options.byteBudget = int64_t{55} * 96 * 64 * 3;
+    open(longGroups(), options);
+    std::vector<int64_t> order(100);
+    std::iota(order.rbegin(), order.rend(), int64_t{0});
+    const auto work = workOf([&] { static_cast<void>(numbersOf(order)); });
+    EXPECT_LE(work.packetsDecoded, 100 + 2 * 8); // what the decoder reads ahead, twice
+}
+
+TEST_F(FrameReaderWork, OpensTheSourceOnceUnderAGivenIndex) {
+    FrameReaderOptions options;
+    options.index = open(longGroups()).index();
+    EXPECT_EQ(openAgain(options).counters().sourceOpenings, 1);
+    EXPECT_EQ(numberIn(reader->readFrame(77)), 77);
+}
+
+// ---- several frames
+// ------------------------------------------------------------------------------
+
+TEST_F(FrameReaderTest, HandsFramesOverInTheOrderAskedFor) {
+    open({});
+    EXPECT_THAT(numbersOf({20, 3, 3, 24, 0, 20, 7}), ElementsAre(20, 3, 3, 24, 0, 20, 7));
+}
+
+TEST_F(FrameReaderTest, HoldsOnePictureWhateverTheBudget) {
+    FrameReaderOptions options;
+    options.byteBudget = 0;
+    open({}, options);
+    EXPECT_THAT(numbersOf({20, 3, 4, 24, 0}), ElementsAre(20, 3, 4, 24, 0));
+}
+
+class FrameRange : public FrameReaderTest {
+protected:
+    std::vector<int64_t> range(int64_t first, int64_t end, int64_t step) {
+        std::vector<int64_t> numbers;
+        reader->readFrames(first, end, step, [&](const FrameReader::Picture& picture) {
+            EXPECT_EQ(numberIn(picture), picture.number);
+            numbers.push_back(picture.number);
+            return true;
+        });
+        return numbers;
+    }
+};
+
+TEST_F(FrameRange, GoesUpAndDownInSteps) {
+    open({});
+    EXPECT_THAT(range(3, 20, 6), ElementsAre(3, 9, 15));
+    EXPECT_THAT(range(24, 2, -10), ElementsAre(24, 14, 4));
+    EXPECT_THAT(range(5, 5, 1), ElementsAre());
+}
+
+TEST_F(FrameRange, RefusesAStepOfZero) {
+    open({});
+    EXPECT_THROW(range(0, 5, 0), tio::Exception);
+}
+
+TEST_F(FrameRange, RefusesFramesBehindTheEndBeforeItGivesAny) {
+    open({});
+    int given = 0;
+    EXPECT_THROW(reader->readFrames(20, INT64_MAX, 1, [&](const auto&) { return ++given > 0; }),
+                 tio::Exception);
+    EXPECT_EQ(given, 0);
+}
+
+TEST_F(FrameReaderTest, StopsWhenTheCallbackWantsNoMore) {
+    open({});
+    int given = 0;
+    reader->readFrames({1, 2, 3, 4}, [&](const auto&) { return ++given < 2; });
+    EXPECT_EQ(given, 2);
+}
+
+// ---- how sure it is
+// ------------------------------------------------------------------------------
+
+TEST_F(FrameReaderTest, TellsThatAKeyFrameLedToTheFrame) {
+    EXPECT_EQ(open({}).readFrame(20).reached, Reached::Exact);
+}
+
+class LyingKeysTest : public FrameReaderTest {
+protected:
+    void SetUp() override { make("LyingKeys"); }
+};
+
+TEST_F(LyingKeysTest, AreFoundOutByChecksums) {
+    FrameReaderOptions options;
+    options.checksums = true;
+    FrameReader& frames = openAgain(options);
+    const auto picture = frames.readFrame(30);
+    EXPECT_EQ(picture.reached, Reached::Proven);
+    EXPECT_EQ(numberIn(picture), 30);
+}
+
+TEST_F(LyingKeysTest, AreRememberedAndAvoided) {
+    FrameReaderOptions options;
+    options.checksums = true;
+    FrameReader& frames = openAgain(options);
+    static_cast<void>(frames.readFrame(23));
+    options.index = frames.index();
+    FrameReader& again = openAgain(options);
+    static_cast<void>(again.readFrame(23));
+    EXPECT_EQ(again.counters().seeks, 1); // to the only key packet of the group that is one
+}
+
+TEST_F(FrameReaderTest, ReadsADamagedStreamWithOneThread) {
+    make("DamagedInTheMiddle");
+    FrameReader& frames = openAgain();
+    const auto picture = frames.readFrame(18);
+    EXPECT_TRUE(frames.index().isDamaged());
+    EXPECT_EQ(picture.reached, Reached::Proven);
+}
+
+TEST_F(FrameReaderTest, NeverGivesAPictureOfASourceThatHasChanged) {
+    FrameReaderOptions options;
+    ClipPlan plan = longGroups();
+    options.index = open(plan).index();
+    plan.encoderOptions = {{"crf", "40"}};
+    FrameReader& frames = open(plan, options);
+    EXPECT_THAT(test::thrownText<tio::Exception>([&] { static_cast<void>(frames.readFrame(60)); }),
+                HasSubstr("the source is not as it was when it was indexed"));
+}
+
+TEST_F(FrameReaderTest, RefusesTheIndexOfAnotherKindOfStream) {
+    FrameReaderOptions options;
+    options.index = open({}).index();
+    ClipPlan plan;
+    plan.encoder = "mpeg4";
+    EXPECT_THAT(test::thrownText<tio::Exception>([&] { open(plan, options); }),
+                HasSubstr("The index is not that of"));
+}
+
+TEST_F(FrameReaderTest, CanBeMoved) {
+    FrameReader moved = std::move(open({}));
+    EXPECT_EQ(numberIn(moved.readFrame(9)), 9);
+}
+
+} // namespace
+} // namespace tio::ffmpeg
