@@ -1,5 +1,7 @@
 #include "FrameWalker.h"
 
+#include "StoredIndex.h"
+
 #include <utility>
 
 namespace tio::tool {
@@ -22,22 +24,31 @@ std::unique_ptr<ffmpeg::VideoStreamDecoder> openDecoder(const std::string& url) 
 FrameWalker::FrameWalker(InputOptions input_, Warn warn_)
     : input(std::move(input_)), warn(std::move(warn_)) {
     restart();
-    if (input.index)
+    const auto index = storedFrameIndex(input);
+    bareIndex = input.index && !index;
+    if (index)
+        reading(input.url, [&] { openFrames(index); });
+    else if (bareIndex)
         plan = reading(input.url, [&] { return std::make_unique<SeekPlan>(input); });
 }
 
 FrameWalker::Picture FrameWalker::read(int64_t number) {
-    if (maySeek && seekPays(number)) {
+    if (frames || prepareFrames(number))
+        return readExactly(number);
+    if (bareIndex && maySeek && seekPays(number)) {
         if (Picture picture = jumpTo(number); picture.frame)
             return picture;
     }
     if (const auto count = frameCount(); count && number >= *count)
         return {};
-    while (nextNumber < number) {
-        if (!readNext().frame)
-            return {};
-    }
-    return readNext();
+    Picture picture;
+    do
+        picture = readNext();
+    while (picture.frame && nextNumber <= number);
+    // No picture of a raw stream has a time.
+    if (!picture.frame && nextNumber == 0 && prepareFrames(worthSeeking))
+        return readExactly(number);
+    return picture;
 }
 
 int64_t FrameWalker::countFrames() {
@@ -54,6 +65,8 @@ int64_t FrameWalker::countFrames() {
 }
 
 std::optional<int64_t> FrameWalker::frameCount() const {
+    if (frames)
+        return frames->frameCount();
     if (atEnd)
         return nextNumber;
     if (planTrusted)
@@ -81,6 +94,51 @@ FrameWalker::Picture FrameWalker::readNext() {
         throw Failure(ExitCode::Input, input.url,
                       "frame " + std::to_string(nextNumber) +
                           " cannot be read: " + reasonOf(error, input.url));
+    }
+}
+
+void FrameWalker::openFrames(const std::optional<ffmpeg::FrameIndex>& index) {
+    ffmpeg::FrameReaderOptions options;
+    options.index = index;
+    frames = std::make_unique<ffmpeg::FrameReader>(openInput(input.url), ffmpeg::PixelFormat::RGB,
+                                                   std::move(options));
+}
+
+/// Has a FrameReader take over where that pays, and numbers frames as plain reading has so far.
+bool FrameWalker::prepareFrames(int64_t number) {
+    if (bareIndex || !maySeek || number - nextNumber < worthSeeking)
+        return false;
+    std::string reason = "frames are numbered otherwise than plain reading does";
+    try {
+        openFrames(std::nullopt);
+        if (framesGoOn())
+            return true;
+    } catch (const std::exception& error) {
+        reason = reasonOf(error, input.url);
+    }
+    frames.reset();
+    giveUpSeeking(reason);
+    return false;
+}
+
+// Plain reading passes over pictures whose time does not rise; a FrameReader counts them.
+bool FrameWalker::framesGoOn() const {
+    const bool agrees = nextNumber == 0 || (nextNumber <= frames->frameCount() &&
+                                            frames->frameTime(nextNumber - 1) == lastTime);
+    bool rises = true;
+    for (int64_t number = 1; number < frames->frameCount() && rises; ++number)
+        rises = frames->frameTime(number - 1) < frames->frameTime(number);
+    return agrees && rises;
+}
+
+FrameWalker::Picture FrameWalker::readExactly(int64_t number) {
+    if (number >= frames->frameCount())
+        return {};
+    try {
+        const auto picture = frames->readFrame(number);
+        return {picture.frame, picture.time, {}};
+    } catch (const std::exception& error) {
+        throw Failure(ExitCode::Input, input.url, reasonOf(error, input.url));
     }
 }
 

@@ -3,6 +3,7 @@
 #include "Input.h"
 #include "SeekPlan.h"
 
+#include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/VideoStreamDecoder.h>
 
 #include <cstdint>
@@ -15,11 +16,13 @@ namespace tio::tool {
 
 /// The pictures of a clip by frame number, asked for in increasing order.
 ///
-/// It reads on where the next wanted frame is near, and seeks where that saves decoding and leads
-/// to a key frame. Frame n is the n-th picture of a plain reading from the start, and stays so
-/// after a seek: the index has to give the picture read last its right time before it is used, and
-/// the picture that a seek leads to has to have the time that the index gives its number. Where one
-/// of these fails, or the clip cannot be sought in, the rest is counted from the start.
+/// It reads on where the next wanted frame is near. From the first one on that is not, or of which
+/// plain reading gives nothing because it has no time, a FrameReader takes over. With a bare
+/// seeking index it seeks instead where that saves decoding and leads to a key frame. Frame n is
+/// the n-th picture of a plain reading from the start all the same: what takes over has to give the
+/// picture read last its right time, and what a seek leads to has to have the time that the index
+/// gives its number. Where one of these fails, or the clip cannot be sought in, the rest is counted
+/// from the start.
 class FrameWalker {
 public:
     using Picture = ffmpeg::VideoPacketDecoder::Frame;
@@ -45,6 +48,10 @@ public:
 private:
     void restart();
     Picture readNext();
+    void openFrames(const std::optional<ffmpeg::FrameIndex>& index);
+    [[nodiscard]] bool prepareFrames(int64_t number);
+    [[nodiscard]] bool framesGoOn() const;
+    [[nodiscard]] Picture readExactly(int64_t number);
     [[nodiscard]] bool seekPays(int64_t number);
     [[nodiscard]] bool preparePlan();
     [[nodiscard]] Picture jumpTo(int64_t number);
@@ -53,9 +60,11 @@ private:
     InputOptions input;
     Warn warn;
     std::unique_ptr<ffmpeg::VideoStreamDecoder> decoder;
-    int64_t nextNumber = 0;    // of the picture that the decoder gives next
-    ffmpeg::Rational lastTime; // of the picture that it gave last
-    bool atEnd = false;        // nextNumber is the number of frames
+    int64_t nextNumber = 0;                      // of the picture that the decoder gives next
+    ffmpeg::Rational lastTime;                   // of the picture that it gave last
+    bool atEnd = false;                          // nextNumber is the number of frames
+    std::unique_ptr<ffmpeg::FrameReader> frames; // once it has taken over
+    bool bareIndex = false;                      // one was given: it is followed instead
     std::unique_ptr<SeekPlan> plan;
     bool planTrusted = false; // it has agreed with a picture read from the start
     bool maySeek = true;

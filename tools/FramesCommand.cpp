@@ -3,12 +3,16 @@
 #include "ImageWriter.h"
 #include "OutputFile.h"
 #include "Progress.h"
+#include "StoredIndex.h"
+#include "TimeList.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
+#include <vector>
 
 namespace tio::tool {
 
@@ -21,6 +25,7 @@ struct FramesOptions {
     int64_t every = 1;
     std::optional<int64_t> single; // --frame: one frame, and `output` is a file
     std::string format;            // lower-case name; empty unless given
+    std::string times;             // --times: the frames on screen at these times
 };
 
 // The name decides where --format does not: a file that is called .png but holds another format
@@ -83,6 +88,26 @@ public:
             failNoSuchFrame(program.input, *options.to, *walker.frameCount());
     }
 
+    void writeAtTimes(const std::vector<ffmpeg::Rational>& times) {
+        ffmpeg::FrameReaderOptions reading;
+        reading.index = storedFrameIndex(program.input);
+        ffmpeg::FrameReader frames(openInput(program.input.url), ffmpeg::PixelFormat::RGB, reading);
+        std::set<int64_t> numbers;
+        for (const ffmpeg::Rational& time : times)
+            numbers.insert(frames.frameNumberAt(time));
+        makeFolder(options.output);
+        {
+            Progress progress("frames", static_cast<int64_t>(numbers.size()), program.quiet);
+            frames.readFrames({numbers.begin(), numbers.end()}, [&](const auto& picture) {
+                write(picture.frame->toRgb(), pathOf(picture.number));
+                progress.advance();
+                return true;
+            });
+        }
+        if (!program.quiet)
+            std::cout << oneLine(options.output) << ": " << numbers.size() << " frames written\n";
+    }
+
 private:
     FrameWalker::Picture readRequired(int64_t number) {
         auto picture = walker.read(number);
@@ -124,8 +149,12 @@ private:
 ExitCode runFrames(const Program& program, const FramesOptions& options) {
     if (options.to && *options.to < options.from)
         throw Failure(ExitCode::Usage, program.input.url, "--to lies before --from");
+    const auto times =
+        options.times.empty() ? std::vector<ffmpeg::Rational>() : parseTimes(options.times);
     Extraction extraction(program, options);
-    if (options.single)
+    if (!times.empty())
+        extraction.writeAtTimes(times);
+    else if (options.single)
         extraction.writeSingle();
     else
         extraction.writeRange();
@@ -140,7 +169,8 @@ the same name are replaced. Each file gets its name when it is complete.
 Examples:
   tarn-videoio frames clip.mp4 -o frames
   tarn-videoio frames clip.mp4 -o frames --from 100 --to 199 --every 10
-  tarn-videoio frames clip.mp4 --frame 42 -o frame42.png)";
+  tarn-videoio frames clip.mp4 --frame 42 -o frame42.png
+  tarn-videoio frames clip.mp4 --times 1.5,2/3,00:01:02 -o frames)";
 
 } // namespace
 
@@ -160,6 +190,12 @@ void addFramesCommand(CLI::App& app, Program& program) {
         option->check(atLeast(0))->type_name("N");
     every->check(atLeast(1))->type_name("K");
     single->excludes(from)->excludes(to)->excludes(every);
+    command.add_option("--times", options->times, "Write the frames on screen at these times")
+        ->excludes(from)
+        ->excludes(to)
+        ->excludes(every)
+        ->excludes(single)
+        ->type_name("T,...");
     command.add_option("--format", options->format, "png, jpg or ppm [png]")
         ->transform(CLI::IsMember({"png", "jpg", "ppm"}, CLI::ignore_case))
         ->type_name("");

@@ -2,6 +2,7 @@
 #include "MemoryFile.h"
 #include "OutputFile.h"
 
+#include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/InputStream.h>
 
 #include <iostream>
@@ -11,9 +12,29 @@ namespace tio::tool {
 
 namespace {
 
+struct IndexOptions {
+    std::string output;
+    bool frames = false;
+    bool checksums = false;
+};
+
+// The library writes under a name of its own and renames, as OutputFile does.
+void storeFrameIndex(const Program& program, const IndexOptions& options) {
+    const auto context = openInput(program.input.url);
+    ffmpeg::FrameIndexOptions making;
+    making.checksums = options.checksums;
+    const auto index =
+        reading(program.input.url, [&] { return ffmpeg::FrameIndex::build(context, making); });
+    writing(options.output, [&] { index.save(options.output); });
+    if (!program.quiet)
+        std::cout << oneLine(options.output) << ": " << index.frameCount() << " frames"
+                  << (index.hasChecksums() ? " with checksums" : "")
+                  << (index.isDamaged() ? ", damaged" : "") << '\n';
+}
+
 // Two frames of one time can be indexed but not loaded again, so what was stored is loaded here
 // before the file gets its name.
-ExitCode runIndex(const Program& program, const std::string& output) {
+void storeSeekingIndex(const Program& program, const std::string& output) {
     const auto context = openInput(program.input.url);
     ffmpeg::InputStream packets(context, context->findBestVideoStreamIndex());
     const int64_t count = packets.getFrameCount();
@@ -30,17 +51,30 @@ ExitCode runIndex(const Program& program, const std::string& output) {
     file.publish();
     if (!program.quiet)
         std::cout << oneLine(output) << ": " << count << " frames\n";
+}
+
+ExitCode runIndex(const Program& program, const IndexOptions& options) {
+    if (options.frames || options.checksums)
+        storeFrameIndex(program, options);
+    else
+        storeSeekingIndex(program, options.output);
     return ExitCode::Success;
 }
 
 } // namespace
 
 void addIndexCommand(CLI::App& app, Program& program) {
-    auto output = std::make_shared<std::string>();
+    auto options = std::make_shared<IndexOptions>();
     CLI::App& command =
         addCommand(app, program, "index", "Store the seeking index of the best video stream",
-                   [&program, output] { return runIndex(program, *output); });
-    command.add_option("-o,--output", *output, "File to write")->required()->type_name("FILE");
+                   [&program, options] { return runIndex(program, *options); });
+    command.add_option("-o,--output", options->output, "File to write")
+        ->required()
+        ->type_name("FILE");
+    command.add_flag("--frames", options->frames,
+                     "Store an index that knows its clip, for frames and verify --reader");
+    command.add_flag("--checksums", options->checksums,
+                     "The same with a checksum of every picture; decodes the whole clip");
     command.footer("Other commands take the file with --index, and need not read the whole clip "
                    "before the first seek.");
 }

@@ -1,8 +1,7 @@
 #include "Commands.h"
-#include "PictureDigest.h"
+#include "FrameSource.h"
 #include "Progress.h"
-
-#include <TARN/videoio/VideoStreamDecoder.h>
+#include "StoredIndex.h"
 
 #include <algorithm>
 #include <iostream>
@@ -24,18 +23,8 @@ constexpr int toleratedFailures = 100;
 
 struct VerifyOptions {
     std::optional<int64_t> samples; // frames per order; all without it
-};
-
-/// What one reading of a frame gave.
-struct Reading {
-    uint64_t digest = 0;
-    ffmpeg::Rational time;
-    std::string failure; // why there is no picture, when there is none
-
-    [[nodiscard]] bool agreesWith(const Reading& other) const {
-        return failure.empty() && other.failure.empty() && digest == other.digest &&
-               time == other.time;
-    }
+    bool reader = false;            // check FrameReader instead of seeking
+    bool checksums = false;         // with proof
 };
 
 struct Disagreement {
@@ -43,28 +32,33 @@ struct Disagreement {
     Reading got;
 };
 
-Reading readFrame(ffmpeg::VideoStreamDecoder& decoder) {
-    const auto picture = decoder.readNextFrame();
-    if (!picture.frame)
-        return {0, {}, "the end of the clip"};
-    return {pictureDigest(picture.frame->toRgb()), picture.timestamp, {}};
-}
+/// The two readings of a clip that are compared.
+struct Sources {
+    std::unique_ptr<FrameSource> forward;
+    std::unique_ptr<FrameSource> byNumber;
+};
 
-std::unique_ptr<ffmpeg::VideoStreamDecoder> openDecoder(const InputOptions& input) {
-    auto decoder = std::make_unique<ffmpeg::VideoStreamDecoder>(openInput(input.url),
-                                                                ffmpeg::PixelFormat::RGB);
-    loadIndex(*decoder, input.index);
-    return decoder;
+Sources openSources(const InputOptions& input, const VerifyOptions& options) {
+    if (!options.reader)
+        return {std::make_unique<DecoderSource>(InputOptions{input.url, {}}),
+                std::make_unique<DecoderSource>(input)};
+    ffmpeg::FrameReaderOptions reading;
+    reading.index = storedFrameIndex(input);
+    reading.checksums = options.checksums;
+    auto byNumber = std::make_unique<ReaderSource>(input, reading);
+    reading.index = byNumber->index();
+    return {std::make_unique<ReaderSource>(input, reading), std::move(byNumber)};
 }
 
 /// Reads a clip forward, then frame by frame in other orders, and compares.
 class Verification {
 public:
-    explicit Verification(const Program& ofProgram)
-        : program(ofProgram), seeking(openDecoder(program.input)) {}
+    Verification(const Program& ofProgram, const VerifyOptions& options)
+        : program(ofProgram), sources(openSources(program.input, options)) {}
 
     void readForward();
     void compareCount();
+    void reportRemark() const;
     void compareOrder(const std::string& name, const std::vector<int64_t>& numbers,
                       const std::string& remark);
 
@@ -77,7 +71,7 @@ private:
     void report(const std::string& line) const;
 
     const Program& program;
-    std::unique_ptr<ffmpeg::VideoStreamDecoder> seeking;
+    Sources sources;
     std::vector<Reading> forward; // by frame number
     bool agree = true;
 };
@@ -88,14 +82,13 @@ void Verification::report(const std::string& line) const {
 }
 
 void Verification::readForward() {
-    const auto decoder = openDecoder({program.input.url, {}});
     std::string failure;
     int64_t failures = 0;
     {
         Progress progress("forward", std::nullopt, program.quiet);
         for (int inARow = 0; inARow < toleratedFailures;) {
             try {
-                Reading frame = readFrame(*decoder);
+                Reading frame = sources.forward->readNext();
                 if (!frame.failure.empty())
                     break;
                 forward.push_back(std::move(frame));
@@ -120,7 +113,7 @@ void Verification::readForward() {
 
 void Verification::compareCount() {
     try {
-        const int64_t count = seeking->getFrameCount();
+        const int64_t count = sources.byNumber->frameCount();
         const bool same = count == frameCount();
         report("count:    the index has " + std::to_string(count) + " frames" +
                (same ? "" : ", but reading gave " + std::to_string(frameCount())));
@@ -133,11 +126,15 @@ void Verification::compareCount() {
 
 Reading Verification::readBySeek(int64_t number) {
     try {
-        seeking->seek(number);
-        return readFrame(*seeking);
+        return sources.byNumber->readAt(number);
     } catch (const std::exception& error) {
         return {0, {}, reasonOf(error, program.input.url)};
     }
+}
+
+void Verification::reportRemark() const {
+    if (const std::string remark = sources.byNumber->remark(); !remark.empty())
+        report(remark);
 }
 
 void Verification::compareOrder(const std::string& name, const std::vector<int64_t>& numbers,
@@ -195,13 +192,14 @@ void shuffle(std::vector<int64_t>& numbers) {
 }
 
 ExitCode runVerify(const Program& program, const VerifyOptions& options) {
-    Verification verification(program);
+    Verification verification(program, options);
     verification.readForward();
     verification.compareCount();
     auto numbers = descendingNumbers(verification.frameCount(), options.samples);
     verification.compareOrder("reverse", numbers, "");
     shuffle(numbers);
     verification.compareOrder("shuffled", numbers, " (seed " + std::to_string(shuffleSeed) + ")");
+    verification.reportRemark();
     return verification.allAgree() ? ExitCode::Success : ExitCode::Differences;
 }
 
@@ -223,6 +221,12 @@ void addVerifyCommand(CLI::App& app, Program& program) {
                     "Seek this many frames per order, spread evenly [all]")
         ->check(atLeast(1))
         ->type_name("N");
+    auto* reader =
+        command.add_flag("--reader", options->reader, "Check the frame reader instead of seeking");
+    command
+        .add_flag("--checksum", options->checksums,
+                  "Have it prove every picture; decodes the whole clip once more")
+        ->needs(reader);
     addIndexOption(command, program, "Seek with a stored index");
     command.footer(footer);
 }

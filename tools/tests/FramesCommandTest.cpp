@@ -152,6 +152,64 @@ TEST_F(FramesCommandTest, SaysWhereASingleFrameIsAndWhenItIsShown) {
     EXPECT_EQ(result.out, picture + ": frame 5 at 1/5 s\n");
 }
 
+// No picture of such a stream has a time, and it cannot be rewound.
+TEST_F(FramesCommandTest, TakesFramesOutOfARawStream) {
+    const std::string clip = make("clip.h264", longClip("h264"));
+    ASSERT_EQ(take(clip, {"--from", "2", "--every", "190"}).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000002.ppm", 2), Pair("frame-000192.ppm", 192),
+                            Pair("frame-000382.ppm", 382)));
+}
+
+TEST_F(FramesCommandTest, TakesTheFramesOnScreenAtGivenTimes) {
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    ASSERT_EQ(take(clip, {"--times", "1.5,1/3,00:00:10.04,0:02,0"}).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000000.ppm", 0), Pair("frame-000008.ppm", 8),
+                            Pair("frame-000037.ppm", 37), Pair("frame-000050.ppm", 50),
+                            Pair("frame-000251.ppm", 251)));
+}
+
+TEST_F(FramesCommandTest, RefusesATimeAtWhichNothingIsShown) {
+    const ProgramResult result = take(make("clip.mp4", {}), {"--times", "0.5,1"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.err, HasSubstr("is shown at 1/1 s"));
+    EXPECT_FALSE(fs::exists(frames));
+}
+
+class NoTimeTest : public FramesCommandTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(NoTimeTest, IsRefused) {
+    const ProgramResult result = take(make("clip.mp4", {}), {"--times", GetParam()});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.err, HasSubstr("is no time"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, NoTimeTest,
+                         testing::Values("1,,2", "x", "1/0", "1:2:3:4", "1e3", "12345678901"));
+
+TEST_F(FramesCommandTest, ReadsByAnIndexThatKnowsItsClip) {
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    const std::string index = folder.file("clip.index");
+    ASSERT_EQ(runProgram({"index", clip, "-o", index, "--frames"}).exitCode, 0);
+    ASSERT_EQ(take(clip, {"--from", "1", "--every", "200", "--index", index}).exitCode, 0);
+    EXPECT_THAT(numbersInFiles(),
+                ElementsAre(Pair("frame-000001.ppm", 1), Pair("frame-000201.ppm", 201)));
+}
+
+TEST_F(FramesCommandTest, RefusesAnIndexWhoseClipHasChanged) {
+    const std::string clip = make("clip.mp4", longClip("mp4"));
+    const std::string index = folder.file("clip.index");
+    ASSERT_EQ(runProgram({"index", clip, "-o", index, "--frames"}).exitCode, 0);
+    auto bytes = readBytes(clip);
+    bytes.push_back(0);
+    writeBytes(clip, bytes);
+    const ProgramResult result = take(clip, {"--index", index});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + index + ": " + clip + " has changed since it was made\n");
+}
+
 TEST_F(FramesCommandTest, SeeksWithAStoredIndex) {
     const std::string clip = make("clip.mp4", longClip("mp4"));
     const std::string index = folder.file("clip.index");

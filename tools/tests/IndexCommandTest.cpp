@@ -51,6 +51,20 @@ TEST_F(IndexCommandTest, PrintsTheFrameCount) {
     EXPECT_EQ(runProgram({"index", clip, "-o", index}).out, index + ": 25 frames\n");
 }
 
+TEST_F(IndexCommandTest, StoresAnIndexWithChecksums) {
+    EXPECT_EQ(runProgram({"index", clip, "-o", index, "--checksums"}).out,
+              index + ": 25 frames with checksums\n");
+    const std::string verified = runProgram({"verify", clip, "--reader", "--index", index}).out;
+    EXPECT_THAT(verified, testing::HasSubstr("reader:   50 frames proven by checksum\n"));
+}
+
+TEST_F(IndexCommandTest, SaysThatAFrameIndexCannotBeWritten) {
+    const std::string missing = folder.file("none/clip.index");
+    const ProgramResult result = runProgram({"index", clip, "-o", missing, "--frames"});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + missing + ": "));
+}
+
 TEST_F(IndexCommandTest, WritesWhatVerifyAgreesWith) {
     ASSERT_EQ(runProgram({"index", clip, "-o", index}).exitCode, 0);
     EXPECT_EQ(runProgram({"verify", clip, "--index", index}).exitCode, 0);

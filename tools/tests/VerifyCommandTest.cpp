@@ -45,6 +45,30 @@ TEST_F(VerifyCommandTest, FindsASoundClipExactInBothOrders) {
                           "shuffled: 25 of 25 frames agree (seed 20240613)\n");
 }
 
+TEST_F(VerifyCommandTest, ChecksTheFrameReader) {
+    const ProgramResult result = runProgram({"verify", clip, "--reader"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out,
+              "forward:  25 frames read\n"
+              "count:    the index has 25 frames\n"
+              "reverse:  25 of 25 frames agree\n"
+              "shuffled: 25 of 25 frames agree (seed 20240613)\n"
+              "reader:   50 frames from the key frame before, 0 from an earlier one, 0 from the "
+              "start\n");
+}
+
+// Seeking in this container lands in mid-group, where the reader finds its way.
+TEST_F(VerifyCommandTest, FindsTheFrameReaderExactInATransportStream) {
+    ClipPlan plan;
+    plan.format = "mpegts";
+    plan.openGop = true;
+    plan.frameCount = 60;
+    makeClip(clip, plan);
+    const ProgramResult result = runProgram({"verify", clip, "--reader", "--checksum"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.out, HasSubstr("reader:   120 frames proven by checksum\n"));
+}
+
 // Groups of 12 pictures: without the entry of frame 5, the key pictures 12 and 24 count as 11 and
 // 23, and so does everything that is reached through them.
 TEST_F(VerifyCommandTest, ReportsFramesThatAnIndexNumbersWrongly) {
