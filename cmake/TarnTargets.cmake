@@ -32,6 +32,15 @@ function(tarn_target_defaults target)
     endif()
 endfunction()
 
+# tarn_test_defaults(<target>): for programs of tests. Sanitizers more than double the time that it
+# takes to optimise them, and what is under test lies in the libraries.
+function(tarn_test_defaults target)
+    tarn_target_defaults(${target})
+    if(TARN_SANITIZE)
+        target_compile_options(${target} PRIVATE -O0)
+    endif()
+endfunction()
+
 # tarn_shared_library(<target> <alias>): hidden by default, versioned.
 function(tarn_shared_library target alias)
     tarn_target_defaults(${target})

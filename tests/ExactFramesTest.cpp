@@ -1,3 +1,4 @@
+#include "HashedPicture.h"
 #include "media/ClipMaker.h"
 #include "media/ClipTable.h"
 #include "media/Demuxing.h"
@@ -33,30 +34,6 @@ using test::Access;
 using test::OracleFormat;
 using test::OracleFrame;
 
-template <typename Plane>
-uint64_t hashRows(const Plane& plane, int rows, uint64_t seed) {
-    for (int row = 0; row < rows; ++row)
-        seed = test::hashOf(plane.data() + static_cast<std::ptrdiff_t>(row) * plane.step[0],
-                            static_cast<std::size_t>(plane.cols()), seed);
-    return seed;
-}
-
-struct Picture {
-    int width;
-    int height;
-    uint64_t hash;
-};
-
-Picture pictureOf(const VideoPacketDecoder::Frame& frame, PixelFormat format) {
-    if (format == PixelFormat::RGB) {
-        const auto rgb = std::static_pointer_cast<Frame<tio::PixelFormat::RGB>>(frame.frame);
-        return {rgb->size[1], rgb->size[0], hashRows(rgb->plane, rgb->size[0], test::emptyHash)};
-    }
-    const auto nv12 = std::static_pointer_cast<Frame<tio::PixelFormat::NV12>>(frame.frame);
-    const uint64_t luma = hashRows(nv12->planes[0], nv12->size[0], test::emptyHash);
-    return {nv12->size[1], nv12->size[0], hashRows(nv12->planes[1], (nv12->size[0] + 1) / 2, luma)};
-}
-
 testing::AssertionResult isFrame(const VideoPacketDecoder::Frame& found,
                                  const OracleFrame& expected, PixelFormat format) {
     if (!found.frame)
@@ -67,7 +44,7 @@ testing::AssertionResult isFrame(const VideoPacketDecoder::Frame& found,
         return testing::AssertionFailure()
                << "time " << found.timestamp.numerator << "/" << found.timestamp.denominator
                << " instead of " << time.numerator << "/" << time.denominator;
-    const Picture picture = pictureOf(found, format);
+    const test::HashedPicture picture = test::hashedPicture(found, format);
     if (picture.width != expected.width || picture.height != expected.height)
         return testing::AssertionFailure()
                << "size " << picture.width << "x" << picture.height << " instead of "

@@ -2,11 +2,13 @@
 #include "Interruption.h"
 
 #include <TARN/logging/log.h>
+#include <TARN/videoio/Versions.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -90,6 +92,14 @@ void flushStandardOutput() {
     }
 }
 
+std::string versionText() {
+    std::string text = "tarn-videoio " TARN_VERSION "\nFFmpeg " + ffmpeg::loadedRelease();
+    for (const ffmpeg::LibraryVersion& library : ffmpeg::versions())
+        text += "\n  " + library.name + ": compiled against " + library.compiled.toString() +
+                ", loaded " + library.loaded.toString();
+    return text;
+}
+
 // Prints footers as they are written: CLI11 would fill their lines anew since release 2.5.
 class HelpFormatter : public CLI::Formatter {
 public:
@@ -105,7 +115,7 @@ int runProgram(int argc, char** argv) {
     CLI::App app{description, "tarn-videoio"};
     app.formatter(std::make_shared<HelpFormatter>()); // of the commands too
     app.footer(footer);
-    app.set_version_flag("--version", "tarn-videoio " TARN_VERSION);
+    app.set_version_flag("--version", versionText);
     app.require_subcommand(1);
     Program program;
     addInfoCommand(app, program);

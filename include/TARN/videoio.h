@@ -26,6 +26,7 @@
 #include <TARN/videoio/StreamDecoder.h>
 #include <TARN/videoio/StreamEncoder.h>
 #include <TARN/videoio/Types.h>
+#include <TARN/videoio/Versions.h>
 #include <TARN/videoio/VideoPacketDecoder.h>
 #include <TARN/videoio/VideoPacketEncoder.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

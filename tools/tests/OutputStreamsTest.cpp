@@ -81,7 +81,12 @@ TEST_F(OutputStreamsTest, EndsSilentlyWhenNobodyReads) {
 TEST_F(OutputStreamsTest, PrintsVersion) {
     const ProgramResult result = runProgram({"--version"});
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_THAT(result.out, testing::MatchesRegex("tarn-videoio [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    const std::string number = "[0-9]+\\.[0-9]+\\.[0-9]+";
+    const std::string library = ": compiled against " + number + ", loaded " + number + "\n";
+    EXPECT_THAT(result.out,
+                testing::MatchesRegex("tarn-videoio " + number + "\nFFmpeg [^\n]+\n  libavformat" +
+                                      library + "  libavcodec" + library + "  libavutil" + library +
+                                      "  libswscale" + library + "  libavfilter" + library));
 }
 
 TEST_F(OutputStreamsTest, HelpShowsExamplesAndExitCodes) {

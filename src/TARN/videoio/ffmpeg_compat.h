@@ -35,6 +35,21 @@ extern "C" {
 
 namespace tio::ffmpeg::compat {
 
+/// One of FFmpeg's libraries; versions are packed as by AV_VERSION_INT.
+struct Library {
+    const char* name;
+    unsigned compiled;    ///< version of its headers
+    unsigned (*loaded)(); ///< asks the library itself
+};
+
+inline constexpr std::array<Library, 5> libraries = {{
+    {"libavformat", LIBAVFORMAT_VERSION_INT, avformat_version},
+    {"libavcodec", LIBAVCODEC_VERSION_INT, avcodec_version},
+    {"libavutil", LIBAVUTIL_VERSION_INT, avutil_version},
+    {"libswscale", LIBSWSCALE_VERSION_INT, swscale_version},
+    {"libavfilter", LIBAVFILTER_VERSION_INT, avfilter_version},
+}};
+
 // The one place where calls that some release calls deprecated are made.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
