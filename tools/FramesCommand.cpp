@@ -72,7 +72,7 @@ public:
         makeFolder(options.output);
         int64_t written = 0;
         {
-            Progress progress("frames", stepCount(), program.quiet);
+            Progress progress("frames", "frames", stepCount(), program.quiet);
             for (int64_t number = options.from; picture.frame; number += options.every) {
                 write(picture.frame->toRgb(), pathOf(number));
                 ++written;
@@ -97,7 +97,8 @@ public:
             numbers.insert(frames.frameNumberAt(time));
         makeFolder(options.output);
         {
-            Progress progress("frames", static_cast<int64_t>(numbers.size()), program.quiet);
+            Progress progress("frames", "frames", static_cast<int64_t>(numbers.size()),
+                              program.quiet);
             frames.readFrames({numbers.begin(), numbers.end()}, [&](const auto& picture) {
                 write(picture.frame->toRgb(), pathOf(picture.number));
                 progress.advance();

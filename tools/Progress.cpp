@@ -19,8 +19,9 @@ constexpr const char* clearLine = "\r\033[K";
 
 } // namespace
 
-Progress::Progress(std::string name, std::optional<int64_t> steps, bool quiet)
+Progress::Progress(std::string name, std::string unit, std::optional<int64_t> steps, bool quiet)
     : task(std::move(name)),
+      counted(std::move(unit)),
       total(steps),
       shown(!quiet && ::isatty(STDERR_FILENO) == 1),
       start(Clock::now()),
@@ -54,10 +55,9 @@ void Progress::draw(Clock::time_point now) const {
     const double seconds = std::chrono::duration<double>(now - start).count();
     if (done > 0 && seconds > 0) {
         const double rate = static_cast<double>(done) / seconds;
-        char text[48];
-        std::snprintf(text, sizeof text, "  %lld frames  %.1f/s", static_cast<long long>(done),
-                      rate);
-        line += text;
+        char text[32];
+        std::snprintf(text, sizeof text, "  %.1f/s", rate);
+        line += "  " + std::to_string(done) + " " + counted + text;
         if (total)
             line += "  ETA " + clockText(std::ceil(static_cast<double>(*total - done) / rate));
     }

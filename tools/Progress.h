@@ -12,8 +12,9 @@ namespace tio::tool {
 class Progress {
 public:
     /// @param name   what is being done, a word or two
+    /// @param unit   what is counted, such as "frames"
     /// @param steps  how many there will be, where it is known
-    Progress(std::string name, std::optional<int64_t> steps, bool quiet);
+    Progress(std::string name, std::string unit, std::optional<int64_t> steps, bool quiet);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -28,6 +29,7 @@ private:
     [[nodiscard]] std::string bar() const;
 
     std::string task;
+    std::string counted;
     std::optional<int64_t> total;
     bool shown;
     int64_t done = 0;

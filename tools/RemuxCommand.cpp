@@ -117,7 +117,7 @@ ExitCode runRemux(const Program& program, const RemuxOptions& options) {
                 stream->keepRotation();
             streams.push_back(std::move(stream));
         }
-        Progress progress("remux", std::nullopt, program.quiet);
+        Progress progress("remux", "packets", std::nullopt, program.quiet);
         while (CopiedStream* const stream = earliest(streams)) {
             clip.write([&] { stream->copyOne(); });
             ++copied;

@@ -41,7 +41,7 @@ ContactSheet makeSheet(const Program& program, const SheetOptions& options) {
     const int64_t frames = walker.countFrames();
     const int64_t cells = std::min<int64_t>(frames, int64_t{options.columns} * options.rows);
     ContactSheet sheet({options.columns, options.width, cells});
-    Progress progress("sheet", cells, program.quiet);
+    Progress progress("sheet", "frames", cells, program.quiet);
     for (int64_t cell = 0; cell < cells; ++cell) {
         const int64_t number = frameOfCell(cell, cells, frames);
         const auto picture = walker.read(number);

@@ -87,7 +87,7 @@ private:
     // The sound follows the pictures closely, so that little of either waits in memory.
     void writeAll(const OutputClip& clip, PictureTrack& pictures, SoundTrack* sound,
                   FrameWalker::Picture picture) {
-        Progress progress("transcode", stepCount(), program.quiet);
+        Progress progress("transcode", "frames", stepCount(), program.quiet);
         ffmpeg::Rational last = picture.timestamp;
         ffmpeg::Rational duration = picture.unitTime;
         for (int64_t number = options.from; picture.frame; picture = walker.read(++number)) {

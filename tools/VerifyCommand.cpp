@@ -85,7 +85,7 @@ void Verification::readForward() {
     std::string failure;
     int64_t failures = 0;
     {
-        Progress progress("forward", std::nullopt, program.quiet);
+        Progress progress("forward", "frames", std::nullopt, program.quiet);
         for (int inARow = 0; inARow < toleratedFailures;) {
             try {
                 Reading frame = sources.forward->readNext();
@@ -142,7 +142,7 @@ void Verification::compareOrder(const std::string& name, const std::vector<int64
     std::vector<Disagreement> shown;
     size_t disagreements = 0;
     {
-        Progress progress(name, static_cast<int64_t>(numbers.size()), program.quiet);
+        Progress progress(name, "frames", static_cast<int64_t>(numbers.size()), program.quiet);
         for (const int64_t number : numbers) {
             Reading got = readBySeek(number);
             progress.advance();

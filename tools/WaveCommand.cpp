@@ -21,7 +21,7 @@ struct WaveOptions {
 
 Peaks readPeaks(const Program& program) {
     SoundReader reader(program.input.url);
-    Progress progress("wave", std::nullopt, program.quiet);
+    Progress progress("wave", "blocks", std::nullopt, program.quiet);
     Peaks peaks;
     for (auto frame = reader.read(); frame.samples.count != 0; frame = reader.read()) {
         peaks.add(frame);

@@ -26,14 +26,14 @@ constexpr int64_t rewindTarget = -9223372036854;
 struct InputStream::StartProbe {
     enum class Verdict { GoOn, NotAStart, Enough };
 
-    Verdict judge(const AVPacket& packet) {
+    Verdict judge(const AVPacket& next) {
         if (firstPts == AV_NOPTS_VALUE) {
-            if ((packet.flags & AV_PKT_FLAG_KEY) == 0) {
+            if ((next.flags & AV_PKT_FLAG_KEY) == 0) {
                 detail::logProgress("found packet before key frame");
                 return Verdict::NotAStart;
             }
-            firstPts = packet.pts;
-        } else if (packet.pts < firstPts) {
+            firstPts = next.pts;
+        } else if (next.pts < firstPts) {
             detail::logProgress("unexpected packet after key frame");
             return Verdict::NotAStart;
         }
