@@ -36,12 +36,16 @@ std::vector<std::vector<int64_t>> ordersOf(size_t count) {
 class ReaderClip : public testing::Test {
 protected:
     void openClip(const std::string& path, bool checksums) {
-        FrameReaderOptions options;
-        options.checksums = checksums;
-        reader = test::openReader(path, options);
+        reader = test::openReader(path, optionsFor(checksums));
         // A damaged stream has only one thread's pictures each time.
         expected = test::everyPictureOf(path, reader->index().isDamaged() ? 1 : 0);
         ASSERT_EQ(reader->frameCount(), static_cast<int64_t>(expected.size()));
+    }
+
+    static FrameReaderOptions optionsFor(bool checksums) {
+        FrameReaderOptions options;
+        options.checksums = checksums;
+        return options;
     }
 
     void expectPictures(const std::vector<int64_t>& order) {

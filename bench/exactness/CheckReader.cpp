@@ -1,8 +1,8 @@
 // Reads frames of clips in several orders through the library and compares each with a decoding
 // from start to end by FFmpeg called directly:
-//   tarn_exactness reader|checksums|seek SECONDS CLIP...
-// prints a line of comma-separated values for each clip and order. No order takes longer than
-// SECONDS; what was not asked for by then is left out.
+//   tarn_exactness SECONDS CLIP...
+// prints a line of comma-separated values for each clip, way of reading (reader, checksums, seek)
+// and order. No order takes longer than SECONDS; what was not asked for by then is left out.
 
 #include "media/Oracle.h"
 #include "orders.h"
@@ -149,33 +149,65 @@ Tally askInOrder(Contender& contender, const Order& order, const std::vector<uin
     return tally;
 }
 
-void checkClip(const std::string& kind, const std::string& path, double seconds) {
+/// The truth of one clip: with one thread, as a damaged one is read, or with two.
+class Truth {
+public:
+    explicit Truth(std::string clip) : path(std::move(clip)) {}
+
+    const std::vector<uint64_t>& of(const std::vector<Order>& orders, bool oneThread) {
+        auto& hashes = oneThread ? single : usual;
+        if (hashes.empty())
+            hashes = truthOf(path, orders, oneThread);
+        return hashes;
+    }
+
+private:
+    std::string path;
+    std::vector<uint64_t> usual;
+    std::vector<uint64_t> single;
+};
+
+void print(const std::string& name, const std::string& kind, const std::string& order, size_t truth,
+           int64_t count, const Tally& tally, bool damaged, double seconds) {
+    std::cout << name << ',' << kind << ',' << order << ',' << truth << ',' << count << ','
+              << tally.asked << ',' << tally.wrong << ',' << tally.failed << ',' << tally.retried
+              << ',' << tally.linear << ',' << tally.proven << ','
+              << (damaged ? "damaged" : "sound") << ',' << seconds << ',' << tally.firstWrong
+              << std::endl;
+}
+
+void check(const std::string& kind, const std::string& path, double seconds, Truth& truth,
+           std::vector<Order>& orders) {
     const std::string name = std::filesystem::path(path).filename();
-    try {
-        auto contender = open(kind, path);
-        const int64_t count = contender->frameCount();
-        bool damaged = contender->isDamaged();
-        const std::vector<Order> orders = ordersFor(count);
-        std::vector<uint64_t> truth = truthOf(path, orders, damaged);
-        for (const Order& order : orders) {
-            const auto begin = Clock::now();
-            Tally tally = askInOrder(*contender, order, truth, seconds);
-            if (!damaged && contender->isDamaged()) {
-                // Found out while reading: what counts from here on is one thread's picture.
-                damaged = true;
-                truth = truthOf(path, orders, true);
-                tally = askInOrder(*contender, order, truth, seconds);
-            }
-            const std::chrono::duration<double> took = Clock::now() - begin;
-            std::cout << name << ',' << kind << ',' << order.name << ',' << truth.size() << ','
-                      << count << ',' << tally.asked << ',' << tally.wrong << ',' << tally.failed
-                      << ',' << tally.retried << ',' << tally.linear << ',' << tally.proven << ','
-                      << (damaged ? "damaged" : "sound") << ',' << took.count() << ','
-                      << tally.firstWrong << std::endl;
+    auto contender = open(kind, path);
+    // Those that the reader, which is asked first, makes of its count: whatever the others count.
+    if (orders.empty())
+        orders = ordersFor(contender->frameCount());
+    bool damaged = contender->isDamaged();
+    for (const Order& order : orders) {
+        const auto begin = Clock::now();
+        Tally tally = askInOrder(*contender, order, truth.of(orders, damaged), seconds);
+        if (!damaged && contender->isDamaged()) {
+            // Found out while reading: what counts from here on is one thread's picture.
+            damaged = true;
+            tally = askInOrder(*contender, order, truth.of(orders, true), seconds);
         }
-    } catch (const std::exception& error) {
-        std::cout << name << ',' << kind << ",none,0,0,0,0,0,0,0,0,refused,0," << error.what()
-                  << std::endl;
+        const std::chrono::duration<double> took = Clock::now() - begin;
+        print(name, kind, order.name, truth.of(orders, damaged).size(), contender->frameCount(),
+              tally, damaged, took.count());
+    }
+}
+
+void checkClip(const std::string& path, double seconds) {
+    Truth truth(path);
+    std::vector<Order> orders;
+    for (const std::string kind : {"reader", "checksums", "seek"}) {
+        try {
+            check(kind, path, seconds, truth, orders);
+        } catch (const std::exception& error) {
+            std::cout << std::filesystem::path(path).filename().string() << ',' << kind
+                      << ",none,0,0,0,0,0,0,0,0,refused,0," << error.what() << std::endl;
+        }
     }
 }
 
@@ -183,12 +215,12 @@ void checkClip(const std::string& kind, const std::string& path, double seconds)
 } // namespace tio::bench
 
 int main(int argc, char** argv) {
-    if (argc < 4) {
-        std::cerr << "usage: tarn_exactness reader|checksums|seek SECONDS CLIP...\n";
+    if (argc < 3) {
+        std::cerr << "usage: tarn_exactness SECONDS CLIP...\n";
         return 2;
     }
     tio::log::setSink([](const auto&, auto, const auto&) {});
     std::cerr.rdbuf(nullptr); // damaged packets are counted, not told one by one
-    for (int i = 3; i < argc; ++i)
-        tio::bench::checkClip(argv[1], argv[i], std::stod(argv[2]));
+    for (int i = 2; i < argc; ++i)
+        tio::bench::checkClip(argv[i], std::stod(argv[1]));
 }

@@ -86,6 +86,16 @@ TEST_F(Examples, StoreIndexWritesOneEntryPerPictureAndUsesThem) {
     EXPECT_EQ(contentOf(output), "the last of 25 pictures is shown at 24/25 s\n");
 }
 
+TEST_F(Examples, FramesByNumberReadsPicturesInTheOrderAskedFor) {
+    const auto index = folder.file("clip.index");
+    const std::string expected = "25 pictures\n20 at 4/5 s: 96 x 64\n3 at 3/25 s: 96 x 64\n";
+    ASSERT_EQ(run("frames_by_number", clip + " " + index + " 20 3"), 0);
+    EXPECT_EQ(contentOf(output), expected);
+    ASSERT_TRUE(std::filesystem::exists(index));
+    ASSERT_EQ(run("frames_by_number", clip + " " + index + " 20 3"), 0); // by that index
+    EXPECT_EQ(contentOf(output), expected);
+}
+
 TEST_F(Examples, WriteClipWritesASecondOfPictures) {
     const auto written = folder.file("written.mp4");
     ASSERT_EQ(run("write_clip", written), 0);
