@@ -96,6 +96,8 @@ public:
     ///         throws
     FrameReader(const std::shared_ptr<InputFormatContext>& input, PixelFormat format,
                 FrameReaderOptions options = {});
+
+    /// A reader that was moved from may only be destroyed or assigned to.
     FrameReader(FrameReader&&) noexcept;
     FrameReader& operator=(FrameReader&&) noexcept;
     ~FrameReader();

@@ -35,12 +35,13 @@ int64_t bytesOf(const tio::FrameBase& frame, PixelFormat format) {
 /// @throws tio::Exception for a fraction that is too fine for that
 int64_t ticksOf(const Rational& time, AVRational timeBase) {
     const int64_t sign = time.denominator < 0 ? -1 : 1;
+    int64_t dividend = 0;
     int64_t divisor = 0;
-    if (time.denominator == 0 ||
-        __builtin_mul_overflow(time.denominator * sign, int64_t{timeBase.num}, &divisor))
+    if (time.denominator == 0 || __builtin_mul_overflow(time.numerator, sign, &dividend) ||
+        __builtin_mul_overflow(time.denominator, sign * timeBase.num, &divisor))
         detail::failPlainly("No frame is shown at " + std::to_string(time.numerator) + "/" +
                             std::to_string(time.denominator) + " s");
-    return av_rescale_rnd(time.numerator * sign, timeBase.den, divisor, AV_ROUND_DOWN);
+    return av_rescale_rnd(dividend, timeBase.den, divisor, AV_ROUND_DOWN);
 }
 
 } // namespace

@@ -15,8 +15,8 @@ namespace {
 // Bits that hold a packet's temporal layer until the scan knows which is the highest.
 constexpr unsigned layerShift = 5;
 
-// Up to here a packet's number fits the columns of the index, and a few values stay free.
-constexpr size_t mostPackets = UINT32_MAX - 16;
+// Up to here a packet's number fits the columns of the index, with room for what is added to it.
+constexpr size_t mostPackets = UINT32_MAX - 1024;
 
 int64_t usualDistance(const AVStream& stream) {
     const AVRational rate =
