@@ -52,6 +52,8 @@ FrameWalker::Picture FrameWalker::read(int64_t number) {
 }
 
 int64_t FrameWalker::countFrames() {
+    if (frames || prepareFrames(worthSeeking))
+        return frames->frameCount();
     int64_t count = 0;
     if (maySeek && preparePlan()) {
         count = plan->frameCount();

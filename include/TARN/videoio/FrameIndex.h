@@ -64,7 +64,7 @@ struct FrameIndexOptions {
 /// give what the packets promise, the whole stream is decoded. Pictures that an edit list hides are
 /// no frames.
 ///
-/// An index is a value: copies share what it holds, which never changes. About 29 bytes a packet in
+/// An index is a value: copies share what it holds, which never changes. About 33 bytes a packet in
 /// memory, and 4 more with checksums.
 /// Thread rule: any number of threads may use an index and its copies.
 class TARN_VIDEOIO_API FrameIndex {

@@ -57,8 +57,9 @@ struct FrameReaderOptions {
 /// spreads. With checksums that is checked for each picture.
 ///
 /// The pictures are those of VideoStreamDecoder: upright, in the pixel format asked for.
-/// Thread rule: used by one thread at a time. The source is opened once more, so the context given
-/// stays free for other readers.
+/// The source has to end and to be there once more: it is opened again, so that the context given
+/// stays free for other readers. A live stream cannot be read by number.
+/// Thread rule: used by one thread at a time.
 class TARN_VIDEOIO_API FrameReader {
 public:
     /// How sure it is that a picture is the right one.
