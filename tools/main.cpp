@@ -100,7 +100,7 @@ std::string versionText() {
     return text;
 }
 
-// Prints footers as they are written: CLI11 would fill their lines anew since release 2.5.
+// Prints footers as they are written: newer releases of CLI11 would fill their lines anew.
 class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_help(const CLI::App* app, std::string name,
