@@ -14,10 +14,10 @@ constexpr bool isPlainOwner = sizeof(Handle) == sizeof(void*) &&
                               !std::is_copy_constructible_v<Handle> &&
                               std::is_nothrow_invocable_v<const Release&, typename Handle::pointer>;
 
-static_assert(isPlainOwner<CodecContextHandle> && isPlainOwner<FilterGraphHandle> &&
-              isPlainOwner<FilterInOutHandle> && isPlainOwner<InputContextHandle> &&
-              isPlainOwner<FrameHandle> && isPlainOwner<PacketHandle> &&
-              isPlainOwner<SwsContextHandle>);
+static_assert(isPlainOwner<CodecContextHandle> && isPlainOwner<CodecParametersHandle> &&
+              isPlainOwner<FilterGraphHandle> && isPlainOwner<FilterInOutHandle> &&
+              isPlainOwner<InputContextHandle> && isPlainOwner<FrameHandle> &&
+              isPlainOwner<PacketHandle> && isPlainOwner<SwsContextHandle>);
 
 // What a handle owned is gone when the test holds the last reference to a part of it.
 class HandlesTest : public ::testing::Test {

@@ -191,7 +191,7 @@ TEST(PacketInspectorOnDamage, PassesOverWhateverThePacketHolds) {
     for (const AVCodecID codec : {AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG2VIDEO})
         for (unsigned seed = 0; seed < 256; ++seed) {
             std::vector<uint8_t> bytes = {0, 0, 1, static_cast<uint8_t>(seed), 0, 0, 1, 0x67, 0x64};
-            bytes.insert(bytes.end(), seed % 7, static_cast<uint8_t>(seed * 37));
+            bytes.resize(bytes.size() + seed % 7, static_cast<uint8_t>(seed * 37));
             EXPECT_LE(factsOf(codec, bytes).layer, 6u);
         }
 }

@@ -16,6 +16,35 @@ constexpr detail::Location at(int number) {
     return {"PacketDecoder", number};
 }
 
+void open(AVCodecContext& context, const AVCodecParameters& parameters, AVRational timeBase,
+          int threadCount) {
+    detail::checkResult(avcodec_parameters_to_context(&context, &parameters), at(54));
+    context.time_base = timeBase;
+    context.pkt_timebase = timeBase;
+    context.thread_count = threadCount;
+    // By the context's own id this time: taking over the parameters may have changed it.
+    const AVCodec* decoder = avcodec_find_decoder(context.codec_id);
+    detail::checkResult(avcodec_open2(&context, decoder, nullptr), at(64));
+}
+
+detail::CodecContextHandle newContext(const AVCodec* decoder) {
+    detail::CodecContextHandle context(avcodec_alloc_context3(decoder));
+    if (!context)
+        throw std::bad_alloc();
+    return context;
+}
+
+/// One like it that has decoded nothing.
+detail::CodecContextHandle openedAnew(const AVCodecContext& used) {
+    const detail::CodecParametersHandle parameters(avcodec_parameters_alloc());
+    if (!parameters)
+        throw std::bad_alloc();
+    detail::checkResult(avcodec_parameters_from_context(parameters.get(), &used), at(55));
+    detail::CodecContextHandle context = newContext(used.codec);
+    open(*context, *parameters, used.pkt_timebase, used.thread_count);
+    return context;
+}
+
 } // namespace
 
 PacketDecoder::PacketDecoder() : PacketDecoder(0) {}
@@ -39,18 +68,9 @@ bool PacketDecoder::offerPacket(std::shared_ptr<InputPacket> packet) {
 }
 
 void PacketDecoder::openCodec(const AVStream& stream) {
-    const AVCodec* decoder = avcodec_find_decoder(stream.codecpar->codec_id);
-    codecContext.reset(avcodec_alloc_context3(decoder));
-    if (!codecContext)
-        throw std::bad_alloc();
-    detail::checkResult(avcodec_parameters_to_context(codecContext.get(), stream.codecpar), at(54));
-    codecContext->time_base = stream.time_base;
-    codecContext->pkt_timebase = stream.time_base;
-    codecContext->thread_count =
-        threads != 0 ? threads : static_cast<int>(std::thread::hardware_concurrency());
-    // By the context's own id this time: taking over the parameters may have changed it.
-    decoder = avcodec_find_decoder(codecContext->codec_id);
-    detail::checkResult(avcodec_open2(codecContext.get(), decoder, nullptr), at(64));
+    codecContext = newContext(avcodec_find_decoder(stream.codecpar->codec_id));
+    open(*codecContext, *stream.codecpar, stream.time_base,
+         threads != 0 ? threads : static_cast<int>(std::thread::hardware_concurrency()));
     onCodecOpened();
 }
 
@@ -101,8 +121,12 @@ void PacketDecoder::end() {
 
 void PacketDecoder::flush() {
     // A codec that failed to open must not be flushed: FFmpeg would crash.
-    if (codecContext && avcodec_is_open(codecContext.get()) != 0)
-        avcodec_flush_buffers(codecContext.get());
+    if (codecContext && avcodec_is_open(codecContext.get()) != 0) {
+        if (compat::breaksWhenFlushed(*codecContext->codec))
+            codecContext = openedAnew(*codecContext);
+        else
+            avcodec_flush_buffers(codecContext.get());
+    }
     pendingPacket.reset();
     drained = false;
     lastPresentationTime = AV_NOPTS_VALUE;

@@ -118,6 +118,16 @@ inline void closeEncoder(AVCodecContext* context) {
 #endif
 }
 
+/// Whether a decoder is of no use after a flush. The libdav1d that goes with FFmpeg 4.3 in Debian
+/// 11 gives errors from then on, and with several threads may wait for ever.
+inline bool breaksWhenFlushed([[maybe_unused]] const AVCodec& decoder) {
+#if LIBAVCODEC_VERSION_MAJOR < 59
+    return std::strcmp(decoder.name, "libdav1d") == 0;
+#else
+    return false;
+#endif
+}
+
 /// The display matrix that the container gives a stream; null when it gives none.
 inline const int32_t* displayMatrix(const AVStream& stream) {
     constexpr size_t matrixBytes = 9 * sizeof(int32_t);

@@ -8,6 +8,10 @@ void Release::operator()(AVCodecContext* context) const noexcept {
     avcodec_free_context(&context);
 }
 
+void Release::operator()(AVCodecParameters* parameters) const noexcept {
+    avcodec_parameters_free(&parameters);
+}
+
 void Release::operator()(AVFilterGraph* graph) const noexcept {
     avfilter_graph_free(&graph);
 }

@@ -3,6 +3,7 @@
 #include <memory>
 
 struct AVCodecContext;
+struct AVCodecParameters;
 struct AVFilterGraph;
 struct AVFilterInOut;
 struct AVFormatContext;
@@ -19,6 +20,7 @@ namespace tio::ffmpeg::detail {
 /// Calls the release function that FFmpeg provides for each kind of handle.
 struct Release {
     void operator()(AVCodecContext* context) const noexcept;
+    void operator()(AVCodecParameters* parameters) const noexcept;
     void operator()(AVFilterGraph* graph) const noexcept;
     void operator()(AVFilterInOut* list) const noexcept;
     void operator()(AVFormatContext* openedInput) const noexcept;
@@ -28,6 +30,7 @@ struct Release {
 };
 
 using CodecContextHandle = std::unique_ptr<AVCodecContext, Release>;
+using CodecParametersHandle = std::unique_ptr<AVCodecParameters, Release>;
 using FilterGraphHandle = std::unique_ptr<AVFilterGraph, Release>;
 using FilterInOutHandle = std::unique_ptr<AVFilterInOut, Release>;
 using InputContextHandle = std::unique_ptr<AVFormatContext, Release>;
