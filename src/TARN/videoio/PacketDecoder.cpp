@@ -21,9 +21,11 @@ void open(AVCodecContext& context, const AVCodecParameters& parameters, AVRation
     detail::checkResult(avcodec_parameters_to_context(&context, &parameters), at(54));
     context.time_base = timeBase;
     context.pkt_timebase = timeBase;
-    context.thread_count = threadCount;
     // By the context's own id this time: taking over the parameters may have changed it.
     const AVCodec* decoder = avcodec_find_decoder(context.codec_id);
+    // A decoder that cannot be flushed cannot be closed either while its threads are at work.
+    const bool alone = decoder != nullptr && compat::breaksWhenFlushed(*decoder);
+    context.thread_count = alone ? 1 : threadCount;
     detail::checkResult(avcodec_open2(&context, decoder, nullptr), at(64));
 }
 
