@@ -183,7 +183,7 @@ TEST_F(OpenOptionsTest, AReadEndsWhenTheServerFallsSilent) {
         connection.send(bytes);
         connection.waitForClose();
     });
-    options.readTimeout = 200ms;
+    options.readTimeout = 2s;
     options.probeSize = 5000;
     options.formatName = "mpegts";
     InputFormatContext input(server.url("tcp"), options);
@@ -200,7 +200,7 @@ TEST_F(OpenOptionsTest, AfterATimeoutAFurtherReadWaitsOnceMore) {
         timedOut.get_future().wait();
         connection.send(bytes.substr(half));
     });
-    options.readTimeout = 300ms;
+    options.readTimeout = 2s;
     options.probeSize = 5000;
     options.formatName = "mpegts";
     InputFormatContext input(server.url("tcp"), options);
@@ -274,13 +274,16 @@ TEST_F(OpenOptionsTest, AFailedReadIsTheReasonWithItsCodeAndText) {
 }
 
 TEST_F(OpenOptionsTest, ABrokenConnectionIsAnErrorAndNoEnd) {
-    const LoopbackServer server([bytes = transportStream()](const Connection& connection) {
+    std::promise<void> opened;
+    const LoopbackServer server([&, bytes = transportStream()](const Connection& connection) {
         connection.send(bytes);
+        opened.get_future().wait(); // a break before that would fail the opening
         connection.reset();
     });
     options.probeSize = 5000;
     options.formatName = "mpegts";
     InputFormatContext input(server.url("tcp"), options);
+    opened.set_value();
     readToEnd(input);
     EXPECT_EQ(input.getEndReason().kind, Kind::Error);
     EXPECT_EQ(input.getEndReason().code, AVERROR(ECONNRESET));
