@@ -1,9 +1,7 @@
 #include "Expectations.h"
 #include "FullDisk.h"
-#include "Interception.h"
 #include "Muxing.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "WritingTest.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>
@@ -33,12 +31,8 @@ using ::testing::IsEmpty;
 // The tests of what holds packets back use streams that the muxer counts in 1/90000 s.
 const Rational ticks(1, 90000);
 
-class OutputStreamTest : public ::testing::Test {
+class OutputStreamTest : public test::WritingTest {
 protected:
-    OutputStreamTest() { ::testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
-
-    void open() { context = std::make_shared<OutputFormatContext>(path); }
-
     std::unique_ptr<OutputStream> makeStream(Rational timeBase = ticks) const {
         return std::make_unique<OutputStream>(context, timeBase);
     }
@@ -53,18 +47,8 @@ protected:
         return packet(mark, pts, audio, Rational(1, 48000));
     }
 
-    [[nodiscard]] std::string lossOf(int count) const {
-        return std::to_string(count) + " packets could not be written to \"" + path + "\"";
-    }
-
-    test::TemporaryFolder folder;
-    std::string path = folder.file("out.mp4");
-    std::string badPath = folder.file("no such folder/out.mp4");
     test::Parameters video = test::videoParameters();
     test::Parameters audio = test::audioParameters();
-    test::Interception intercepted;
-    test::LogCapture log;
-    std::shared_ptr<OutputFormatContext> context;
 };
 
 using OutputStreamDeathTest = OutputStreamTest;
@@ -365,6 +349,24 @@ TEST_F(OutputStreamTest, WhatAStreamHeldWhenItWentIsLetGoWithOneLineWhenTheHeade
     pictures.reset();
     context.reset();
     EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(1))));
+}
+
+TEST_F(OutputStreamTest, ARefusedPacketOfAStreamThatWentStopsTheOthersOnlyOnce) {
+    test::MuxerRecord muxer;
+    open();
+    auto pictures = makeStream();
+    const auto sounds = makeStream();
+    pictures->writePacket(picture(1, 0));
+    pictures->writePacket(picture(2, 3600));
+    pictures.reset();
+    const auto swallow = intercepted->av_interleaved_write_frame.instead;
+    intercepted->av_interleaved_write_frame.instead = [&](AVFormatContext* to, AVPacket* written) {
+        return written->data[0] == 1 ? AVERROR(EINVAL) : swallow(to, written);
+    };
+    EXPECT_EQ(thrownText<Exception>([&] { sounds->writePacket(sound(3, 0)); }),
+              ffmpegText(AVERROR(EINVAL)) + placeText("OutputFormatContext", 188));
+    sounds->writePacket(sound(4, 1024));
+    EXPECT_THAT(muxer.marks(), ElementsAre(2, 3, 4));
 }
 
 TEST_F(OutputStreamTest, AStreamWithoutPacketsGoesWithoutAWord) {

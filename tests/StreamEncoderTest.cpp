@@ -1,10 +1,8 @@
 #include "EncoderInput.h"
 #include "Expectations.h"
 #include "FullDisk.h"
-#include "Interception.h"
 #include "Muxing.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "WritingTest.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/AudioStreamEncoder.h>
@@ -37,12 +35,8 @@ using ::testing::SizeIs;
 constexpr int mono = 4;
 constexpr int stereo = 3;
 
-class StreamEncoderTest : public ::testing::Test {
+class StreamEncoderTest : public test::WritingTest {
 protected:
-    StreamEncoderTest() { ::testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
-
-    void open() { context = std::make_shared<OutputFormatContext>(path); }
-
     std::unique_ptr<VideoStreamEncoder> makeVideo(Rational timeBase = Rational(1, 25)) const {
         return std::make_unique<VideoStreamEncoder>(context, tio::Vec<int, 2>(48, 64), timeBase);
     }
@@ -90,17 +84,7 @@ protected:
         };
     }
 
-    [[nodiscard]] std::string lossOf(int count) const {
-        return std::to_string(count) + " packets could not be written to \"" + path + "\"";
-    }
-
-    test::TemporaryFolder folder;
-    std::string path = folder.file("out.mp4");
-    std::string badPath = folder.file("no such folder/out.mp4");
-    test::Interception intercepted;
-    test::LogCapture log;
     std::vector<int64_t> times;
-    std::shared_ptr<OutputFormatContext> context;
 };
 
 using StreamEncoderDeathTest = StreamEncoderTest;

@@ -17,7 +17,8 @@ using testing::HasSubstr;
 namespace {
 
 void append(std::vector<uint8_t>& bytes, const char* text) {
-    bytes.insert(bytes.end(), text, text + 4);
+    for (const char* character = text; *character != 0; ++character)
+        bytes.push_back(static_cast<uint8_t>(*character));
 }
 
 void append(std::vector<uint8_t>& bytes, uint32_t value, int count) {

@@ -46,11 +46,6 @@ FrameIndex::Match matchOf(detail::SourceIdentity::Likeness likeness) {
     return FrameIndex::Match::Foreign;
 }
 
-bool isOfStream(const detail::IndexData& index, const AVStream& stream, int number) {
-    return index.stream == number && index.codec == stream.codecpar->codec_id &&
-           av_cmp_q(index.timeBase, stream.time_base) == 0;
-}
-
 } // namespace
 
 IndexingCancelled::IndexingCancelled() : tio::Exception("The making of the index was cancelled") {}
@@ -69,8 +64,8 @@ FrameIndex::Loaded FrameIndex::load(const std::string& path,
     detail::IndexFileContent content = detail::readIndexFile(path);
     if (content.kind == detail::IndexFileContent::Kind::Damaged)
         return {Match::Corrupt, std::nullopt};
-    const int stream = input->findBestVideoStreamIndex();
-    if (!content.index || !isOfStream(*content.index, *input->getStream(stream), stream))
+    const AVStream& stream = *input->getStream(input->findBestVideoStreamIndex());
+    if (!content.index || !content.index->isOf(stream))
         return {Match::Foreign, std::nullopt};
     const Match match = matchOf(content.index->source.compareWith(input->getUrl()));
     if (match != Match::Fresh)

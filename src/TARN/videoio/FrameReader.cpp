@@ -100,9 +100,7 @@ std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int strea
         return std::make_shared<const detail::IndexData>(detail::buildIndex(input, stream, making));
     }
     auto given = detail::IndexAccess::dataOf(*options.index);
-    const AVStream& found = *input->getStream(stream);
-    if (given->stream != stream || given->codec != found.codecpar->codec_id ||
-        av_cmp_q(given->timeBase, found.time_base) != 0)
+    if (!given->isOf(*input->getStream(stream)))
         detail::failPlainly("The index is not that of \"" + input->getUrl() + "\"");
     return given;
 }

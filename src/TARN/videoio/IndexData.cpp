@@ -21,6 +21,11 @@ void IndexData::finish() {
         shownFrom.push_back(frame == 0 ? timeOf(0) : std::max(timeOf(frame), shownFrom.back()));
 }
 
+bool IndexData::isOf(const AVStream& candidate) const noexcept {
+    return stream == candidate.index && codec == candidate.codecpar->codec_id &&
+           av_cmp_q(timeBase, candidate.time_base) == 0;
+}
+
 int64_t IndexData::timeOf(int64_t frame) const noexcept {
     const auto at = static_cast<size_t>(frame);
     return ownTimes.empty() ? pts[packets[at]] : ownTimes[at];

@@ -68,6 +68,9 @@ struct IndexData {
     /// Works out what follows from the rest.
     void finish();
 
+    /// Whether this can be the index of a stream, as far as its parameters tell.
+    [[nodiscard]] bool isOf(const AVStream& candidate) const noexcept;
+
     [[nodiscard]] uint32_t packetCount() const noexcept {
         return static_cast<uint32_t>(flags.size());
     }

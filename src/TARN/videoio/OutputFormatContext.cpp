@@ -1,6 +1,7 @@
 #include "avRational.h"
 #include "checks.h"
 #include "ffmpeg_compat.h"
+#include "ticks.h"
 
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>
@@ -16,11 +17,6 @@ using Rational = tio::Rational<1, int64_t>;
 
 constexpr detail::Location at(int number) {
     return {"OutputFormatContext", number};
-}
-
-// Wraps around: an unknown time is the smallest integer, and shifting it must not overflow.
-int64_t wrappingSum(int64_t a, int64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
 }
 
 AVPacket blankPacket() {
@@ -143,9 +139,13 @@ void OutputFormatContext::requireOpenFile() const {
                               "readyForPackets() && !finished", at(126));
 }
 
+// One that FFmpeg refuses must not stand in the way of the other streams for good.
 void OutputFormatContext::writeAdoptedPackets() {
-    for (; !adoptedPackets.empty(); adoptedPackets.pop_front())
-        writeRescaled(adoptedPackets.front().packet, adoptedPackets.front().streamIndex);
+    while (!adoptedPackets.empty()) {
+        const AdoptedPacket adopted = std::move(adoptedPackets.front());
+        adoptedPackets.pop_front();
+        writeRescaled(adopted.packet, adopted.streamIndex);
+    }
 }
 
 void OutputFormatContext::writeRescaled(const OutputPacket& packet, int streamIndex) {
@@ -168,7 +168,7 @@ void OutputFormatContext::writeOrHold(AVPacket& packet) {
     if (packet.stream_index != getReferenceStreamIndex())
         return;
     // A reference packet without a time leaves the origin unknown for those that follow.
-    timeOffset = static_cast<int64_t>(-static_cast<uint64_t>(packet.pts));
+    timeOffset = detail::wrappingDifference(0, packet.pts);
     writeHeldPackets();
 }
 
@@ -184,8 +184,8 @@ void OutputFormatContext::writePacketWithOffset(AVPacket& packet) {
     const Rational reference(getStream(getReferenceStreamIndex())->time_base);
     const Rational own(getStream(packet.stream_index)->time_base);
     const int64_t shift = (Rational(timeOffset, 1) * reference / own).toInteger();
-    packet.pts = wrappingSum(packet.pts, shift);
-    packet.dts = wrappingSum(packet.dts, shift);
+    packet.pts = detail::wrappingSum(packet.pts, shift);
+    packet.dts = detail::wrappingSum(packet.dts, shift);
     detail::checkResult(av_interleaved_write_frame(formatContext, &packet), at(188));
 }
 

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "media/Ffmpeg.h"
+#include "work.h"
+
+#include <string>
+
+namespace tio::bench {
+
+[[nodiscard]] test::CodecPointer openDecoder(const AVStream& stream);
+[[nodiscard]] test::InputPointer openInput(const std::string& path);
+
+void addReading(Tasks& tasks);
+void addWriting(Tasks& tasks);
+
+} // namespace tio::bench

@@ -1,0 +1,232 @@
+// The reading half of work.h by FFmpeg called directly, as somebody writes it who knows FFmpeg: one
+// frame and one buffer used again and again, as many threads as the machine has. What no library
+// over FFmpeg can be faster than, but by doing less.
+
+#include "libav.h"
+#include "media/Demuxing.h"
+
+#include <algorithm>
+#include <array>
+#include <thread>
+#include <vector>
+
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
+namespace tio::bench {
+
+namespace {
+
+/// Converts into one buffer, over and over.
+class Converter {
+public:
+    Converter(const AVCodecContext& decoder, AVPixelFormat target)
+        : rows(decoder.height),
+          scaler(sws_getContext(decoder.width, decoder.height, decoder.pix_fmt, decoder.width,
+                                decoder.height, target, SWS_BICUBIC, nullptr, nullptr, nullptr)) {
+        constexpr int alignment = 64;
+        const int size = test::check(
+            av_image_get_buffer_size(target, decoder.width, decoder.height, alignment), "size");
+        buffer.resize(static_cast<size_t>(size) + alignment);
+        test::check(av_image_fill_arrays(planes.data(), strides.data(), buffer.data(), target,
+                                         decoder.width, decoder.height, alignment),
+                    "planes");
+    }
+
+    void convert(const AVFrame& frame) {
+        sws_scale(scaler.get(), frame.data, frame.linesize, 0, rows, planes.data(), strides.data());
+    }
+
+private:
+    int rows;
+    test::ScalerPointer scaler;
+    std::vector<uint8_t> buffer;
+    std::array<uint8_t*, 4> planes{};
+    std::array<int, 4> strides{};
+};
+
+/// The pictures of a clip, one after the other.
+class Pictures {
+public:
+    explicit Pictures(const std::string& path)
+        : demuxer(path),
+          decoder(openDecoder(demuxer.stream())),
+          frame(test::checkFound(av_frame_alloc(), "frame")) {}
+
+    /// Null at the end.
+    const AVFrame* next() {
+        while (true) {
+            const int result = avcodec_receive_frame(decoder.get(), frame.get());
+            if (result == 0)
+                return frame.get();
+            if (result == AVERROR_EOF)
+                return nullptr;
+            avcodec_send_packet(decoder.get(), demuxer.readPacket() ? &demuxer.packet() : nullptr);
+        }
+    }
+
+    void seekToOrBefore(int64_t pts) {
+        demuxer.seekToOrBefore(pts);
+        avcodec_flush_buffers(decoder.get());
+    }
+
+    [[nodiscard]] const AVCodecContext& codec() const { return *decoder; }
+
+private:
+    test::VideoDemuxer demuxer;
+    test::CodecPointer decoder;
+    test::FramePointer frame;
+};
+
+std::vector<int64_t> sortedTimes(const std::string& path) {
+    test::VideoDemuxer demuxer(path);
+    std::vector<int64_t> times;
+    while (demuxer.readPacket()) {
+        if ((demuxer.packet().flags & AV_PKT_FLAG_DISCARD) == 0)
+            times.push_back(demuxer.packet().pts);
+    }
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+enum class OnTheWay { Skip, Convert };
+
+template <OnTheWay onTheWay>
+int64_t seek(const Job& job) {
+    // The index is the file that the library stores: a number, then the times.
+    const auto bytes = readBytes(job.target);
+    const auto* numbers = reinterpret_cast<const int64_t*>(bytes.data());
+    const std::vector<int64_t> times(numbers + 1, numbers + bytes.size() / sizeof(int64_t));
+    Pictures pictures(job.source);
+    Converter converter(pictures.codec(), AV_PIX_FMT_RGB24);
+    int64_t count = 0;
+    for (const int64_t number : framesToSeek(static_cast<int64_t>(times.size()))) {
+        const int64_t wanted = times[static_cast<size_t>(number)];
+        pictures.seekToOrBefore(wanted);
+        while (const AVFrame* frame = pictures.next()) {
+            const bool found = frame->best_effort_timestamp >= wanted;
+            if (found || onTheWay == OnTheWay::Convert)
+                converter.convert(*frame);
+            if (found) {
+                ++count;
+                break;
+            }
+        }
+    }
+    return count;
+}
+
+/// The value of one sample, as a fraction of full scale.
+float sampleOf(const AVFrame& frame, int channel, int index, int channels) {
+    const auto interleaved = static_cast<size_t>(index * channels + channel);
+    const auto planar = static_cast<size_t>(index);
+    switch (frame.format) {
+    case AV_SAMPLE_FMT_FLTP:
+        return reinterpret_cast<const float*>(frame.extended_data[channel])[planar];
+    case AV_SAMPLE_FMT_S16:
+        return static_cast<float>(reinterpret_cast<const int16_t*>(frame.data[0])[interleaved]) *
+               (1.0F / 32768.0F);
+    case AV_SAMPLE_FMT_S32:
+        return static_cast<float>(reinterpret_cast<const int32_t*>(frame.data[0])[interleaved]) *
+               (1.0F / 2147483648.0F);
+    default:
+        throw std::runtime_error("no such samples are measured");
+    }
+}
+
+} // namespace
+
+test::CodecPointer openDecoder(const AVStream& stream) {
+    const AVCodec* codec =
+        test::checkFound(avcodec_find_decoder(stream.codecpar->codec_id), "decoder");
+    test::CodecPointer decoder(test::checkFound(avcodec_alloc_context3(codec), "decoder context"));
+    test::check(avcodec_parameters_to_context(decoder.get(), stream.codecpar), "parameters");
+    decoder->thread_count = static_cast<int>(std::thread::hardware_concurrency());
+    test::check(avcodec_open2(decoder.get(), codec, nullptr), "opening the decoder");
+    return decoder;
+}
+
+test::InputPointer openInput(const std::string& path) {
+    AVFormatContext* opened = nullptr;
+    test::check(avformat_open_input(&opened, path.c_str(), nullptr, nullptr), "opening " + path);
+    test::InputPointer input(opened);
+    test::check(avformat_find_stream_info(opened, nullptr), "stream info of " + path);
+    return input;
+}
+
+namespace {
+
+int64_t decode(const Job& job, AVPixelFormat target, int64_t most) {
+    Pictures pictures(job.source);
+    Converter converter(pictures.codec(), target);
+    int64_t count = 0;
+    while (count < most) {
+        const AVFrame* frame = pictures.next();
+        if (frame == nullptr)
+            break;
+        converter.convert(*frame);
+        ++count;
+    }
+    return count;
+}
+
+int64_t decodeSound(const Job& job) {
+    const auto input = openInput(job.source);
+    const int stream = test::check(
+        av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0), "sound");
+    const auto decoder = openDecoder(*input->streams[stream]);
+    const test::PacketPointer packet(test::checkFound(av_packet_alloc(), "packet"));
+    const test::FramePointer frame(test::checkFound(av_frame_alloc(), "frame"));
+    std::vector<float> block;
+    int64_t samples = 0;
+    bool more = true;
+    while (more) {
+        more = av_read_frame(input.get(), packet.get()) >= 0;
+        if (more && packet->stream_index != stream) {
+            av_packet_unref(packet.get());
+            continue;
+        }
+        avcodec_send_packet(decoder.get(), more ? packet.get() : nullptr);
+        av_packet_unref(packet.get());
+        while (avcodec_receive_frame(decoder.get(), frame.get()) == 0) {
+            block.resize(static_cast<size_t>(frame->nb_samples * soundChannels));
+            for (int i = 0; i < frame->nb_samples; ++i)
+                for (int channel = 0; channel < soundChannels; ++channel)
+                    block[static_cast<size_t>(i * soundChannels + channel)] =
+                        sampleOf(*frame, channel, i, soundChannels);
+            samples += frame->nb_samples;
+        }
+    }
+    return samples;
+}
+
+int64_t readImages(const Job& job) {
+    int64_t pixels = 0;
+    for (int i = 0; i < imageRepeats; ++i) {
+        Pictures pictures(job.source);
+        const AVFrame* frame = pictures.next();
+        Converter converter(pictures.codec(), AV_PIX_FMT_RGB24);
+        converter.convert(*test::checkFound(frame, "picture"));
+        pixels += int64_t{frame->width} * frame->height;
+    }
+    return pixels;
+}
+
+} // namespace
+
+void addReading(Tasks& tasks) {
+    constexpr int64_t all = INT64_MAX;
+    tasks["first-frame"] = [](const Job& job) { return decode(job, AV_PIX_FMT_RGB24, 1); };
+    tasks["decode-rgb"] = [](const Job& job) { return decode(job, AV_PIX_FMT_RGB24, all); };
+    tasks["decode-nv12"] = [](const Job& job) { return decode(job, AV_PIX_FMT_NV12, all); };
+    tasks["index"] = [](const Job& job) {
+        return static_cast<int64_t>(sortedTimes(job.source).size());
+    };
+    tasks["seek"] = seek<OnTheWay::Skip>;
+    tasks["seek-converting"] = seek<OnTheWay::Convert>;
+    tasks["decode-sound"] = decodeSound;
+    tasks["read-image"] = readImages;
+}
+
+} // namespace tio::bench

@@ -1,0 +1,83 @@
+// The work of work.h by OpenCV. Its pictures are BGR; NV12 it does not give, nor sound.
+
+#include "work.h"
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/videoio.hpp>
+
+namespace tio::bench {
+namespace {
+
+cv::VideoCapture open(const Job& job) {
+    cv::VideoCapture video(job.source, cv::CAP_FFMPEG);
+    if (!video.isOpened())
+        throw std::runtime_error("could not open " + job.source);
+    return video;
+}
+
+int64_t decode(const Job& job, int64_t most) {
+    auto video = open(job);
+    cv::Mat picture;
+    int64_t count = 0;
+    while (count < most && video.read(picture))
+        ++count;
+    return count;
+}
+
+int64_t seek(const Job& job) {
+    auto video = open(job);
+    cv::Mat picture;
+    int64_t count = 0;
+    const auto frames = static_cast<int64_t>(video.get(cv::CAP_PROP_FRAME_COUNT));
+    for (const int64_t frame : framesToSeek(frames)) {
+        video.set(cv::CAP_PROP_POS_FRAMES, static_cast<double>(frame));
+        count += video.read(picture) ? 1 : 0;
+    }
+    return count;
+}
+
+// With the encoder's settings from the environment: OPENCV_FFMPEG_WRITER_OPTIONS.
+int64_t encodePictures(const Job& job) {
+    const auto raw = readBytes(job.source);
+    cv::VideoWriter writer(job.target, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('a', 'v', 'c', '1'),
+                           25, cv::Size(rawWidth, rawHeight));
+    if (!writer.isOpened())
+        throw std::runtime_error("could not open " + job.target);
+    for (int n = 0; n < picturesToEncode; ++n) {
+        const uint8_t* pixels =
+            raw.data() + rawPictureBytes * static_cast<size_t>(n % rawPictureCount);
+        writer.write(cv::Mat(rawHeight, rawWidth, CV_8UC3, const_cast<uint8_t*>(pixels)));
+    }
+    return picturesToEncode;
+}
+
+int64_t readImages(const Job& job) {
+    int64_t pixels = 0;
+    for (int i = 0; i < imageRepeats; ++i) {
+        const cv::Mat image = cv::imread(job.source, cv::IMREAD_COLOR);
+        pixels += int64_t{image.rows} * image.cols;
+    }
+    return pixels;
+}
+
+int64_t writeImages(const Job& job) {
+    auto raw = readBytes(job.source);
+    const cv::Mat image(rawHeight, rawWidth, CV_8UC3, raw.data());
+    for (int i = 0; i < imageRepeats; ++i)
+        cv::imwrite(job.target, image);
+    return imageRepeats;
+}
+
+} // namespace
+} // namespace tio::bench
+
+int main(int argc, char** argv) {
+    using namespace tio::bench;
+    return runTask(argc, argv,
+                   {{"first-frame", [](const Job& job) { return decode(job, 1); }},
+                    {"decode-rgb", [](const Job& job) { return decode(job, INT64_MAX); }},
+                    {"seek", seek},
+                    {"encode-pictures", encodePictures},
+                    {"read-image", readImages},
+                    {"write-image", writeImages}});
+}

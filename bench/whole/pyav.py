@@ -1,0 +1,105 @@
+"""The work of work.h by PyAV: pyav.py TASK FILE [OUTPUT]"""
+
+import sys
+
+import av
+
+RAW_WIDTH, RAW_HEIGHT, RAW_COUNT, ENCODED = 1280, 720, 25, 200
+IMAGE_REPEATS = 20
+
+
+def open_video(source):
+    container = av.open(source)
+    stream = container.streams.video[0]
+    stream.thread_type = "AUTO"
+    return container, stream
+
+
+def decode(source, pixel_format, most=None):
+    count = 0
+    container, stream = open_video(source)
+    for frame in container.decode(stream):
+        if frame.reformat(format=pixel_format):
+            count += 1
+        if count == most:
+            break
+    return count
+
+
+def index(source):
+    container, stream = open_video(source)
+    return len(sorted(p.pts for p in container.demux(stream) if p.size))
+
+
+def frames_to_seek(count):
+    frame = 0
+    for _ in range(40):
+        frame = (frame + count * 5 // 8 + 1) % count
+        yield frame
+
+
+def seek(source, _):
+    container, stream = open_video(source)
+    times = sorted(p.pts for p in container.demux(stream) if p.size)
+    found = 0
+    for number in frames_to_seek(len(times)):
+        container.seek(times[number], stream=stream)
+        for frame in container.decode(stream):
+            if frame.pts >= times[number]:
+                frame.reformat(format="rgb24")
+                found += 1
+                break
+    return found
+
+
+def decode_sound(source):
+    container = av.open(source)
+    resampler = av.AudioResampler(format="flt")
+    samples = 0
+    for frame in container.decode(audio=0):
+        for converted in resampler.resample(frame):
+            samples += converted.samples
+            converted.to_ndarray()
+    return samples
+
+
+def encode_pictures(source, target):
+    import numpy
+
+    raw = numpy.fromfile(source, numpy.uint8).reshape(RAW_COUNT, RAW_HEIGHT, RAW_WIDTH, 3)
+    with av.open(target, "w") as container:
+        stream = container.add_stream("libx264", rate=25, options={"preset": "veryfast", "level": "51"})
+        stream.width, stream.height, stream.pix_fmt = RAW_WIDTH, RAW_HEIGHT, "yuv420p"
+        stream.codec_context.max_b_frames = 0
+        stream.codec_context.thread_count = 0
+        for n in range(ENCODED):
+            frame = av.VideoFrame.from_ndarray(raw[n % RAW_COUNT], format="rgb24")
+            container.mux(stream.encode(frame))
+        container.mux(stream.encode())
+    return ENCODED
+
+
+def read_image(source):
+    pixels = 0
+    for _ in range(IMAGE_REPEATS):
+        with av.open(source) as container:
+            frame = next(container.decode(video=0)).reformat(format="rgb24")
+            pixels += frame.width * frame.height
+    return pixels
+
+
+TASKS = {
+    "first-frame": lambda source: decode(source, "rgb24", 1),
+    "decode-rgb": lambda source: decode(source, "rgb24"),
+    "decode-nv12": lambda source: decode(source, "nv12"),
+    "index": index,
+    "seek": seek,
+    "decode-sound": decode_sound,
+    "encode-pictures": encode_pictures,
+    "read-image": read_image,
+}
+
+if sys.argv[1] not in TASKS:
+    sys.exit(2)
+av.logging.restore_default_callback()
+print(TASKS[sys.argv[1]](*sys.argv[2:]))

@@ -1,0 +1,156 @@
+// The work of work.h by this library.
+
+#include "work.h"
+
+#include <TARN/videoio.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace tio::ffmpeg {
+namespace {
+
+using namespace bench; // the settings that all share
+
+std::shared_ptr<InputFormatContext> open(const Job& job) {
+    return std::make_shared<InputFormatContext>(job.source);
+}
+
+template <PixelFormat format>
+int64_t decode(const Job& job) {
+    VideoStreamDecoder video(open(job), format);
+    int64_t count = 0;
+    while (video.readNextFrame().frame)
+        ++count;
+    return count;
+}
+
+int64_t firstFrame(const Job& job) {
+    VideoStreamDecoder video(open(job), PixelFormat::RGB);
+    return video.readNextFrame().frame ? 1 : 0;
+}
+
+int64_t makeIndex(const Job& job) {
+    return VideoStreamDecoder(open(job), PixelFormat::RGB).getFrameCount();
+}
+
+int64_t storeIndex(const Job& job) {
+    VideoStreamDecoder(open(job), PixelFormat::RGB).storeSeekingIndex(job.target);
+    return 0;
+}
+
+int64_t loadIndex(const Job& job) {
+    VideoStreamDecoder video(open(job), PixelFormat::RGB);
+    video.loadSeekingIndex(job.target);
+    return video.getFrameCount();
+}
+
+// With the index at hand, as the other libraries have theirs.
+int64_t seek(const Job& job) {
+    VideoStreamDecoder video(open(job), PixelFormat::RGB);
+    video.loadSeekingIndex(job.target);
+    int64_t count = 0;
+    for (const int64_t frame : framesToSeek(video.getFrameCount())) {
+        video.seek(frame);
+        count += video.readNextFrame().frame ? 1 : 0;
+    }
+    return count;
+}
+
+int64_t readerSeek(const Job& job) {
+    const auto input = open(job);
+    FrameReaderOptions options;
+    options.index = FrameIndex::load(job.target, input).index;
+    FrameReader reader(input, PixelFormat::RGB, options);
+    int64_t count = 0;
+    for (const int64_t frame : framesToSeek(reader.frameCount()))
+        count += reader.readFrame(frame).frame ? 1 : 0;
+    return count;
+}
+
+int64_t storeReaderIndex(const Job& job) {
+    FrameIndex::build(open(job)).save(job.target);
+    return 0;
+}
+
+int64_t decodeSound(const Job& job) {
+    AudioStreamDecoder sound(open(job));
+    int64_t samples = 0;
+    for (auto block = sound.readNextFrame(); block.samples.count != 0;
+         block = sound.readNextFrame())
+        samples += block.samples.rows();
+    return samples;
+}
+
+int64_t encodePictures(const Job& job) {
+    const auto raw = readBytes(job.source);
+    const Vec<int, 2> size(rawHeight, rawWidth);
+    const auto output = std::make_shared<OutputFormatContext>(job.target);
+    auto video = std::make_unique<VideoStreamEncoder>(output, size, Rational(1, 25));
+    for (int n = 0; n < picturesToEncode; ++n) {
+        VideoPacketEncoder::Image picture(size);
+        std::copy_n(raw.data() + rawPictureBytes * static_cast<size_t>(n % rawPictureCount),
+                    rawPictureBytes, reinterpret_cast<uint8_t*>(picture.data()));
+        video->writeNextFrame(picture, {n, 25});
+    }
+    video.reset();
+    output->finish();
+    return picturesToEncode;
+}
+
+constexpr int stereo = 3; // FFmpeg's mask: left and right
+
+int64_t encodeSound(const Job& job) {
+    const auto raw = readBytes(job.source);
+    const auto* samples = reinterpret_cast<const float*>(raw.data());
+    const auto rows = static_cast<int64_t>(raw.size() / sizeof(float) / soundChannels);
+    const auto output = std::make_shared<OutputFormatContext>(job.target);
+    auto sound = std::make_unique<AudioStreamEncoder>(output, stereo, soundRate, Rational());
+    constexpr int block = 1024;
+    for (int64_t row = 0; row + block <= rows; row += block) {
+        AudioPacketEncoder::Samples part(Vec<int, 2>(block, soundChannels));
+        std::copy_n(samples + row * soundChannels, part.count, part.data());
+        sound->writeNextFrame(part, Rational(row, soundRate));
+    }
+    sound.reset();
+    output->finish();
+    return rows / block * block;
+}
+
+int64_t readImages(const Job& job) {
+    int64_t pixels = 0;
+    for (int i = 0; i < imageRepeats; ++i)
+        pixels += readImage(job.source).count;
+    return pixels;
+}
+
+int64_t writeImages(const Job& job) {
+    const auto raw = readBytes(job.source);
+    Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> image(Vec<int, 2>(rawHeight, rawWidth));
+    std::copy_n(raw.data(), rawPictureBytes, reinterpret_cast<uint8_t*>(image.data()));
+    for (int i = 0; i < imageRepeats; ++i)
+        writeImage(job.target, image);
+    return imageRepeats;
+}
+
+} // namespace
+} // namespace tio::ffmpeg
+
+int main(int argc, char** argv) {
+    using namespace tio::ffmpeg;
+    return runTask(argc, argv,
+                   {{"first-frame", firstFrame},
+                    {"decode-rgb", decode<PixelFormat::RGB>},
+                    {"decode-nv12", decode<PixelFormat::NV12>},
+                    {"index", makeIndex},
+                    {"store-index", storeIndex},
+                    {"load-index", loadIndex},
+                    {"seek", seek},
+                    {"store-reader-index", storeReaderIndex},
+                    {"reader-seek", readerSeek},
+                    {"decode-sound", decodeSound},
+                    {"encode-pictures", encodePictures},
+                    {"encode-sound", encodeSound},
+                    {"read-image", readImages},
+                    {"write-image", writeImages}});
+}

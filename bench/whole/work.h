@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// @file
+/// What the programs have in common that do the same work by different libraries, one task a
+/// process: PROGRAM TASK FILE [OUTPUT]. Each prints how many pictures, samples or packets it dealt
+/// with, so that it shows when two did not do the same.
+
+namespace tio::bench {
+
+struct Job {
+    std::string source;
+    std::string target;
+};
+
+using Tasks = std::map<std::string, std::function<int64_t(const Job&)>>;
+
+inline int runTask(int argc, char** argv, const Tasks& tasks) {
+    const auto task = argc >= 3 ? tasks.find(argv[1]) : tasks.end();
+    if (task == tasks.end())
+        return 2; // this library does no such work
+    try {
+        std::printf("%lld\n", static_cast<long long>(
+                                  task->second({argv[2], argc > 3 ? argv[3] : std::string()})));
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}
+
+// What is encoded, the same for all: pictures of one size over and over, and a long sound.
+constexpr int rawWidth = 1280;
+constexpr int rawHeight = 720;
+constexpr size_t rawPictureBytes = size_t{3} * rawWidth * rawHeight;
+constexpr int rawPictureCount = 25;
+constexpr int picturesToEncode = 200;
+constexpr int soundRate = 48000;
+constexpr int soundChannels = 2;
+
+// How often a still image is read or written.
+constexpr int imageRepeats = 20;
+
+inline std::vector<uint8_t> readBytes(const std::string& path) {
+    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr)
+        throw std::runtime_error("could not open " + path);
+    std::vector<uint8_t> bytes;
+    uint8_t block[1 << 16];
+    for (size_t got = 0; (got = std::fread(block, 1, sizeof block, file)) != 0;)
+        bytes.insert(bytes.end(), block, block + got);
+    std::fclose(file);
+    return bytes;
+}
+
+/// The frames that are sought, of a clip with so many: far apart, and the same in each run.
+inline std::vector<int64_t> framesToSeek(int64_t count) {
+    constexpr int wanted = 40;
+    std::vector<int64_t> frames;
+    int64_t frame = 0;
+    for (int i = 0; i < wanted; ++i) {
+        frame = (frame + count * 5 / 8 + 1) % count;
+        frames.push_back(frame);
+    }
+    return frames;
+}
+
+} // namespace tio::bench
