@@ -182,6 +182,7 @@ void writeImage(const std::string& path, const uint8_t* pixels) {
     encoder->height = rawHeight;
     encoder->pix_fmt = format;
     encoder->time_base = {1, 1};
+    encoder->thread_count = 1; // with more, a single picture comes out at the end only
     test::check(avcodec_open2(encoder.get(), encoder->codec, nullptr), "opening the encoder");
     const auto frame = newPicture(rawWidth, rawHeight, format);
     if (format == AV_PIX_FMT_RGB24)

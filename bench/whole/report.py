@@ -10,7 +10,7 @@ import pathlib
 import statistics
 import sys
 
-from plan import LIMIT, MARK_LOOP, MARK_PEER, OURS, WORK
+from plan import CONVERTING, LIMIT, MARK_LOOP, MARK_PEER, OURS, READER, WORK
 
 
 def read(path):
@@ -39,8 +39,8 @@ def spread(values):
 
 
 def peers_of(runs, work):
-    return [who for (label, who) in runs if label == work and who not in (OURS, *MARK_LOOP.values())
-            and not who.startswith(LIMIT)]
+    return [who for (label, who) in runs
+            if label == work and who not in (OURS, READER, LIMIT, CONVERTING)]
 
 
 def best_peer(runs, work, task):
@@ -71,7 +71,7 @@ def mark_rows(runs):
         to_peer = ratios(runs, work, peer) if peer else []
         yield (work, spread(to_loop), verdict(middle(to_loop), loop_mark),
                f"{spread(to_peer)} {peer or ''}".strip(), verdict(middle(to_peer), peer_mark),
-               spread(ratios(runs, work, LIMIT, "peak")))
+               spread(ratios(runs, work, LIMIT, "cpu")), spread(ratios(runs, work, LIMIT, "peak")))
 
 
 def figures(runs):
@@ -133,7 +133,8 @@ def draw(runs, path):
 def main(path):
     runs = read(path)
     folder = pathlib.Path(path).parent
-    head = ("work", "time to the loop", "mark", "time to the best peer", "mark", "peak memory to the loop")
+    head = ("work", "time to the loop", "mark", "time to the best peer", "mark",
+            "CPU time to the loop", "peak memory to the loop")
     text = table([head, *mark_rows(runs)]) + "\n\n" + table(figures(runs)) + "\n"
     differing = list(disagreements(runs))
     if differing:

@@ -4,8 +4,8 @@
 
 #include <TARN/videoio.h>
 
-#include <algorithm>
 #include <memory>
+#include <vector>
 
 namespace tio::ffmpeg {
 namespace {
@@ -82,39 +82,47 @@ int64_t decodeSound(const Job& job) {
     return samples;
 }
 
+/// A matrix over bytes that lie in a file's content, without copying them.
+template <typename Matrix>
+Matrix view(const std::shared_ptr<std::vector<uint8_t>>& bytes, size_t offset, Vec<int, 2> size) {
+    return Matrix(size,
+                  std::shared_ptr<char>(bytes, reinterpret_cast<char*>(bytes->data()) + offset));
+}
+
+std::shared_ptr<std::vector<uint8_t>> shareBytes(const std::string& path) {
+    return std::make_shared<std::vector<uint8_t>>(readBytes(path));
+}
+
 int64_t encodePictures(const Job& job) {
-    const auto raw = readBytes(job.source);
+    const auto raw = shareBytes(job.source);
     const Vec<int, 2> size(rawHeight, rawWidth);
     const auto output = std::make_shared<OutputFormatContext>(job.target);
     auto video = std::make_unique<VideoStreamEncoder>(output, size, Rational(1, 25));
     for (int n = 0; n < picturesToEncode; ++n) {
-        VideoPacketEncoder::Image picture(size);
-        std::copy_n(raw.data() + rawPictureBytes * static_cast<size_t>(n % rawPictureCount),
-                    rawPictureBytes, reinterpret_cast<uint8_t*>(picture.data()));
-        video->writeNextFrame(picture, {n, 25});
+        const size_t offset = rawPictureBytes * static_cast<size_t>(n % rawPictureCount);
+        video->writeNextFrame(view<VideoPacketEncoder::Image>(raw, offset, size), {n, 25});
     }
     video.reset();
     output->finish();
     return picturesToEncode;
 }
 
-constexpr int stereo = 3; // FFmpeg's mask: left and right
-
 int64_t encodeSound(const Job& job) {
-    const auto raw = readBytes(job.source);
-    const auto* samples = reinterpret_cast<const float*>(raw.data());
-    const auto rows = static_cast<int64_t>(raw.size() / sizeof(float) / soundChannels);
+    constexpr int stereo = 3; // FFmpeg's mask: left and right
+    constexpr size_t rowBytes = sizeof(float) * soundChannels;
+    const auto raw = shareBytes(job.source);
+    const auto rows = static_cast<int64_t>(raw->size() / rowBytes);
     const auto output = std::make_shared<OutputFormatContext>(job.target);
     auto sound = std::make_unique<AudioStreamEncoder>(output, stereo, soundRate, Rational());
-    constexpr int block = 1024;
-    for (int64_t row = 0; row + block <= rows; row += block) {
-        AudioPacketEncoder::Samples part(Vec<int, 2>(block, soundChannels));
-        std::copy_n(samples + row * soundChannels, part.count, part.data());
-        sound->writeNextFrame(part, Rational(row, soundRate));
-    }
+    const auto block = static_cast<int>(sound->getFrameWidth());
+    int64_t row = 0;
+    for (; row + block <= rows; row += block)
+        sound->writeNextFrame(view<AudioPacketEncoder::Samples>(
+                                  raw, rowBytes * static_cast<size_t>(row), {block, soundChannels}),
+                              Rational(row, soundRate));
     sound.reset();
     output->finish();
-    return rows / block * block;
+    return row;
 }
 
 int64_t readImages(const Job& job) {
@@ -125,11 +133,9 @@ int64_t readImages(const Job& job) {
 }
 
 int64_t writeImages(const Job& job) {
-    const auto raw = readBytes(job.source);
-    Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> image(Vec<int, 2>(rawHeight, rawWidth));
-    std::copy_n(raw.data(), rawPictureBytes, reinterpret_cast<uint8_t*>(image.data()));
+    const auto raw = shareBytes(job.source);
     for (int i = 0; i < imageRepeats; ++i)
-        writeImage(job.target, image);
+        writeImage(job.target, view<VideoPacketEncoder::Image>(raw, 0, {rawHeight, rawWidth}));
     return imageRepeats;
 }
 

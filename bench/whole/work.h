@@ -63,7 +63,7 @@ inline std::vector<uint8_t> readBytes(const std::string& path) {
 
 /// The frames that are sought, of a clip with so many: far apart, and the same in each run.
 inline std::vector<int64_t> framesToSeek(int64_t count) {
-    constexpr int wanted = 40;
+    constexpr int wanted = 16;
     std::vector<int64_t> frames;
     int64_t frame = 0;
     for (int i = 0; i < wanted; ++i) {
