@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
+#include <new>
 #include <string>
 
 namespace tio::ffmpeg::detail {
@@ -37,9 +38,7 @@ int formatLine(void* context, int level, const char* format, va_list arguments, 
     return length;
 }
 
-} // namespace
-
-void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format, va_list arguments) {
+void forwardLine(void* context, int ffmpegLevel, const char* format, va_list arguments) {
     const int level = libraryLevel(ffmpegLevel);
     if (ffmpegLevel > AV_LOG_INFO || static_cast<int>(log::getLevel()) < level)
         return;
@@ -51,6 +50,18 @@ void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format, va_lis
     std::string line(static_cast<size_t>(length), ' ');
     formatLine(context, ffmpegLevel, format, arguments, line.data(), length);
     log::_output(ffmpegLogger, static_cast<log::Level>(level), line);
+}
+
+} // namespace
+
+// Nothing may be thrown through FFmpeg, which is C: it would neither free nor unlock anything. What
+// cannot be said for want of memory is not said.
+void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format,
+                      va_list arguments) noexcept {
+    try {
+        forwardLine(context, ffmpegLevel, format, arguments);
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 void initialiseOnce() {

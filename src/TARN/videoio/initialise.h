@@ -11,6 +11,7 @@ void initialiseOnce();
 
 /// FFmpeg's log callback: forwards what is worth a line to the logger "ffmpeg". Called on any
 /// thread, FFmpeg's own included, and keeps nothing between calls.
-void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format, va_list arguments);
+void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format,
+                      va_list arguments) noexcept;
 
 } // namespace tio::ffmpeg::detail
