@@ -58,7 +58,7 @@ public:
     }
 
     [[nodiscard]] std::string restoredTag() const {
-        compat::restoreRotateTags(*context);
+        test::check(compat::restoreRotateTags(*context), "rotate tags");
         return rotateTag(context.stream());
     }
 
@@ -88,7 +88,7 @@ protected:
 
     static std::string restoredTag(const Matrix& matrix) {
         const InputPointer input = openWith(matrix);
-        compat::restoreRotateTags(*input);
+        test::check(compat::restoreRotateTags(*input), "rotate tags");
         return rotateTag(*input->streams[0]);
     }
 
@@ -203,7 +203,7 @@ TEST(CompatTest, EveryStreamOfAnInputGetsItsOwnTag) {
     (*context).iformat = av_find_input_format("mov");
     giveMatrix(context.stream(0), linear(0, one, -one, 0));
     giveMatrix(context.stream(2), linear(0, -one, one, 0));
-    compat::restoreRotateTags(*context);
+    test::check(compat::restoreRotateTags(*context), "rotate tags");
     EXPECT_EQ(rotateTag(context.stream(0)), "90");
     EXPECT_EQ(rotateTag(context.stream(1)), noTag);
     EXPECT_EQ(rotateTag(context.stream(2)), "270");

@@ -180,6 +180,11 @@ TEST_F(FilterTest, AFilterThatCannotBeMadeFails) {
     expectFailure(AVERROR(ENOMEM), 62, [this] { (void)rotation(1); });
 }
 
+TEST_F(FilterTest, AnEndThatCannotBeNamedFails) {
+    intercepted->av_strdup.instead = [](const char*) -> char* { return nullptr; };
+    EXPECT_THROW((void)rotation(1), std::bad_alloc);
+}
+
 TEST_F(FilterTest, AChainWithAnUnknownFilterFails) {
     // Which error it is differs between FFmpeg releases.
     const test::GraphPointer graph(avfilter_graph_alloc());

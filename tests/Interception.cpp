@@ -173,6 +173,13 @@ long __wrap_ftell(std::FILE* file) {
     return call.instead ? call.instead(file) : __real_ftell(file);
 }
 
+char* __real_av_strdup(const char*);
+char* __wrap_av_strdup(const char* text) {
+    auto& call = calls().av_strdup;
+    ++call.count;
+    return call.instead ? call.instead(text) : __real_av_strdup(text);
+}
+
 void* __real_malloc(size_t);
 void* __wrap_malloc(size_t size) {
     auto& call = calls().malloc;

@@ -56,6 +56,7 @@ struct Calls {
     Intercepted<int(AVFilterContext*, AVFrame*)> av_buffersink_get_frame;
     Intercepted<int(std::FILE*, long, int)> fseek;
     Intercepted<long(std::FILE*)> ftell;
+    Intercepted<char*(const char*)> av_strdup;
     Intercepted<void*(size_t)> malloc;
     Intercepted<size_t(void*, size_t, size_t, std::FILE*)> fread;
     Intercepted<size_t(const void*, size_t, size_t, std::FILE*)> fwrite;

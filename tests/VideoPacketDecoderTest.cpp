@@ -419,6 +419,18 @@ TEST_F(VideoPacketDecoderTest, AFilterThatCannotBeMadeFailsWithTheFirstPacket) {
                 EndsWith(R"( @ ..\src\TARN\videoio\filter:129)"));
 }
 
+TEST_F(VideoPacketDecoderTest, PicturesAreUprightAlsoWhenTheFilterCouldNotBeMadeAtFirst) {
+    openClip();
+    setRotateTag("90");
+    intercepted->avfilter_graph_config.instead = [](AVFilterGraph*) { return AVERROR(ENOMEM); };
+    VideoPacketDecoder decoder;
+    EXPECT_THROW(decoder.offerPacket(packet), Exception);
+    intercepted->avfilter_graph_config.instead = nullptr;
+    EXPECT_EQ(decoder.readNextFrame().frame, nullptr);
+    decoder.end();
+    EXPECT_EQ(sizeOf(decoder.readNextFrame()), (Vec<int, 2>(96, 64)));
+}
+
 TEST_F(VideoPacketDecoderTest, APictureThatCannotBeTurnedFailsAndTheOthersComeOut) {
     ClipPlan plan;
     plan.rotation = 90;

@@ -60,8 +60,12 @@ protected:
     /// For subclasses that say how many threads FFmpeg decodes with; 0 takes one per core.
     explicit PacketDecoder(int threadCount);
 
-    /// Called once, right after the codec was opened for the pending packet's stream.
+    /// Called right after the codec was opened for the pending packet's stream, and again before
+    /// the next packet is decoded if it threw.
     virtual void onCodecOpened() = 0;
+
+    /// Calls onCodecOpened() unless it went through, or there is no packet waiting.
+    void prepareOnce();
 
     /// Brings the next decoded frame into getFrame().
     /// @returns false when the codec needs another packet, or dropped what it had
@@ -76,6 +80,9 @@ protected:
 
     /// How many packets the codec refused as invalid and were passed over.
     [[nodiscard]] int64_t getInvalidPacketCount() const { return invalidPackets; }
+
+    /// Whether decoding failed last for want of memory, which says nothing of the packets.
+    [[nodiscard]] bool ranOutOfMemory() const { return outOfMemory; }
 
     /// Presentation time in seconds of the frame just received.
     [[nodiscard]] Rational getFrameTime() const;
@@ -98,6 +105,8 @@ private:
     std::shared_ptr<InputPacket> pendingPacket; // accepted, not yet taken by the codec
     int64_t lastPresentationTime;
     bool drained = false;
+    bool prepared = false; // onCodecOpened() went through
+    bool outOfMemory = false;
     int threads; // 0: one per core
     int64_t invalidPackets = 0;
 };

@@ -50,11 +50,20 @@ void FrameDecoder::finish() {
     try {
         end();
     } catch (const Exception&) {
-        ++failures;
+        noteFailure();
     }
 }
 
+// Damage makes a decoder fail the same way each time, and is counted. A picture that is missing for
+// want of memory would be taken for one that the stream does not have.
+void FrameDecoder::noteFailure() {
+    if (ranOutOfMemory())
+        throw;
+    ++failures;
+}
+
 bool FrameDecoder::receive() {
+    prepareOnce(); // outside of what is taken for damage
     for (int tries = 0; tries < toleratedFailures; ++tries) {
         try {
             if (!receiveAnyFrame())
@@ -65,7 +74,7 @@ bool FrameDecoder::receive() {
                 current = static_cast<uint32_t>(getFrame()->pts);
             return true;
         } catch (const Exception&) {
-            ++failures;
+            noteFailure();
             dropPendingPacket(); // is still there when sending it is what failed
         }
     }

@@ -50,6 +50,8 @@ public:
     [[nodiscard]] int64_t picturesReceived() const noexcept { return pictures; }
 
 private:
+    void noteFailure();
+
     uint32_t current = 0;
     int64_t failures = 0;
     int64_t packets = 0;

@@ -106,12 +106,12 @@ std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int strea
 }
 
 void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next) {
+    auto made = std::make_unique<detail::FrameFinder>(input, *next, format,
+                                                      next->singleThread ? 1 : options.threads);
     if (finder)
         done = counters();
-    finder.reset();
+    finder = std::move(made); // the one before refers to the index before
     index = std::move(next);
-    finder = std::make_unique<detail::FrameFinder>(input, *index, format,
-                                                   index->singleThread ? 1 : options.threads);
     latest = {};
 }
 

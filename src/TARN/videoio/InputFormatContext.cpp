@@ -55,14 +55,16 @@ InputFormatContext::InputFormatContext(std::string url) : earliestTimestamp(noTi
     // constructor threw does not run. FFmpeg fails here only when memory runs out or the input's
     // data breaks off inside a header that it needs.
     detail::checkResult(avformat_find_stream_info(formatContext, nullptr), at(65), url);
-    compat::restoreRotateTags(*formatContext);
+    const int restored = compat::restoreRotateTags(*formatContext);
+    if (restored < 0)
+        avformat_close_input(&formatContext);
+    detail::checkResult(restored, at(70), url);
 }
 
 InputFormatContext::InputFormatContext(std::string url, OpenOptions options)
     : earliestTimestamp(noTimestampYet),
       watch(std::make_unique<detail::InputWatch>(std::move(options))) {
     formatContext = detail::openInput(url, *watch).release();
-    compat::restoreRotateTags(*formatContext);
 }
 
 InputFormatContext::~InputFormatContext() {

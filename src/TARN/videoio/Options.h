@@ -2,6 +2,8 @@
 
 #include "ffmpeg_compat.h"
 
+#include <new>
+
 namespace tio::ffmpeg::detail {
 
 /// Owns an options dictionary of FFmpeg, which changes its address with every change.
@@ -12,7 +14,10 @@ public:
     Options& operator=(const Options&) = delete;
     ~Options() { av_dict_free(&dictionary); }
 
-    void set(const char* key, const char* value) { av_dict_set(&dictionary, key, value, 0); }
+    void set(const char* key, const char* value) {
+        if (av_dict_set(&dictionary, key, value, 0) < 0)
+            throw std::bad_alloc();
+    }
 
     [[nodiscard]] const AVDictionaryEntry* find(const char* key) const {
         return av_dict_get(dictionary, key, nullptr, 0);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 namespace tio::ffmpeg::detail {
 
@@ -142,10 +143,13 @@ PacketCursor::Step PacketCursor::advance() {
         ++next;
         return Step::Packet;
     }
-    const bool more = placed && packets.read();
-    if (placed && !more && next == index.packetCount())
+    const bool wasPlaced = std::exchange(placed, false); // reading may throw on its way
+    const bool more = wasPlaced && packets.read();
+    const bool atEnd = wasPlaced && !more && next == index.packetCount();
+    placed = atEnd ||
+             (more && next < index.packetCount() && hashOf(packets.packet()) == index.hashes[next]);
+    if (atEnd)
         return Step::End;
-    placed = more && next < index.packetCount() && hashOf(packets.packet()) == index.hashes[next];
     if (!placed)
         return Step::Lost;
     ++next;

@@ -73,7 +73,16 @@ void PacketDecoder::openCodec(const AVStream& stream) {
     codecContext = newContext(avcodec_find_decoder(stream.codecpar->codec_id));
     open(*codecContext, *stream.codecpar, stream.time_base,
          threads != 0 ? threads : static_cast<int>(std::thread::hardware_concurrency()));
+    prepareOnce();
+}
+
+// Where it failed, once more with the next packet: without it pictures would come out as they are
+// stored. A codec that did not open at all says so when it is sent the packet.
+void PacketDecoder::prepareOnce() {
+    if (prepared || !pendingPacket || !codecContext || avcodec_is_open(codecContext.get()) == 0)
+        return;
     onCodecOpened();
+    prepared = true;
 }
 
 bool PacketDecoder::receiveAnyFrame() {
@@ -81,6 +90,7 @@ bool PacketDecoder::receiveAnyFrame() {
         return false;
     sendPendingPacket();
     const int result = avcodec_receive_frame(codecContext.get(), frame.get());
+    outOfMemory = result == AVERROR(ENOMEM);
     drained = result == AVERROR_EOF;
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
         return false;
@@ -101,7 +111,9 @@ bool PacketDecoder::receiveFrame() {
 void PacketDecoder::sendPendingPacket() {
     if (!pendingPacket)
         return;
+    prepareOnce();
     const int result = avcodec_send_packet(codecContext.get(), &pendingPacket->getPacket());
+    outOfMemory = result == AVERROR(ENOMEM);
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
         return; // sent again with the next frame
     if (result == AVERROR_INVALIDDATA) {
@@ -117,6 +129,7 @@ void PacketDecoder::end() {
     if (!codecContext)
         return;
     const int result = avcodec_send_packet(codecContext.get(), nullptr);
+    outOfMemory = result == AVERROR(ENOMEM);
     if (result != AVERROR_EOF) // draining already
         detail::checkResult(result, at(116));
 }

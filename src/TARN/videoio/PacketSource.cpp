@@ -28,7 +28,12 @@ void PacketSource::reopen() {
 
 bool PacketSource::read() {
     av_packet_unref(current.get());
-    return input->getNextPacketForStream(current.get(), index);
+    if (input->getNextPacketForStream(current.get(), index))
+        return true;
+    // Taken for the end, it would make a shorter stream of this one.
+    if (input->getEndReason().code == AVERROR(ENOMEM))
+        checkResult(AVERROR(ENOMEM), {"PacketSource", 1});
+    return false;
 }
 
 const AVFormatContext& PacketSource::format() const {

@@ -23,6 +23,7 @@ public:
     void reopen();
 
     /// Goes to the next packet; false at the end, and when reading fails.
+    /// @throws tio::ffmpeg::Exception when it fails for want of memory
     [[nodiscard]] bool read();
 
     /// The packet that read() went to.

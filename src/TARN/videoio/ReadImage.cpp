@@ -46,7 +46,7 @@ public:
         if (!packet || !decoded)
             throw std::bad_alloc();
         checkResult(avformat_find_stream_info(&input, nullptr), at(48));
-        ffmpeg::compat::restoreRotateTags(input);
+        checkResult(ffmpeg::compat::restoreRotateTags(input), at(49));
         requirePictures();
         openCodec();
         decode();

@@ -192,9 +192,10 @@ inline bool isMp4Family(const AVFormatContext& context) {
 /// Gives every stream of a just opened input the "rotate" tag that the MP4 demuxer set up to
 /// FFmpeg 4.4, so that rotation is read in one way on every release: the angle by which a picture
 /// is turned clockwise, from 0 up to 360, printed with %g.
-inline void restoreRotateTags(AVFormatContext& context) {
+/// @returns a negative number when memory runs out: pictures would not be turned then
+[[nodiscard]] inline int restoreRotateTags(AVFormatContext& context) {
     if (!isMp4Family(context))
-        return;
+        return 0;
     for (unsigned i = 0; i < context.nb_streams; ++i) {
         AVStream& stream = *context.streams[i];
         const int32_t* matrix = displayMatrix(stream);
@@ -207,8 +208,11 @@ inline void restoreRotateTags(AVFormatContext& context) {
             clockwise += 360;
         std::array<char, 64> text{};
         std::snprintf(text.data(), text.size(), "%g", clockwise);
-        av_dict_set(&stream.metadata, "rotate", text.data(), 0);
+        const int set = av_dict_set(&stream.metadata, "rotate", text.data(), 0);
+        if (set < 0)
+            return set;
     }
+    return 0;
 }
 
 /// Whether it is known what the stream carries. Releases before 5.0 had a private field for it,

@@ -43,6 +43,8 @@ FilterInOutHandle openEnd(const char* name, AVFilterContext* filter) {
     if (!end)
         throw std::bad_alloc();
     end->name = av_strdup(name);
+    if (end->name == nullptr) // FFmpeg would compare it with the names in the chain
+        throw std::bad_alloc();
     end->filter_ctx = filter;
     end->pad_idx = 0;
     end->next = nullptr;
@@ -76,8 +78,10 @@ FfmpegVideoFilter::~FfmpegVideoFilter() = default;
 
 void FfmpegVideoFilter::connect(const std::string& description) {
     // Named from the chain's side: what the source puts out is where the chain begins.
-    AVFilterInOut* outputs = openEnd("in", source).release();
-    AVFilterInOut* inputs = openEnd("out", sink).release();
+    FilterInOutHandle begin = openEnd("in", source);
+    FilterInOutHandle finish = openEnd("out", sink);
+    AVFilterInOut* outputs = begin.release();
+    AVFilterInOut* inputs = finish.release();
     const int parsed =
         avfilter_graph_parse_ptr(graph.get(), description.c_str(), &inputs, &outputs, nullptr);
     // FFmpeg took what it used and left the rest in these lists.

@@ -75,6 +75,7 @@ InputContextHandle openInput(const std::string& url, InputWatch& watch) {
     checkOpening(opened, 60, url, watch);
     requireAllTaken(dictionary, watch.options, url);
     checkOpening(avformat_find_stream_info(input.get(), nullptr), 65, url, watch);
+    checkOpening(compat::restoreRotateTags(*input), 70, url, watch);
     return input;
 }
 
