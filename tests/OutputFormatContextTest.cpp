@@ -429,6 +429,16 @@ TEST_F(OutputFormatContextTest, ThrowsWhenAPacketCannotBeHeld) {
     expectFailure(AVERROR(ENOMEM), 135, [this] { write(0, 1, 0); });
 }
 
+TEST_F(OutputFormatContextTest, APacketThatCouldNotBeHeldIsNotWrittenWithTheNext) {
+    test::MuxerRecord muxer;
+    openWith({test::videoParameters()});
+    intercepted->av_packet_ref.instead = [](AVPacket*, const AVPacket*) { return AVERROR(ENOMEM); };
+    expectFailure(AVERROR(ENOMEM), 135, [this] { write(0, 1, 0); });
+    intercepted->av_packet_ref.instead = nullptr;
+    write(0, 1, 0);
+    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, 1);
+}
+
 TEST_F(OutputFormatContextTest, ThrowsWhenThePacketCannotBeWritten) {
     openWith({test::videoParameters()});
     intercepted->av_interleaved_write_frame.instead = [](AVFormatContext*, AVPacket* packet) {

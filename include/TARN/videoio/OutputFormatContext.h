@@ -71,7 +71,7 @@ public:
     void adopt(int streamIndex, const std::deque<OutputPacket>& packets);
 
     /// Says in one line of the log that so many packets cannot get into the file; nothing for 0.
-    void letGo(size_t count) const;
+    void letGo(size_t count) const noexcept;
 
     /// Completes and closes the file, after every stream and stream encoder on it is gone.
     /// Does nothing when no header was written, or the second time.

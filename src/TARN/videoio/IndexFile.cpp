@@ -152,9 +152,8 @@ public:
     explicit UnfinishedFile(const std::string& finalPath)
         : path(finalPath), unfinished(finalPath + ".unfinished") {}
     ~UnfinishedFile() {
-        std::error_code ignored;
         if (!unfinished.empty())
-            std::filesystem::remove(unfinished, ignored);
+            std::remove(unfinished.c_str()); // needs no memory
     }
     UnfinishedFile(const UnfinishedFile&) = delete;
     UnfinishedFile& operator=(const UnfinishedFile&) = delete;

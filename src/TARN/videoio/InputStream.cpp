@@ -78,8 +78,15 @@ Rational InputStream::getUnitTime() {
 }
 
 void InputStream::buildIndexWhenMissing() const {
-    if (frameNumToTimestamp.empty())
+    if (!frameNumToTimestamp.empty())
+        return;
+    try {
         buildIndex(Scan::Whole);
+    } catch (const std::bad_alloc&) { // the first part of an index would be taken for a whole one
+        frameNumToTimestamp.clear();
+        av_packet_unref(packet.get());
+        throw;
+    }
 }
 
 int64_t InputStream::getFrameCount() const {

@@ -6,6 +6,7 @@
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>
 
+#include <new>
 #include <string>
 #include <utility>
 
@@ -114,10 +115,15 @@ void OutputFormatContext::adopt(int streamIndex, const std::deque<OutputPacket>&
         adoptedPackets.push_back({streamIndex, packet});
 }
 
-void OutputFormatContext::letGo(size_t count) const {
-    if (count != 0)
+// Destructors say this, and must not fail for want of the memory of a line.
+void OutputFormatContext::letGo(size_t count) const noexcept {
+    if (count == 0)
+        return;
+    try {
         detail::logFailure(std::to_string(count) + " packets could not be written to \"" + path +
                            "\"");
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 void OutputFormatContext::writePacket(AVPacket& packet) {
@@ -164,7 +170,10 @@ void OutputFormatContext::writeOrHold(AVPacket& packet) {
         return;
     }
     pendingPackets.push_back(blankPacket());
-    detail::checkResult(av_packet_ref(&pendingPackets.back(), &packet), at(135));
+    const int referenced = av_packet_ref(&pendingPackets.back(), &packet);
+    if (referenced < 0)
+        pendingPackets.pop_back();
+    detail::checkResult(referenced, at(135));
     if (packet.stream_index != getReferenceStreamIndex())
         return;
     // A reference packet without a time leaves the origin unknown for those that follow.

@@ -23,10 +23,12 @@ constexpr detail::Location at(int number) {
 PacketEncoder::PacketEncoder(Rational unitTime, AVCodecID codecId)
     : timeBase(unitTime), lastPacketDts(AV_NOPTS_VALUE) {
     detail::initialiseOnce();
-    codecContext = avcodec_alloc_context3(findEncoder(codecId));
-    codecParameters = avcodec_parameters_alloc();
-    if (codecContext == nullptr || codecParameters == nullptr)
+    detail::CodecContextHandle context(avcodec_alloc_context3(findEncoder(codecId)));
+    detail::CodecParametersHandle parameters(avcodec_parameters_alloc());
+    if (!context || !parameters)
         throw std::bad_alloc();
+    codecContext = context.release();
+    codecParameters = parameters.release();
     codecContext->thread_count = static_cast<int>(std::thread::hardware_concurrency());
 }
 

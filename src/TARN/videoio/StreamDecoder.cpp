@@ -51,8 +51,8 @@ bool StreamDecoder::feedDecoder() {
         pendingPacket = inputStream.getNextPacket();
     if (!pendingPacket)
         return !packetDecoder().offerWouldBeAccepted();
-    if (packetDecoder().offerPacket(pendingPacket))
-        pendingPacket.reset();
+    if (packetDecoder().offerWouldBeAccepted()) // and kept there also when its codec fails to open
+        packetDecoder().offerPacket(std::exchange(pendingPacket, nullptr));
     return true;
 }
 
