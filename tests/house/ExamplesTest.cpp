@@ -55,6 +55,14 @@ TEST_F(Examples, ReadFramesSaysWhichFileIsMissing) {
     EXPECT_EQ(contentOf(output), "No such file or directory: " + missing + "\n");
 }
 
+// Any source will do; the tests of RTSP have a server.
+TEST_F(Examples, WatchCameraPrintsTheTimeOfEveryPictureAndWhyItEnded) {
+    ASSERT_EQ(run("watch_camera", clip), 0);
+    const auto lines = contentOf(output);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), frameCount + 1);
+    EXPECT_EQ(lines.substr(lines.find("24/25")), "24/25 s\nthe stream has ended\n");
+}
+
 TEST_F(Examples, ConvertImageTurnsAPhotoUpright) {
     const auto photo = folder.file("photo.jpg");
     tio::test::ImagePlan plan;
