@@ -21,7 +21,4 @@ private:
     int descriptor;
 };
 
-/// Log lines would only slow the fuzzer down.
-void silenceLog();
-
 } // namespace tio::fuzz

@@ -4,10 +4,10 @@
 #include "media/ClipMaker.h"
 #include "media/TemporaryFolder.h"
 
+#include <TARN/core/Exception.h>
 #include <TARN/videoio.h>
 
 #include <cstdint>
-#include <exception>
 #include <memory>
 
 namespace {
@@ -26,11 +26,6 @@ const std::string& clip() {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    tio::fuzz::silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     const tio::fuzz::MemoryFile file(bytes, count);
     auto input = std::make_shared<InputFormatContext>(clip());
@@ -38,13 +33,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     for (int attempt = 0; attempt < 2; ++attempt) { // what a failed load leaves is used as well
         try {
             stream.loadSeekingIndex(file.path());
-        } catch (const std::exception&) {
+        } catch (const tio::Exception&) {
         }
         try {
             (void)stream.getFrameMsMap();
             stream.seekToOrBefore(stream.getFrameCount() - 1);
             (void)stream.getNextPacket();
-        } catch (const std::exception&) {
+        } catch (const tio::Exception&) {
         }
     }
     return 0;
