@@ -218,6 +218,18 @@ TEST_F(OutputFormatContextTest, ThrowsWhenTheParametersCannotBeCopied) {
     EXPECT_FALSE(fileExists());
 }
 
+TEST_F(OutputFormatContextTest, AStreamWhoseParametersCannotBeCopiedIsNotAddedTwice) {
+    open(1);
+    intercepted->avcodec_parameters_copy.instead =
+        [](AVCodecParameters*, const AVCodecParameters*) { return AVERROR(ENOMEM); };
+    const auto parameters = test::videoParameters();
+    expectFailure(AVERROR(ENOMEM), 90, [&] { context->addStream(parameters.get()); });
+    intercepted->avcodec_parameters_copy.instead = nullptr;
+    EXPECT_THROW(context->addStream(parameters.get()), Exception);
+    EXPECT_EQ(intercepted->avformat_new_stream.count, 1);
+    EXPECT_TRUE(context->hasFailed()) << "encoders must not write their last packets";
+}
+
 TEST_F(OutputFormatContextTest, NoStreamCanBeAnnouncedOrAddedAfterTheHeader) {
     openWith({test::videoParameters()});
     const std::string message =

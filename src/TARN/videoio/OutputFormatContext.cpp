@@ -20,6 +20,14 @@ constexpr detail::Location at(int number) {
     return {"OutputFormatContext", number};
 }
 
+void describe(AVStream& stream, const AVCodecParameters& parameters, int rotation) {
+    detail::checkResult(avcodec_parameters_copy(stream.codecpar, &parameters), at(90));
+    stream.codecpar->codec_tag = 0; // the input's tag may mean something else in MP4
+    compat::dropDisplayMatrix(*stream.codecpar);
+    if (rotation != 0)
+        detail::checkResult(compat::setRotation(stream, rotation), at(91));
+}
+
 AVPacket blankPacket() {
     AVPacket packet;
     compat::makeBlank(packet);
@@ -74,30 +82,24 @@ int OutputFormatContext::addStream(const AVCodecParameters* parameters, int rota
         firstVideoStreamIndex = stream->id;
     if (firstAudioStreamIndex < 0 && parameters->codec_type == AVMEDIA_TYPE_AUDIO)
         firstAudioStreamIndex = stream->id;
-    detail::checkResult(avcodec_parameters_copy(stream->codecpar, parameters), at(90));
-    stream->codecpar->codec_tag = 0; // the input's tag may mean something else in MP4
-    compat::dropDisplayMatrix(*stream->codecpar);
-    if (rotation != 0)
-        detail::checkResult(compat::setRotation(*stream, rotation), at(91));
-    if (static_cast<uint32_t>(stream->id) == initializationState->expectedStreamCount - 1) {
-        openAndWriteHeader();
-        initializationState.reset();
-    }
-    return stream->id;
-}
-
-// A failure is remembered: FFmpeg cannot start over on the same context, and the stream that was
-// added last must not be added twice.
-void OutputFormatContext::openAndWriteHeader() {
+    // A failure is remembered: FFmpeg can neither take a stream away nor start over on the same
+    // context, and the stream must not be added twice.
     try {
-        detail::checkResult(
-            avio_open(&formatContext->pb, initializationState->path.c_str(), AVIO_FLAG_WRITE),
-            at(51));
-        detail::checkResult(avformat_write_header(formatContext, nullptr), at(56));
+        describe(*stream, *parameters, rotation);
+        if (static_cast<uint32_t>(stream->id) == initializationState->expectedStreamCount - 1)
+            openAndWriteHeader();
     } catch (...) {
         headerFailure = std::current_exception();
         throw;
     }
+    return stream->id;
+}
+
+void OutputFormatContext::openAndWriteHeader() {
+    detail::checkResult(
+        avio_open(&formatContext->pb, initializationState->path.c_str(), AVIO_FLAG_WRITE), at(51));
+    detail::checkResult(avformat_write_header(formatContext, nullptr), at(56));
+    initializationState.reset();
 }
 
 void OutputFormatContext::rethrowFailure() const {
