@@ -1,5 +1,9 @@
 #include "IndexData.h"
 
+#include "PacketScan.h"
+
+#include <cstdint>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace tio::ffmpeg::detail {
@@ -75,6 +79,17 @@ TEST(IndexDataTest, KnowsTheDecodingTimesOfKeyPacketsAlone) {
     const IndexData index = openGroups();
     EXPECT_EQ(index.dtsOfKey(4), 20);
     EXPECT_EQ(index.dtsOfKey(5), AV_NOPTS_VALUE);
+}
+
+// An index file that was tampered with may hold any distance, and no times.
+TEST(IndexDataTest, TimesThatLeaveTheirRangeWrapAround) {
+    constexpr int64_t quarter = int64_t{1} << 62; // of all numbers there are
+    IndexData index = openGroups();
+    index.pts.assign(8, AV_NOPTS_VALUE);
+    index.packets.resize(5);
+    index.frameTicks = quarter;
+    fillTimes(index);
+    EXPECT_THAT(index.ownTimes, testing::ElementsAre(0, quarter, INT64_MIN, -quarter, 0));
 }
 
 } // namespace

@@ -17,6 +17,7 @@ extern "C" {
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -151,6 +152,11 @@ TEST_F(VideoPacketEncoderTest, TheFrameHasTheEncodersFormatAndNoSpaceBetweenRows
     EXPECT_EQ(encoder->frame->format, AV_PIX_FMT_YUV420P);
     EXPECT_EQ(encoder->frame->pts, -1);
     EXPECT_THAT(encoder->getFrameTime(), IsFraction(-1, 30));
+}
+
+TEST_F(VideoPacketEncoderTest, ASizeThatCannotBeRoundedUpIsRefused) {
+    constexpr int largest = std::numeric_limits<int>::max();
+    EXPECT_THROW(open(largest, largest), Exception);
 }
 
 TEST_F(VideoPacketEncoderTest, OptionsAreSetInOrderTheCallersLastAndAscending) {

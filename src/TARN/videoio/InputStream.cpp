@@ -178,7 +178,8 @@ int64_t InputStream::seekToFrame(int64_t frame) const {
     // and a seek may land on a key frame behind the wanted picture. Once more, by the difference.
     if (landed > wanted && packet->dts != AV_NOPTS_VALUE && packet->dts < landed &&
         context()->isPtsSeekable())
-        return seekToTimestamp(detail::wrappingDifference(wanted, landed - packet->dts));
+        return seekToTimestamp(
+            detail::wrappingDifference(wanted, detail::wrappingDifference(landed, packet->dts)));
     return landed;
 }
 

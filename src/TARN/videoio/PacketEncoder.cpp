@@ -4,6 +4,7 @@
 #include "ffmpeg_compat.h"
 #include "initialise.h"
 #include "parseInteger.h"
+#include "ticks.h"
 
 #include <TARN/videoio/PacketEncoder.h>
 
@@ -136,7 +137,7 @@ OutputPacket PacketEncoder::takePacket(AVPacket& packet) {
 // time at all, and FFmpeg's reader drops such a picture.
 void PacketEncoder::giveVideoDuration(AVPacket& packet) {
     const bool first = lastPacketDts == AV_NOPTS_VALUE;
-    packet.duration = first ? 1 : packet.dts - lastPacketDts;
+    packet.duration = first ? 1 : detail::wrappingDifference(packet.dts, lastPacketDts);
     lastPacketDts = packet.dts;
 }
 

@@ -144,10 +144,11 @@ void fillTimes(IndexData& index) {
     // Where the first ones have none, back from the first that has one.
     const auto lead = static_cast<uint64_t>(firstKnown) * static_cast<uint64_t>(index.frameTicks);
     const int64_t known = firstKnown < count ? times[firstKnown] : static_cast<int64_t>(lead);
-    int64_t last = wrappingDifference(known, static_cast<int64_t>(lead) + index.frameTicks);
+    const int64_t step = index.frameTicks; // any number, in an index file that was tampered with
+    int64_t last = wrappingDifference(known, wrappingSum(static_cast<int64_t>(lead), step));
     for (int64_t& time : times) {
         if (time == AV_NOPTS_VALUE)
-            time = wrappingSum(last, index.frameTicks);
+            time = wrappingSum(last, step);
         last = time;
     }
     index.ownTimes = std::move(times);

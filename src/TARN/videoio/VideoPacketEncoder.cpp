@@ -6,6 +6,7 @@
 #include <TARN/videoio/VideoPacketEncoder.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -19,7 +20,8 @@ constexpr detail::Location at(int number) {
 }
 
 int evenUp(int value) {
-    return value + value % 2;
+    constexpr int largest = std::numeric_limits<int>::max(); // refused by the encoder
+    return value == largest ? value : value + value % 2;
 }
 
 /// The image with even sides, as 4:2:0 needs them.
