@@ -1,5 +1,6 @@
 #include "Interception.h"
 #include "WrittenFile.h"
+#include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
 #include "media/Encoding.h"
 #include "media/LogCapture.h"
@@ -7,6 +8,7 @@
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/Exception.h>
+#include <TARN/videoio/InputStream.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,6 +45,37 @@ protected:
              frame = decoder.readNextFrame())
             frames.push_back(frame);
         return frames;
+    }
+
+    // A WAV file of so many blocks of IMA ADPCM, all silent.
+    static std::vector<uint8_t> adpcmWave(uint32_t blocks) {
+        constexpr uint32_t blockBytes = 1024;
+        constexpr uint32_t rate = 48000;
+        const uint32_t samples = (blockBytes - 4) * 2 + 1;
+        std::vector<uint8_t> bytes;
+        const auto text = [&bytes](const std::string& letters) {
+            bytes.insert(bytes.end(), letters.begin(), letters.end());
+        };
+        const auto number = [&bytes](uint32_t value, int count) {
+            for (int i = 0; i < count; ++i)
+                bytes.push_back(static_cast<uint8_t>(value >> 8 * i));
+        };
+        text("RIFF");
+        number(40 + blocks * blockBytes, 4);
+        text("WAVEfmt ");
+        number(20, 4);
+        number(0x11, 2); // IMA ADPCM
+        number(1, 2);    // channel
+        number(rate, 4);
+        number(rate * blockBytes / samples, 4);
+        number(blockBytes, 2);
+        number(4, 2); // bits a sample
+        number(2, 2); // bytes follow
+        number(samples, 2);
+        text("data");
+        number(blocks * blockBytes, 4);
+        bytes.resize(bytes.size() + blocks * blockBytes);
+        return bytes;
     }
 
     static std::vector<float> samplesOf(const AudioPacketDecoder::Frame& frame) {
@@ -170,6 +203,18 @@ TEST_F(AudioStreamDecoderTest, SeekToZeroAfterTheEndGivesEverythingAgain) {
     const auto again = readAll(*decoder);
     ASSERT_THAT(again, SizeIs(first.size()));
     EXPECT_EQ(again.back().timestamp, first.back().timestamp);
+}
+
+// Four blocks to a packet, of which only the first has a time: the others are dropped, and with
+// them in the codec the end must not be told of, since the last packet would go with it.
+TEST_F(AudioStreamDecoderTest, TheLastPacketIsDecodedThoughFramesToBeDroppedAreBeforeIt) {
+    const std::string path = folder.file("adpcm.wav");
+    test::writeBytes(path, adpcmWave(24));
+    auto decoder = open(path);
+    const auto frames = readAll(*decoder);
+    ASSERT_EQ(static_cast<int64_t>(frames.size()), decoder->getFrameCount());
+    const auto input = std::make_shared<InputFormatContext>(path);
+    EXPECT_EQ(frames.back().timestamp, InputStream(input, 0).getFrameMsMap().back());
 }
 
 TEST_F(AudioStreamDecoderTest, CopiesOfAFrameShareItsSamples) {

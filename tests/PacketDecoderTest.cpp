@@ -359,6 +359,23 @@ TEST_F(PacketDecoderTest, AnyOtherAnswerToAPacketThrowsAndLeavesItWaiting) {
     EXPECT_FALSE(decoder.offerWouldBeAccepted());
 }
 
+TEST_F(PacketDecoderTest, OnlyAPacketThatTheCodecFailedAtIsSkipped) {
+    openClip();
+    decoder.offerPacket(stream->getNextPacket());
+    decoder.skipFailedPacket();
+    EXPECT_FALSE(decoder.offerWouldBeAccepted()) << "it has not been tried yet";
+    for (const auto& [answer, goes] : {std::pair(AVERROR(EAGAIN), false), {AVERROR(EIO), true}}) {
+        intercepted->avcodec_send_packet.instead =
+            [code = answer](AVCodecContext*, const AVPacket*) { return code; };
+        try {
+            decoder.receiveFrame();
+        } catch (const Exception&) { // tested above
+        }
+        decoder.skipFailedPacket();
+        EXPECT_EQ(decoder.offerWouldBeAccepted(), goes);
+    }
+}
+
 TEST_F(PacketDecoderTest, AFailureWhileReceivingThrows) {
     openClip();
     decoder.offerPacket(stream->getNextPacket());

@@ -4,6 +4,7 @@
 #include "media/LogCapture.h"
 #include "media/TemporaryFolder.h"
 
+#include <TARN/videoio/Exception.h>
 #include <TARN/videoio/StreamDecoder.h>
 
 #include <gmock/gmock.h>
@@ -152,6 +153,22 @@ TEST_F(StreamDecoderTest, AsksForFramesAtTheEndWhileAPacketCouldNotBeSubmitted) 
         return packet != nullptr && busy-- > 0 ? AVERROR(EAGAIN) : take(codec, packet);
     };
     EXPECT_EQ(decoder->read(), 0) << "the end was declared before the packet was taken";
+}
+
+// As decoders of sound do with some damage, they fail at such a packet each time that they get it.
+TEST_F(StreamDecoderTest, ReadsOnBehindAPacketThatTheCodecFailsAtOtherThanAsInvalid) {
+    scriptCodec(0);
+    test::PacketScript script({{0, 0}, {1, 1}, {2, 2}, {3, 3}});
+    const auto take = intercepted->avcodec_send_packet.instead;
+    intercepted->avcodec_send_packet.instead = [&, take](AVCodecContext* codec,
+                                                         const AVPacket* packet) {
+        return packet != nullptr && packet->pts == 1 ? AVERROR(EIO) : take(codec, packet);
+    };
+    EXPECT_EQ(decoder->read(), 0);
+    EXPECT_THROW(decoder->read(), Exception);
+    EXPECT_EQ(decoder->read(), 2);
+    EXPECT_EQ(decoder->read(), 3);
+    EXPECT_EQ(decoder->read(), TimeStreamDecoder::none);
 }
 
 TEST_F(StreamDecoderTest, SeekToZeroOnAFreshDecoderSkipsNothing) {

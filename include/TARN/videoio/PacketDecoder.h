@@ -48,6 +48,14 @@ public:
     /// Whether everything came out after end(). Only flush() makes the decoder take packets again.
     [[nodiscard]] bool isDrained() const { return drained; }
 
+    /// Lets go of a packet at which the codec failed with an exception, so that the next one may
+    /// follow; otherwise it is tried again. One that merely waits stays.
+    void skipFailedPacket();
+
+    /// Whether the last frame asked for did not come because it was dropped: the codec may hold
+    /// more, and end() would lose packets that it has not looked at yet.
+    [[nodiscard]] bool hasDroppedFrame() const { return dropped; }
+
     /// Takes the next frame without converting it, as when seeking forward.
     /// @returns whether there was one
     /// @throws tio::ffmpeg::Exception as reading the frame would
@@ -74,9 +82,6 @@ protected:
 
     /// The same for every frame, also those whose time does not follow.
     bool receiveAnyFrame();
-
-    /// Lets go of the packet that is waiting, as when the codec will not have it.
-    void dropPendingPacket() { pendingPacket.reset(); }
 
     /// How many packets the codec refused as invalid and were passed over.
     [[nodiscard]] int64_t getInvalidPacketCount() const { return invalidPackets; }
@@ -105,7 +110,9 @@ private:
     std::shared_ptr<InputPacket> pendingPacket; // accepted, not yet taken by the codec
     int64_t lastPresentationTime;
     bool drained = false;
-    bool prepared = false; // onCodecOpened() went through
+    bool dropped = false;
+    bool prepared = false;   // onCodecOpened() went through
+    bool sendFailed = false; // of the pending packet
     bool outOfMemory = false;
     int threads; // 0: one per core
     int64_t invalidPackets = 0;

@@ -75,7 +75,7 @@ bool FrameDecoder::receive() {
             return true;
         } catch (const Exception&) {
             noteFailure();
-            dropPendingPacket(); // is still there when sending it is what failed
+            skipFailedPacket();
         }
     }
     return false;

@@ -86,6 +86,7 @@ void PacketDecoder::prepareOnce() {
 }
 
 bool PacketDecoder::receiveAnyFrame() {
+    dropped = false;
     if (!codecContext)
         return false;
     sendPendingPacket();
@@ -102,13 +103,15 @@ bool PacketDecoder::receiveFrame() {
     if (!receiveAnyFrame())
         return false;
     // Never two frames of the same or a falling time; an unknown time is the smallest there is.
-    if (frame->pts <= lastPresentationTime)
+    dropped = frame->pts <= lastPresentationTime;
+    if (dropped)
         return false;
     lastPresentationTime = frame->pts;
     return true;
 }
 
 void PacketDecoder::sendPendingPacket() {
+    sendFailed = false;
     if (!pendingPacket)
         return;
     prepareOnce();
@@ -120,9 +123,16 @@ void PacketDecoder::sendPendingPacket() {
         std::cerr << "Invalid data found, attempting to continue\n";
         ++invalidPackets;
     } else {
+        sendFailed = result < 0 && !outOfMemory; // which says nothing of the packet
         detail::checkResult(result, at(138));
     }
     pendingPacket.reset();
+}
+
+void PacketDecoder::skipFailedPacket() {
+    if (sendFailed)
+        pendingPacket.reset();
+    sendFailed = false;
 }
 
 void PacketDecoder::end() {
@@ -144,6 +154,8 @@ void PacketDecoder::flush() {
     }
     pendingPacket.reset();
     drained = false;
+    dropped = false;
+    sendFailed = false;
     lastPresentationTime = AV_NOPTS_VALUE;
 }
 

@@ -40,8 +40,15 @@ void StreamDecoder::seek(int64_t frame) {
         pumpFrame(FrameUse::Skip);
 }
 
+// A packet that fails is told of once. FFmpeg would fail at it again, and nothing behind it come
+// out.
 bool StreamDecoder::takeFrame(FrameUse use) {
-    return use == FrameUse::Keep ? frameReady() : packetDecoder().skipNextFrame();
+    try {
+        return use == FrameUse::Keep ? frameReady() : packetDecoder().skipNextFrame();
+    } catch (...) {
+        packetDecoder().skipFailedPacket();
+        throw;
+    }
 }
 
 // Gives the decoder the stream's next packet, or again the one that it refused last time.
@@ -63,6 +70,9 @@ bool StreamDecoder::pumpFrame(FrameUse use) {
         more = feedDecoder();
         if (takeFrame(use))
             return true;
+        // A codec that has put out a frame to be dropped may not have looked at the last packet
+        // yet, and FFmpeg lets go of such a packet when it is told of the end.
+        more = more || packetDecoder().hasDroppedFrame();
         // A live source may go on after its end; a drained codec takes nothing, so do not wait.
     } while (more && !packetDecoder().isDrained());
     packetDecoder().end();
