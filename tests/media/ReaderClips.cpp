@@ -2,6 +2,7 @@
 
 #include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
+#include "media/Ffmpeg.h"
 
 #include <utility>
 
@@ -66,6 +67,27 @@ void makeWithLyingKeys(const std::string& path) {
     writePackets(path, "matroska", {track});
 }
 
+/// In AVI a palette goes before the first picture that it is for, and stays.
+void makePaletted(const std::string& path) {
+    constexpr int width = 32;
+    constexpr int height = 16;
+    constexpr int colours = 256;
+    Track track = bareVideoTrack(AV_CODEC_ID_RAWVIDEO, width, height, {1, 25});
+    track.parameters->format = AV_PIX_FMT_PAL8;
+    track.parameters->bits_per_coded_sample = 8;
+    for (int number = 0; number < 12; ++number) {
+        RawPacket packet;
+        packet.pts = packet.dts = number;
+        for (int pixel = 0; pixel < width * height; ++pixel)
+            packet.data.push_back(static_cast<uint8_t>(pixel * 3 + number * 7));
+        for (int colour = 0; colour < colours; ++colour)
+            for (const int part : {colour, 255 - colour, colour * 5, 255})
+                packet.data.push_back(static_cast<uint8_t>(part));
+        track.packets.push_back(packet);
+    }
+    writePackets(path, "avi", {track});
+}
+
 void makeDamaged(const std::string& path) {
     ClipPlan plan;
     plan.frameCount = 40;
@@ -103,6 +125,7 @@ const std::vector<MadeClip>& readerClips() {
         {"WithoutFirstKey", "ts", every, makeWithoutFirstKey},
         {"AcrossClockWrap", "ts", every, makeAcrossClockWrap},
         {"LyingKeys", "mkv", every, makeWithLyingKeys},
+        {"PaletteComesOnce", "avi", every, makePaletted},
         {"DamagedInTheMiddle", "mp4", every, makeDamaged},
     };
     return clips;

@@ -58,6 +58,22 @@ void addPacket(IndexData& index, const AVPacket& packet, const PacketFacts& fact
     index.flags.push_back(flagsOf(packet, facts));
 }
 
+/// Whether a packet brings what all that follow need as well, and what its container gives but
+/// once.
+bool bringsPalette(const AVPacket& packet) {
+    return std::any_of(
+        packet.side_data, packet.side_data + packet.side_data_elems,
+        [](const AVPacketSideData& data) { return data.type == AV_PKT_DATA_PALETTE; });
+}
+
+/// Leaves the start of the stream as the only place to decode from.
+void dropLaterKeys(IndexData& index) {
+    if (!index.keys.empty()) {
+        index.keys.resize(1);
+        index.keyDts.resize(1);
+    }
+}
+
 /// What InputStream works out of the same packets, for the bare index.
 class PtsDtsDifference {
 public:
@@ -88,10 +104,12 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     const int64_t total = io != nullptr ? std::max<int64_t>(avio_size(io), 0) : 0;
     PtsDtsDifference difference;
     int64_t latest = AV_NOPTS_VALUE;
+    bool palette = false;
     while (source.read()) {
         const AVPacket& packet = source.packet();
         addPacket(index, packet, inspector.inspect(packet));
         difference.note(packet);
+        palette = palette || bringsPalette(packet);
         scan.damaged = scan.damaged || (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
         if (packet.pts >= latest && !index.hasFlag(index.packetCount() - 1, IndexData::discarded)) {
             latest = packet.pts;
@@ -105,6 +123,8 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     if (index.lastTicks <= 0)
         index.lastTicks = index.frameTicks;
     dropLayers(index.flags, inspector.highestLayer());
+    if (palette)
+        dropLaterKeys(index);
     scan.damaged = scan.damaged || inspector.hasDamage();
     scan.fieldsApart = inspector.hasFieldsApart();
     index.notes.mayLeaveOut = inspector.mayLeaveOut();
