@@ -20,7 +20,7 @@ namespace {
 constexpr auto moment = std::chrono::microseconds(200);
 
 /// A folder into which the program writes pictures large enough to catch it at it.
-class InterruptionTest : public testing::TestWithParam<int> {
+class Interruption : public testing::Test {
 protected:
     void makeLargeClip() {
         ClipPlan plan;
@@ -60,6 +60,8 @@ protected:
     std::string frames = folder.file("frames");
 };
 
+class InterruptionTest : public Interruption, public testing::WithParamInterface<int> {};
+
 TEST_P(InterruptionTest, RemovesTheFileThatIsBeingWritten) {
     makeLargeClip();
     fs::create_directory(frames);
@@ -84,6 +86,21 @@ TEST_P(InterruptionTest, EndsAReadThatIsStuck) {
     program.send(GetParam());
     EXPECT_EQ(program.result().exitCode, 128 + GetParam());
     ::close(writer);
+}
+
+// Nobody can clear up after that, but what was there before has to be there still.
+TEST_F(Interruption, ByAKillLeavesTheOldFileAndAPartBesideIt) {
+    makeLargeClip();
+    fs::create_directory(frames);
+    const std::string out = frames + "/out.mp4";
+    const std::vector<uint8_t> before = {1, 2, 3};
+    writeBytes(out, before);
+    RunningProgram program({"transcode", clip, out});
+    ASSERT_TRUE(catchWriting(program));
+    program.send(SIGKILL);
+    EXPECT_EQ(program.result().exitCode, 128 + SIGKILL);
+    EXPECT_EQ(readBytes(out), before);
+    EXPECT_TRUE(holdsPartialFile());
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, InterruptionTest, testing::Values(SIGINT, SIGTERM, SIGHUP));

@@ -1,6 +1,7 @@
 #include "PacketSource.h"
 
 #include "InputAccess.h"
+#include "SourceIdentity.h"
 #include "checks.h"
 
 #include <new>
@@ -17,6 +18,8 @@ PacketSource::PacketSource(std::shared_ptr<InputFormatContext> opened, int strea
 
 void PacketSource::reopen() {
     av_packet_unref(current.get());
+    if (isPipe(origin->getUrl()))
+        failPlainly("\"" + origin->getUrl() + "\" is a pipe, which cannot be opened once more");
     input = InputAccess::reopen(*origin);
     ++openings;
     if (index >= input->getStreamCount())

@@ -5,9 +5,11 @@
 #include "hash.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 #include <vector>
 
 namespace tio::ffmpeg::detail {
@@ -29,8 +31,9 @@ class Source {
 public:
     explicit Source(const std::string& givenUrl)
         : url(givenUrl), file(std::fopen(pathOf(url).c_str(), "rb")) {
-        require(file != nullptr && ::fstat(::fileno(file.get()), &status) == 0 &&
-                isFileWithBytes(status));
+        if (file == nullptr)
+            fail(std::generic_category().message(errno));
+        require(::fstat(::fileno(file.get()), &status) == 0 && isFileWithBytes(status));
     }
 
     [[nodiscard]] SourceIdentity identity() const {
@@ -62,7 +65,11 @@ private:
 
     void require(bool condition) const {
         if (!condition)
-            failPlainly("Could not identify \"" + url + "\": it is no file that can be read");
+            fail("it is no file that can be read");
+    }
+
+    [[noreturn]] void fail(const std::string& reason) const {
+        failPlainly("Could not identify \"" + url + "\": " + reason);
     }
 
     const std::string& url;
@@ -71,6 +78,11 @@ private:
 };
 
 } // namespace
+
+bool isPipe(const std::string& url) {
+    struct stat status {};
+    return ::stat(pathOf(url).c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
 
 SourceIdentity SourceIdentity::of(const std::string& url) {
     return Source(url).identity();

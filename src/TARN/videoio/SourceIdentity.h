@@ -31,4 +31,8 @@ struct SourceIdentity {
     [[nodiscard]] Likeness compareWith(const std::string& url) const;
 };
 
+/// Whether what FFmpeg opens under this URL can be read once only: opening it again would wait for
+/// another writer, for ever if none comes.
+[[nodiscard]] bool isPipe(const std::string& url);
+
 } // namespace tio::ffmpeg::detail
