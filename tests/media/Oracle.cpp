@@ -54,9 +54,12 @@ public:
 private:
     void send(const AVPacket* packet) {
         const int result = avcodec_send_packet(decoder.get(), packet);
-        const bool passed = result == AVERROR_INVALIDDATA && options.skipDamaged;
-        if (!passed && !options.everyPicture)
+        if (!passesOver(result))
             check(result, "decoding a packet");
+    }
+
+    [[nodiscard]] bool passesOver(int result) const {
+        return result < 0 && (options.skipDamaged || options.everyPicture);
     }
 
     void receiveAll() {
@@ -65,7 +68,7 @@ private:
             const int result = avcodec_receive_frame(decoder.get(), frame.get());
             if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
                 return;
-            if (result < 0 && options.everyPicture) {
+            if (passesOver(result)) {
                 ++failures;
                 continue;
             }
@@ -79,6 +82,8 @@ private:
 
     void keepFrame() {
         const int64_t pts = frame->pts;
+        if (options.freshBuffers)
+            kept.emplace_back(checkFound(av_frame_clone(frame.get()), "reference"));
         const AVRational timeBase = demuxer.stream().time_base;
         if (options.wanted && !options.wanted(frames.size())) {
             frames.push_back({pts, timeBase.num, timeBase.den, frame->width, frame->height, 0, {}});
@@ -106,6 +111,7 @@ private:
     std::optional<OracleRotator> rotator;
     int64_t lastPts = AV_NOPTS_VALUE; // the smallest of all values
     std::vector<OracleFrame> frames;
+    std::vector<FramePointer> kept;
 };
 
 } // namespace

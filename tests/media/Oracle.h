@@ -51,11 +51,15 @@ struct OracleOptions {
     int threads = 0;          ///< of the decoder; 0: as many as the machine has
     bool keepPixels = false;  ///< otherwise only the hash of each picture is kept
     bool rotate = true;       ///< turn pictures upright
-    bool skipDamaged = false; ///< go on after a packet that the decoder refuses as invalid data
+    bool skipDamaged = false; ///< go on after whatever the decoder fails at
 
-    /// Leave nothing out: neither pictures without a time, nor those whose time does not rise. The
-    /// decoder's failures are passed over as well.
+    /// Leave nothing out: neither pictures without a time, nor those whose time does not rise, nor
+    /// those behind a failure.
     bool everyPicture = false;
+
+    /// Keep the memory of every picture to the end, so that none is used for another. What a
+    /// decoder leaves unwritten in a damaged picture is what the memory held before.
+    bool freshBuffers = false;
 
     /// Numbers of the pictures to convert and hash; all when empty. Others have the hash 0.
     std::function<bool(std::size_t)> wanted;

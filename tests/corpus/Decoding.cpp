@@ -1,0 +1,152 @@
+#include "Decoding.h"
+
+#include "Direct.h"
+#include "Entries.h"
+#include "HashedPicture.h"
+#include "media/Oracle.h"
+
+#include <TARN/videoio/AudioStreamDecoder.h>
+#include <TARN/videoio/InputStream.h>
+#include <TARN/videoio/VideoStreamDecoder.h>
+
+#include <exception>
+#include <memory>
+
+namespace tio::survey {
+
+namespace {
+
+using ffmpeg::InputFormatContext;
+using ffmpeg::PixelFormat;
+
+// A decoder that is being emptied gives one picture per call, and none for one that it drops.
+constexpr int mostEmptyReads = 64;
+constexpr int mostFailures = 64;
+
+/// Reads on until nothing comes any more, past whatever fails; throws only where every further call
+/// fails. `read` returns whether something came.
+template <typename Read>
+void readToTheEnd(Read&& read) {
+    int failures = 0;
+    for (int empty = 0; empty < mostEmptyReads;) {
+        try {
+            empty = read() ? 0 : empty + 1;
+            failures = 0;
+        } catch (const tio::Exception&) {
+            if (++failures == mostFailures)
+                throw;
+        }
+    }
+}
+
+std::string pictureText(const ffmpeg::VideoPacketDecoder::Frame& frame, PixelFormat format) {
+    const test::HashedPicture picture = test::hashedPicture(frame, format);
+    return pictureLine(timeText(frame.timestamp), picture.width, picture.height, picture.hash);
+}
+
+void tellDirectly(const std::string& path, PixelFormat format, bool freshBuffers, Facts& facts) {
+    test::OracleOptions options;
+    options.format =
+        format == PixelFormat::RGB ? test::OracleFormat::Rgb : test::OracleFormat::Nv12;
+    options.skipDamaged = true;
+    options.freshBuffers = freshBuffers;
+    for (const test::OracleFrame& frame : test::oracleFrames(path, options))
+        facts.push_back(pictureLine(timeText(frame.pts, {frame.timeBaseNum, frame.timeBaseDen}),
+                                    frame.width, frame.height, frame.hash));
+}
+
+Verdict judgePictures(const std::string& path, PixelFormat format, const Account& ours) {
+    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, format, false, facts); });
+    Verdict verdict = judgeDecoding(ours, direct);
+    if (verdict.outcome != Outcome::Differs)
+        return verdict;
+    const auto again = accountOf([&](Facts& facts) { tellDirectly(path, format, true, facts); });
+    if (again.facts != direct.facts)
+        verdict.note += "; " + unsteady;
+    return verdict;
+}
+
+void tellByStream(const std::string& path, PixelFormat format, Facts& facts) {
+    ffmpeg::VideoStreamDecoder decoder(std::make_shared<InputFormatContext>(path), format);
+    readToTheEnd([&] {
+        const auto frame = decoder.readNextFrame();
+        if (frame.frame)
+            facts.push_back(pictureText(frame, format));
+        return frame.frame != nullptr;
+    });
+}
+
+Verdict decodeAs(const std::string& path, PixelFormat format) {
+    return judgePictures(path, format,
+                         accountOf([&](Facts& facts) { tellByStream(path, format, facts); }));
+}
+
+// As an application would that brings its own loop: packets in, pictures out.
+void tellByPackets(const std::string& path, Facts& facts) {
+    const auto input = std::make_shared<InputFormatContext>(path);
+    ffmpeg::InputStream stream(input, input->findBestVideoStreamIndex());
+    ffmpeg::VideoPacketDecoder decoder;
+    const auto take = [&] {
+        const auto frame = decoder.readNextFrame();
+        if (frame.frame)
+            facts.push_back(pictureText(frame, PixelFormat::RGB));
+        return frame.frame != nullptr;
+    };
+    auto packet = stream.getNextPacket();
+    bool ended = false;
+    readToTheEnd([&] {
+        decoder.skipFailedPacket();
+        if (packet && decoder.offerPacket(packet))
+            packet = stream.getNextPacket();
+        else if (!packet && !ended && decoder.offerWouldBeAccepted()) {
+            ended = true;
+            decoder.end();
+        }
+        return take() || packet != nullptr;
+    });
+}
+
+void tellSoundOfLibrary(const std::string& path, Facts& facts) {
+    ffmpeg::AudioStreamDecoder decoder(std::make_shared<InputFormatContext>(path));
+    readToTheEnd([&] {
+        const auto block = decoder.readNextFrame();
+        if (block.samples.count != 0)
+            facts.push_back(soundLine(timeText(block.timestamp), block.samples.rows(),
+                                      block.samples.cols(), block.sampleRate,
+                                      block.samples.data()));
+        return block.samples.count != 0;
+    });
+}
+
+} // namespace
+
+std::string pictureLine(const std::string& time, int width, int height, uint64_t hash) {
+    return "time " + time + ", " + std::to_string(width) + "x" + std::to_string(height) +
+           ", picture " + std::to_string(hash);
+}
+
+const std::string unsteady = "FFmpeg's own pictures differ with what memory held before";
+
+void tellPictures(const std::string& path, PixelFormat format, Facts& facts) {
+    tellDirectly(path, format, false, facts);
+}
+
+Verdict decodeRgb(const std::string& path, const std::string&) {
+    return decodeAs(path, PixelFormat::RGB);
+}
+
+Verdict decodeNv12(const std::string& path, const std::string&) {
+    return decodeAs(path, PixelFormat::NV12);
+}
+
+Verdict packetDecoder(const std::string& path, const std::string&) {
+    return judgePictures(path, PixelFormat::RGB,
+                         accountOf([&](Facts& facts) { tellByPackets(path, facts); }));
+}
+
+Verdict decodeSound(const std::string& path, const std::string&) {
+    return judgeDecoding(accountOf([&](Facts& facts) { tellSoundOfLibrary(path, facts); }),
+                         accountOf([&](Facts& facts) { tellSound(path, facts); }));
+}
+
+} // namespace tio::survey

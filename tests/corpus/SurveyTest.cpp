@@ -1,0 +1,152 @@
+#include "Survey.h"
+
+#include "media/ByteEdits.h"
+#include "media/ClipTable.h"
+#include "media/ReaderClips.h"
+#include "media/TemporaryFolder.h"
+
+#include <TARN/logging/log.h>
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// @file
+/// The survey over a few small clips, so that neither it nor what it looks at breaks unseen; and
+/// that it sees differences at all.
+
+namespace tio::survey {
+namespace {
+
+Account found(const Facts& facts) {
+    return {facts, {}, false};
+}
+
+Account failed(const Facts& facts, const std::string& text) {
+    return {facts, text, false};
+}
+
+TEST(JudgeTest, TheSameLinesAreEqual) {
+    EXPECT_EQ(judge(found({"a", "b"}), found({"a", "b"})).outcome, Outcome::Equal);
+}
+
+TEST(JudgeTest, AnotherLineDiffersAndIsQuoted) {
+    const Verdict verdict = judge(found({"a", "x"}), found({"a", "b"}));
+    EXPECT_EQ(verdict.outcome, Outcome::Differs);
+    EXPECT_EQ(verdict.note, "1 of 2 lines, the first: x instead of b");
+}
+
+TEST(JudgeTest, AMissingLineDiffers) {
+    EXPECT_EQ(judge(found({"a"}), found({"a", "b"})).outcome, Outcome::Differs);
+}
+
+TEST(JudgeTest, WhatBothRefuseIsRefused) {
+    EXPECT_EQ(judge(failed({}, "no"), failed({}, "nein")).outcome, Outcome::Refused);
+}
+
+TEST(JudgeTest, WhatOneOfThemRefusesDiffers) {
+    EXPECT_EQ(judge(failed({}, "no"), found({})).outcome, Outcome::Differs);
+    EXPECT_EQ(judge(found({}), failed({}, "nein")).outcome, Outcome::Differs);
+}
+
+TEST(JudgeTest, OnlyDecodingMayBreakOff) {
+    EXPECT_EQ(judge(failed({"a"}, "no"), found({"a", "b"})).outcome, Outcome::Differs);
+    EXPECT_EQ(judgeDecoding(failed({"a"}, "no"), found({"a", "b"})).outcome, Outcome::Refused);
+    EXPECT_EQ(judgeDecoding(failed({"x"}, "no"), found({"a", "b"})).outcome, Outcome::Differs);
+}
+
+TEST(JudgeTest, AnExceptionThatIsNotOursDiffers) {
+    const auto ours = accountOf([](Facts&) { throw std::length_error("vector"); });
+    EXPECT_TRUE(ours.foreign);
+    EXPECT_EQ(judge(ours, failed({}, "nein")).outcome, Outcome::Differs);
+}
+
+/// A clip, and the entry points at which it is known to differ.
+struct SurveyedClip {
+    std::string name;
+    std::vector<std::string> differing;
+};
+
+class SurveyTest : public ::testing::TestWithParam<SurveyedClip> {
+protected:
+    void SetUp() override {
+        log::setSink([](const auto&, auto, const auto&) {});
+        for (const auto* clips : {&test::madeClips(), &test::readerClips()}) {
+            for (const test::MadeClip& clip : *clips) {
+                if (clip.name == GetParam().name) {
+                    path = folder.file("clip." + clip.extension);
+                    clip.make(path);
+                }
+            }
+        }
+        ASSERT_FALSE(path.empty()) << "no clip " << GetParam().name;
+    }
+    void TearDown() override { log::setSink({}); }
+
+    test::TemporaryFolder folder;
+    std::string path;
+};
+
+TEST_P(SurveyTest, FindsWhatFfmpegFinds) {
+    std::vector<std::string> differing;
+    ::testing::internal::CaptureStderr(); // damaged packets are told there
+    for (const EntryPoint& entry : entryPoints()) {
+        const Verdict verdict = entry.examine(path, folder.path().string());
+        if (verdict.outcome != Outcome::Differs)
+            continue;
+        differing.push_back(entry.name);
+        const auto& known = GetParam().differing;
+        EXPECT_NE(std::find(known.begin(), known.end(), entry.name), known.end())
+            << entry.name << ": " << verdict.note;
+    }
+    ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(differing, GetParam().differing);
+}
+
+// Seeking counts pictures: the count is off where not every packet gives one after a seek.
+INSTANTIATE_TEST_SUITE_P(
+    Clips, SurveyTest,
+    ::testing::Values(SurveyedClip{"BFrames", {}}, SurveyedClip{"WithAudio", {}},
+                      SurveyedClip{"OpenGop", {"seek"}}, SurveyedClip{"CutByEditList", {}},
+                      SurveyedClip{"Fragmented", {}}, SurveyedClip{"Turned90", {}},
+                      SurveyedClip{"Odd444", {}}, SurveyedClip{"Matroska", {}},
+                      SurveyedClip{"MpegTs", {"seek"}}, SurveyedClip{"Mpeg4InAvi", {}},
+                      SurveyedClip{"EmptyPacket", {}}, SurveyedClip{"RawH264", {}},
+                      SurveyedClip{"PaletteComesOnce", {}}),
+    [](const auto& clip) { return clip.param.name; });
+
+class NoClipTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        log::setSink([](const auto&, auto, const auto&) {});
+    }
+    void TearDown() override { log::setSink({}); }
+
+    /// What each entry point makes of these bytes; H.264 helpers take any.
+    void expectRefused(const std::vector<uint8_t>& bytes) {
+        const std::string path = folder.file("clip.mp4");
+        test::writeBytes(path, bytes);
+        for (const EntryPoint& entry : entryPoints()) {
+            const Verdict verdict = entry.examine(path, folder.path().string());
+            const bool helpers = entry.name == "H.264 helpers";
+            EXPECT_EQ(nameOf(verdict.outcome), helpers ? "equal" : "refused")
+                << entry.name << ": " << verdict.note;
+        }
+    }
+
+    test::TemporaryFolder folder;
+};
+
+TEST_F(NoClipTest, AnEmptyFileIsRefusedEverywhere) {
+    expectRefused({});
+}
+
+TEST_F(NoClipTest, ATextIsRefusedEverywhere) {
+    const std::string text = "This is a text and no clip.\n";
+    expectRefused({text.begin(), text.end()});
+}
+
+} // namespace
+} // namespace tio::survey
