@@ -151,6 +151,9 @@ JobFiles::JobFiles(const std::string& folder)
 
 void JobFiles::make() const {
     ClipPlan plan;
+    // Large enough for the allocator of matrices to keep their memory for other threads.
+    plan.width = 256;
+    plan.height = 144;
     plan.audio = true;
     plan.rotation = 90;
     makeClip(clip, plan);
