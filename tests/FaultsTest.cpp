@@ -412,13 +412,11 @@ protected:
         std::signal(SIGPIPE, SIG_IGN); // the writer may find nobody at the other end
         test::ClipPlan plan;
         plan.format = "mpegts";
-        plan.width = 320;
-        plan.height = 240;
         plan.frameCount = 60;
-        plan.encoderOptions = {{"qp", "8"}};
+        plan.muxerOptions = {{"muxrate", "3000000"}}; // bits a second, filled up
         test::makeClip(clip, plan);
         bytes = test::readBytes(clip);
-        ASSERT_GT(bytes.size(), 200000u) << "more than FFmpeg keeps in memory";
+        ASSERT_GT(bytes.size(), 200000u) << "more than a pipe holds";
         ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     }
     void TearDown() override {
@@ -472,13 +470,17 @@ TEST_F(PipeTest, APipeWithoutAByteIsNoClip) {
     EXPECT_EQ(test::thrownText<Exception>([this] { InputFormatContext{pipe}; }), invalidData(pipe));
 }
 
-TEST_F(PipeTest, FramesOfAPipeCannotBeCounted) {
+// FFmpeg goes back in a pipe as far as it has it in memory.
+TEST_F(PipeTest, FramesOfAPipeAreCountedRightOrNotAtAll) {
     write(bytes.size());
     InputStream stream(std::make_shared<InputFormatContext>(pipe), 0);
     while (stream.getNextPacket() != nullptr)
         continue;
-    EXPECT_EQ(test::thrownText<Exception>([&] { static_cast<void>(stream.getFrameCount()); }),
-              "Operation not permitted: Seeking");
+    try {
+        EXPECT_EQ(stream.getFrameCount(), 60);
+    } catch (const Exception& failure) {
+        EXPECT_THAT(failure.what(), HasSubstr(": Seeking"));
+    }
 }
 
 // Opening it again would wait for another writer, for ever if there is none.
