@@ -37,6 +37,7 @@ struct State {
     uint32_t failed = 0;
     uint32_t shown = FailingAllocation::never;
     int deepest = 0;
+    bool onlyCpp = false;
     const char* const* spared = nullptr;
     size_t sparedCount = 0;
 };
@@ -157,9 +158,11 @@ bool isSpared(const Path& path) {
            }) != state.spared + state.sparedCount;
 }
 
+enum class Origin { C, Cpp };
+
 /// Counts an allocation of this thread, and says whether it is to fail.
-bool shallFail() {
-    if (!inScope)
+bool shallFail(Origin origin) {
+    if (!inScope || (state.onlyCpp && origin == Origin::C))
         return false;
     const uint32_t number = state.made++;
     if (number == state.shown && __sanitizer_print_stack_trace != nullptr) {
@@ -196,22 +199,22 @@ void forget(void* block) {
     account.remove(block);
 }
 
-void* allocate(size_t size) {
-    if (shallFail())
+void* allocate(size_t size, Origin origin) {
+    if (shallFail(origin))
         return nullptr;
     return noted(__interceptor_malloc != nullptr ? __interceptor_malloc(size)
                                                  : __libc_malloc(size));
 }
 
 void* allocateZeroed(size_t count, size_t size) {
-    if (shallFail())
+    if (shallFail(Origin::C))
         return nullptr;
     return noted(__interceptor_calloc != nullptr ? __interceptor_calloc(count, size)
                                                  : __libc_calloc(count, size));
 }
 
-void* allocateAligned(size_t alignment, size_t size) {
-    if (shallFail())
+void* allocateAligned(size_t alignment, size_t size, Origin origin) {
+    if (shallFail(origin))
         return nullptr;
     return noted(__interceptor_memalign != nullptr ? __interceptor_memalign(alignment, size)
                                                    : __libc_memalign(alignment, size));
@@ -226,7 +229,7 @@ void release(void* block) {
 }
 
 void* resize(void* block, size_t size) {
-    if (shallFail())
+    if (shallFail(Origin::C))
         return nullptr;
     forget(block);
     return noted(__interceptor_realloc != nullptr ? __interceptor_realloc(block, size)
@@ -241,12 +244,13 @@ void* orThrow(void* block) {
 
 } // namespace
 
-void FailingAllocation::plan(uint32_t first, uint32_t count) {
+void FailingAllocation::plan(uint32_t first, uint32_t count, Kind kind) {
     state.first = first;
     state.count = count;
     state.made = 0;
     state.failed = 0;
     state.deepest = 0;
+    state.onlyCpp = kind == Kind::OfCpp;
     account.clear();
 }
 
@@ -294,7 +298,7 @@ FailingAllocation::Scope::~Scope() {
 extern "C" {
 
 void* malloc(size_t size) {
-    return tio::fuzz::allocate(size);
+    return tio::fuzz::allocate(size, tio::fuzz::Origin::C);
 }
 
 void* calloc(size_t count, size_t size) {
@@ -306,15 +310,15 @@ void* realloc(void* block, size_t size) {
 }
 
 void* memalign(size_t alignment, size_t size) {
-    return tio::fuzz::allocateAligned(alignment, size);
+    return tio::fuzz::allocateAligned(alignment, size, tio::fuzz::Origin::C);
 }
 
 void* aligned_alloc(size_t alignment, size_t size) {
-    return tio::fuzz::allocateAligned(alignment, size);
+    return tio::fuzz::allocateAligned(alignment, size, tio::fuzz::Origin::C);
 }
 
 int posix_memalign(void** block, size_t alignment, size_t size) {
-    void* allocated = tio::fuzz::allocateAligned(alignment, size);
+    void* allocated = tio::fuzz::allocateAligned(alignment, size, tio::fuzz::Origin::C);
     if (allocated == nullptr)
         return ENOMEM;
     *block = allocated;
@@ -328,27 +332,29 @@ void free(void* block) {
 } // extern "C"
 
 void* operator new(size_t size) {
-    return tio::fuzz::orThrow(tio::fuzz::allocate(size));
+    return tio::fuzz::orThrow(tio::fuzz::allocate(size, tio::fuzz::Origin::Cpp));
 }
 
 void* operator new[](size_t size) {
-    return tio::fuzz::orThrow(tio::fuzz::allocate(size));
+    return tio::fuzz::orThrow(tio::fuzz::allocate(size, tio::fuzz::Origin::Cpp));
 }
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return tio::fuzz::allocate(size);
+    return tio::fuzz::allocate(size, tio::fuzz::Origin::Cpp);
 }
 
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return tio::fuzz::allocate(size);
+    return tio::fuzz::allocate(size, tio::fuzz::Origin::Cpp);
 }
 
 void* operator new(size_t size, std::align_val_t alignment) {
-    return tio::fuzz::orThrow(tio::fuzz::allocateAligned(static_cast<size_t>(alignment), size));
+    return tio::fuzz::orThrow(
+        tio::fuzz::allocateAligned(static_cast<size_t>(alignment), size, tio::fuzz::Origin::Cpp));
 }
 
 void* operator new[](size_t size, std::align_val_t alignment) {
-    return tio::fuzz::orThrow(tio::fuzz::allocateAligned(static_cast<size_t>(alignment), size));
+    return tio::fuzz::orThrow(
+        tio::fuzz::allocateAligned(static_cast<size_t>(alignment), size, tio::fuzz::Origin::Cpp));
 }
 
 void operator delete(void* block) noexcept {

@@ -12,9 +12,12 @@ class FailingAllocation {
 public:
     static constexpr uint32_t never = UINT32_MAX;
 
+    /// Which allocations are counted, and may fail.
+    enum class Kind { All, OfCpp };
+
     /// Starts anew: of the allocations made within scopes from now on, number `first` (from 0) and
     /// the `count` - 1 behind it fail, except those that are spared.
-    static void plan(uint32_t first, uint32_t count);
+    static void plan(uint32_t first, uint32_t count, Kind kind = Kind::All);
 
     /// Allocations that the program causes by calling one of these functions of a shared library
     /// do not fail. The names must stay.

@@ -1,7 +1,7 @@
 // The n-th allocation fails, of FFmpeg or of C++, in one of the library's works. Each step of a
 // work either succeeds or throws std::bad_alloc or an exception of the library; the steps behind it
 // then go on with the same objects, and what they give is right; in the end nothing is left behind.
-//   byte 0         which work
+//   byte 0         which work; bit 7: only allocations of C++ count
 //   bytes 1 and 2  number of the first allocation that fails
 //   byte 3         how many more fail
 //
@@ -317,9 +317,9 @@ bool prepare() {
 // FFmpeg leaves memory behind itself when it is deep inside one of its calls, such as opening a
 // codec, and an allocation fails. What counts here are the library's own calls, of which those that
 // allocate, av_packet_alloc() and the like, reach the allocator within a few steps.
-bool leavesSomething(Work work, uint32_t first, uint32_t failures) {
+bool leavesSomething(Work work, uint32_t first, uint32_t failures, FailingAllocation::Kind kind) {
     constexpr int fewSteps = 4;
-    FailingAllocation::plan(first, failures);
+    FailingAllocation::plan(first, failures, kind);
     work();
     return FailingAllocation::stillThere() != 0 && FailingAllocation::deepestFailure() <= fewSteps;
 }
@@ -330,15 +330,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     static const bool prepared = prepare();
     (void)prepared;
     tio::fuzz::InputBytes input(bytes, count);
-    const Work work = works[input.byte() % works.size()];
+    const uint8_t choice = input.byte();
+    const Work work = works[(choice & 0x7F) % works.size()];
+    const auto kind =
+        (choice & 0x80) != 0 ? FailingAllocation::Kind::OfCpp : FailingAllocation::Kind::All;
     const uint32_t first = input.number<uint16_t>();
     const uint32_t failures = 1 + input.byte();
     // Twice, because the first failure of a process may make something once.
-    if (leavesSomething(work, first, failures) && leavesSomething(work, first, failures)) {
+    if (leavesSomething(work, first, failures, kind) &&
+        leavesSomething(work, first, failures, kind)) {
         std::fprintf(stderr, "%zu allocations were not given back; the first is number %u\n",
                      FailingAllocation::stillThere(), FailingAllocation::firstStillThere());
         FailingAllocation::showStackOf(FailingAllocation::firstStillThere());
-        (void)leavesSomething(work, first, failures);
+        (void)leavesSomething(work, first, failures, kind);
         std::abort();
     }
     return 0;
