@@ -2,6 +2,7 @@
 #include "Interception.h"
 #include "ReaderPictures.h"
 #include "media/ClipMaker.h"
+#include "media/Demuxing.h"
 #include "media/LogCapture.h"
 #include "media/Mp4Edits.h"
 #include "media/TemporaryFolder.h"
@@ -90,6 +91,9 @@ TEST_F(MemoryShortageTest, AFrameThatCouldNotBeDecodedCanBeReadAgain) {
 // Without its tag the pictures of such a clip would lie on their side.
 TEST_F(MemoryShortageTest, AClipWhoseRotationCannotBeKeptIsNotOpened) {
     test::setRotation(clip, 90);
+    const test::VideoDemuxer demuxer(clip);
+    if (av_dict_get(demuxer.stream().metadata, "rotate", nullptr, 0) != nullptr)
+        GTEST_SKIP() << "this FFmpeg makes the tag itself";
     intercepted->av_dict_set.instead = [](AVDictionary**, const char*, const char*, int) {
         return AVERROR(ENOMEM);
     };
