@@ -218,8 +218,13 @@ TEST_F(RtspDatagramTest, PicturesOverUdpAreThoseOfTheClip) {
     const std::vector<Shown> pictures = picturesOf(clip);
     const std::vector<Shown> came = received(open());
     EXPECT_GE(came.size(), pictures.size() / 2);
-    auto place = pictures.begin();
-    for (const Shown& picture : came) {
+    ASSERT_FALSE(came.empty());
+    // FFmpeg 4.3 gives the first picture the time of a later one.
+    auto place = std::find_if(pictures.begin(), pictures.end(), [&](const Shown& picture) {
+        return picture.hash == came.front().hash;
+    });
+    ASSERT_NE(place, pictures.end()) << ::testing::PrintToString(came.front());
+    for (const Shown& picture : std::vector<Shown>(came.begin() + 1, came.end())) {
         place = std::find(place, pictures.end(), picture);
         ASSERT_NE(place, pictures.end())
             << "out of order, or another picture: " << ::testing::PrintToString(picture);
