@@ -101,7 +101,8 @@ void turnPhotos(const uint8_t* bytes, size_t count, const std::string& text) {
     turnPhoto(*tagged);
     const tio::test::FramePointer turned(tio::test::checkFound(av_frame_alloc(), "frame"));
     AVFrameSideData* data =
-        av_frame_new_side_data(turned.get(), AV_FRAME_DATA_DISPLAYMATRIX, static_cast<int>(count));
+        av_frame_new_side_data(turned.get(), AV_FRAME_DATA_DISPLAYMATRIX,
+                               static_cast<decltype(AVFrameSideData::size)>(count));
     require(data != nullptr);
     std::copy_n(bytes, count, data->data);
     turnPhoto(*turned);
