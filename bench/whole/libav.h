@@ -7,7 +7,6 @@
 
 namespace tio::bench {
 
-[[nodiscard]] test::CodecPointer openDecoder(const AVStream& stream);
 [[nodiscard]] test::InputPointer openInput(const std::string& path);
 
 void addReading(Tasks& tasks);

@@ -2,49 +2,16 @@
 // frame and one buffer used again and again, as many threads as the machine has. What no library
 // over FFmpeg can be faster than, but by doing less.
 
+#include "../DirectDecoding.h"
 #include "libav.h"
 #include "media/Demuxing.h"
 
 #include <algorithm>
-#include <array>
-#include <thread>
 #include <vector>
-
-extern "C" {
-#include <libavutil/imgutils.h>
-}
 
 namespace tio::bench {
 
 namespace {
-
-/// Converts into one buffer, over and over.
-class Converter {
-public:
-    Converter(const AVCodecContext& decoder, AVPixelFormat target)
-        : rows(decoder.height),
-          scaler(sws_getContext(decoder.width, decoder.height, decoder.pix_fmt, decoder.width,
-                                decoder.height, target, SWS_BICUBIC, nullptr, nullptr, nullptr)) {
-        constexpr int alignment = 64;
-        const int size = test::check(
-            av_image_get_buffer_size(target, decoder.width, decoder.height, alignment), "size");
-        buffer.resize(static_cast<size_t>(size) + alignment);
-        test::check(av_image_fill_arrays(planes.data(), strides.data(), buffer.data(), target,
-                                         decoder.width, decoder.height, alignment),
-                    "planes");
-    }
-
-    void convert(const AVFrame& frame) {
-        sws_scale(scaler.get(), frame.data, frame.linesize, 0, rows, planes.data(), strides.data());
-    }
-
-private:
-    int rows;
-    test::ScalerPointer scaler;
-    std::vector<uint8_t> buffer;
-    std::array<uint8_t*, 4> planes{};
-    std::array<int, 4> strides{};
-};
 
 /// The pictures of a clip, one after the other.
 class Pictures {
@@ -136,16 +103,6 @@ float sampleOf(const AVFrame& frame, int channel, int index, int channels) {
 }
 
 } // namespace
-
-test::CodecPointer openDecoder(const AVStream& stream) {
-    const AVCodec* codec =
-        test::checkFound(avcodec_find_decoder(stream.codecpar->codec_id), "decoder");
-    test::CodecPointer decoder(test::checkFound(avcodec_alloc_context3(codec), "decoder context"));
-    test::check(avcodec_parameters_to_context(decoder.get(), stream.codecpar), "parameters");
-    decoder->thread_count = static_cast<int>(std::thread::hardware_concurrency());
-    test::check(avcodec_open2(decoder.get(), codec, nullptr), "opening the decoder");
-    return decoder;
-}
 
 test::InputPointer openInput(const std::string& path) {
     AVFormatContext* opened = nullptr;

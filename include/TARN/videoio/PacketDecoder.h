@@ -49,7 +49,8 @@ public:
     [[nodiscard]] bool isDrained() const { return drained; }
 
     /// Lets go of a packet at which the codec failed with an exception, so that the next one may
-    /// follow; otherwise it is tried again. One that merely waits stays.
+    /// follow; otherwise it is tried again. One that merely waits stays, and so does one at which
+    /// memory ran out, which says nothing of the packet.
     void skipFailedPacket();
 
     /// Whether the last frame asked for did not come because it was dropped: the codec may hold

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "media/Ffmpeg.h"
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+/// @file
+/// The pieces of a decoding loop that calls FFmpeg directly, as somebody writes it who knows
+/// FFmpeg.
+
+namespace tio::bench {
+
+/// A decoder with as many threads as the machine has.
+[[nodiscard]] test::CodecPointer openDecoder(const AVStream& stream);
+
+/// Converts into one buffer, over and over, with rows padded for the converter.
+class Converter {
+public:
+    Converter(const AVCodecContext& decoder, AVPixelFormat target);
+    void convert(const AVFrame& frame);
+
+private:
+    int rows;
+    test::ScalerPointer scaler;
+    std::vector<uint8_t> buffer;
+    std::array<uint8_t*, 4> planes{};
+    std::array<int, 4> strides{};
+};
+
+} // namespace tio::bench
