@@ -7,6 +7,7 @@ option(TARN_BUILD_FUZZ "Build the libFuzzer targets (needs clang)" OFF)
 option(TARN_TESTING "Build tarn_videoio_testing, the static library with everything visible"
        ${TARN_BUILD_TESTS})
 option(TARN_WARNINGS_AS_ERRORS "Treat warnings in our own code as errors" ${PROJECT_IS_TOP_LEVEL_})
+option(TARN_LINK_FILTERS "Link libavfilter instead of loading it for the first clip that is turned" OFF)
 option(TARN_INSTALL "Install the libraries and their packages" ${PROJECT_IS_TOP_LEVEL_})
 set(TARN_COMPANIONS "bundled" CACHE STRING "bundled: build the companions; system: find_package(tarn_core), …")
 set_property(CACHE TARN_COMPANIONS PROPERTY STRINGS bundled system)

@@ -1,4 +1,5 @@
 #include "ffmpeg_compat.h"
+#include "filterLibrary.h"
 
 #include <TARN/videoio/Versions.h>
 
@@ -15,9 +16,11 @@ VersionNumber numberOf(unsigned packed) {
 
 std::vector<LibraryVersion> versions() {
     std::vector<LibraryVersion> all;
-    all.reserve(compat::libraries.size());
+    all.reserve(compat::libraries.size() + 1);
     for (const compat::Library& library : compat::libraries)
         all.push_back({library.name, numberOf(library.compiled), numberOf(library.loaded())});
+    all.push_back({"libavfilter", numberOf(compat::filterLibraryVersion),
+                   numberOf(detail::filterLibrary().version())});
     return all;
 }
 

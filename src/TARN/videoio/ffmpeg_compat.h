@@ -42,13 +42,18 @@ struct Library {
     unsigned (*loaded)(); ///< asks the library itself
 };
 
-inline constexpr std::array<Library, 5> libraries = {{
+/// Those that are linked.
+inline constexpr std::array<Library, 4> libraries = {{
     {"libavformat", LIBAVFORMAT_VERSION_INT, avformat_version},
     {"libavcodec", LIBAVCODEC_VERSION_INT, avcodec_version},
     {"libavutil", LIBAVUTIL_VERSION_INT, avutil_version},
     {"libswscale", LIBSWSCALE_VERSION_INT, swscale_version},
-    {"libavfilter", LIBAVFILTER_VERSION_INT, avfilter_version},
 }};
+
+/// The one that may be loaded later.
+inline constexpr unsigned filterLibraryVersion = LIBAVFILTER_VERSION_INT;
+inline constexpr const char* filterLibraryFile =
+    "libavfilter.so." AV_STRINGIFY(LIBAVFILTER_VERSION_MAJOR);
 
 // The one place where calls that some release calls deprecated are made.
 #pragma GCC diagnostic push

@@ -1,6 +1,7 @@
 #include "filter.h"
 
 #include "checks.h"
+#include "filterLibrary.h"
 
 #include <new>
 #include <utility>
@@ -8,6 +9,7 @@
 using tio::ffmpeg::detail::checkResult;
 using tio::ffmpeg::detail::failAssertion;
 using tio::ffmpeg::detail::FilterInOutHandle;
+using tio::ffmpeg::detail::filterLibrary;
 using tio::ffmpeg::detail::Location;
 
 namespace {
@@ -39,7 +41,7 @@ std::string joined(const std::map<std::string, std::string>& arguments) {
 
 /// An open end of the graph under its name in the chain.
 FilterInOutHandle openEnd(const char* name, AVFilterContext* filter) {
-    FilterInOutHandle end(avfilter_inout_alloc());
+    FilterInOutHandle end(filterLibrary().inout_alloc());
     if (!end)
         throw std::bad_alloc();
     end->name = av_strdup(name);
@@ -58,15 +60,15 @@ AVFilterContext* createFilter(const std::string& filterName, const std::string& 
                               AVFilterGraph* graph) {
     const std::string text = joined(arguments);
     AVFilterContext* context = nullptr;
-    checkResult(avfilter_graph_create_filter(
-                    &context, avfilter_get_by_name(filterName.c_str()), instanceName.c_str(),
+    checkResult(filterLibrary().graph_create_filter(
+                    &context, filterLibrary().get_by_name(filterName.c_str()), instanceName.c_str(),
                     arguments.empty() ? nullptr : text.c_str(), nullptr, graph),
                 at(62));
     return context;
 }
 
 FfmpegVideoFilter::FfmpegVideoFilter(const AVStream* stream, const std::string& description)
-    : graph(avfilter_graph_alloc()) {
+    : graph(filterLibrary().graph_alloc()) {
     if (!graph)
         throw std::bad_alloc();
     source = createFilter("buffer", "in", sourceArguments(*stream), graph.get());
@@ -82,13 +84,13 @@ void FfmpegVideoFilter::connect(const std::string& description) {
     FilterInOutHandle finish = openEnd("out", sink);
     AVFilterInOut* outputs = begin.release();
     AVFilterInOut* inputs = finish.release();
-    const int parsed =
-        avfilter_graph_parse_ptr(graph.get(), description.c_str(), &inputs, &outputs, nullptr);
+    const int parsed = filterLibrary().graph_parse_ptr(graph.get(), description.c_str(), &inputs,
+                                                       &outputs, nullptr);
     // FFmpeg took what it used and left the rest in these lists.
     const FilterInOutHandle restOfOutputs(outputs);
     const FilterInOutHandle restOfInputs(inputs);
     checkResult(parsed, at(126));
-    checkResult(avfilter_graph_config(graph.get(), nullptr), at(129));
+    checkResult(filterLibrary().graph_config(graph.get(), nullptr), at(129));
 }
 
 // The filters read as many rows and columns as the stream announced; a smaller frame, as damaged
@@ -103,9 +105,11 @@ void FfmpegVideoFilter::requireSourceFormat(const AVFrame& frame) const {
 
 void FfmpegVideoFilter::filterFrame(AVFrame* frame) {
     requireSourceFormat(*frame);
-    checkResult(av_buffersrc_add_frame_flags(source, frame, AV_BUFFERSRC_FLAG_KEEP_REF), at(152));
+    checkResult(
+        filterLibrary().buffersrc_add_frame_flags(source, frame, AV_BUFFERSRC_FLAG_KEEP_REF),
+        at(152));
     av_frame_unref(frame);
-    checkResult(av_buffersink_get_frame(sink, frame), at(159));
+    checkResult(filterLibrary().buffersink_get_frame(sink, frame), at(159));
 }
 
 std::shared_ptr<FfmpegVideoFilter> makeRotationFilter(const AVStream* stream, int rotation) {

@@ -1,4 +1,5 @@
 #include "ffmpeg_compat.h"
+#include "filterLibrary.h"
 
 #include <TARN/videoio/detail/Handles.h>
 
@@ -12,12 +13,13 @@ void Release::operator()(AVCodecParameters* parameters) const noexcept {
     avcodec_parameters_free(&parameters);
 }
 
+// What there is a graph of has been loaded, so that the library does not throw here.
 void Release::operator()(AVFilterGraph* graph) const noexcept {
-    avfilter_graph_free(&graph);
+    filterLibrary().graph_free(&graph);
 }
 
 void Release::operator()(AVFilterInOut* list) const noexcept {
-    avfilter_inout_free(&list);
+    filterLibrary().inout_free(&list);
 }
 
 void Release::operator()(AVFormatContext* openedInput) const noexcept {
