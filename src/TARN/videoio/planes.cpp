@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 namespace tio::ffmpeg::detail {
 
@@ -16,6 +17,13 @@ void copyRows(const uint8_t* source, int sourceStride, uint8_t* target, int targ
         source += sourceStride;
         target += targetStride;
     }
+}
+
+Plane closeUpRows(Plane plane, int bytes) {
+    uint8_t* target = plane.data();
+    for (int row = 0; row < plane.rows(); ++row, target += bytes)
+        std::memmove(target, &plane(row, 0), static_cast<size_t>(bytes));
+    return Plane(tio::Vec<int, 2>(plane.rows(), bytes), std::move(plane.storage));
 }
 
 } // namespace tio::ffmpeg::detail

@@ -8,6 +8,7 @@
 #include <utility>
 
 using tio::ffmpeg::PixelFormat;
+using tio::ffmpeg::detail::closeUpRows;
 using tio::ffmpeg::detail::copyRows;
 using tio::ffmpeg::detail::failAssertion;
 using tio::ffmpeg::detail::Location;
@@ -101,15 +102,11 @@ void SWScaleDecoder::toContext(const AVFrame& frame, const std::array<uint8_t*, 
 std::shared_ptr<tio::FrameBase> SWScaleDecoder::toPackedRgb(const AVFrame& frame) {
     const int height = size[0];
     const int rowBytes = 3 * size[1];
-    auto plane = makePlane(height, rowBytes);
-    if (needsPaddedRows(size[1])) {
-        const int paddedBytes = 3 * roundUp(size[1], 16);
-        auto padded = makePlane(height, paddedBytes);
-        toContext(frame, {padded.data()}, {paddedBytes});
-        copyRows(padded.data(), paddedBytes, plane.data(), rowBytes, rowBytes, height);
-    } else {
-        toContext(frame, {plane.data()}, {rowBytes});
-    }
+    const int stride = needsPaddedRows(size[1]) ? 3 * roundUp(size[1], 16) : rowBytes;
+    auto plane = makePlane(height, stride);
+    toContext(frame, {plane.data()}, {stride});
+    if (stride != rowBytes)
+        plane = closeUpRows(std::move(plane), rowBytes);
     return std::make_shared<tio::Frame<tio::PixelFormat::RGB>>(size, std::move(plane));
 }
 
