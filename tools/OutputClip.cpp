@@ -6,6 +6,7 @@ namespace tio::tool {
 
 OutputClip::OutputClip(const std::string& name)
     : path(name), file(name), output(write([this] {
+          file.makeWay();
           return std::make_shared<ffmpeg::OutputFormatContext>(file.pathToWrite());
       })) {}
 

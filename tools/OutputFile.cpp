@@ -100,10 +100,23 @@ void OutputFile::write(const void* data, size_t size) {
     }
 }
 
-void OutputFile::publish() {
+void OutputFile::makeWay() {
+    if (temporary.empty())
+        return;
+    require(::unlink(temporary.c_str()) == 0);
+    closeDescriptor();
+}
+
+void OutputFile::closeDescriptor() {
+    if (descriptor < 0)
+        return;
     const int closed = ::close(descriptor);
     descriptor = -1;
     require(closed == 0);
+}
+
+void OutputFile::publish() {
+    closeDescriptor();
     if (temporary.empty())
         return;
     require(::rename(temporary.c_str(), target.c_str()) == 0);

@@ -28,11 +28,16 @@ public:
         return temporary.empty() ? path : temporary;
     }
 
+    /// Removes the empty file again, for code that makes one of that name by itself. Were it there
+    /// and truncated, some file systems would write all of it out to the disk at its closing.
+    void makeWay();
+
     /// Completes the file and replaces what had its name before.
     void publish();
 
 private:
     void openTemporary();
+    void closeDescriptor();
     void require(bool done) const;
 
     std::string path;      // the name, as the user gave it

@@ -2,8 +2,8 @@
 #include "OutputClip.h"
 #include "Progress.h"
 
-#include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/OutputStream.h>
+#include <TARN/videoio/PacketReader.h>
 
 #include <algorithm>
 #include <deque>
@@ -22,112 +22,174 @@ struct RemuxOptions {
 };
 
 /// One stream on its way from the input to the output.
-///
-/// Each has the input opened for itself: a context drops the packets of the streams that it is not
-/// asked for, and reading a file twice costs less than keeping the packets of one stream until
-/// those of another have been found.
 class CopiedStream {
 public:
-    CopiedStream(const std::string& url, int index, const OutputClip& clip)
-        : input(openInput(url), index), output(clip.write([&] {
-              return std::make_unique<ffmpeg::OutputStream>(clip.context(), input.getUnitTime());
-          })) {
-        readOn();
+    explicit CopiedStream(int streamIndex) : index(streamIndex) {}
+
+    // Matroska stores no decoding times, and FFmpeg guesses them only once it knows how pictures
+    // are reordered. So the first packets wait for the first with a time and get theirs from it.
+    void add(std::shared_ptr<ffmpeg::InputPacket> packet) {
+        if (!packet->hasDts() && lastDts)
+            packet->setDts(*lastDts + packet->getUnitTime());
+        waiting.push_back(std::move(packet));
+        if (!waiting.back()->hasDts())
+            return;
+        lastDts = waiting.back()->getDts();
+        for (size_t i = waiting.size(); i-- > 1 && !waiting[i - 1]->hasDts();)
+            waiting[i - 1]->setDts(waiting[i]->getDts() - lengthOf(*waiting[i - 1]));
     }
 
-    void keepRotation() { output->setRotation(ffmpeg::getStreamRotation(input.getStream())); }
+    /// Whether its first packet may be written.
+    [[nodiscard]] bool isReady() const {
+        return !waiting.empty() && (waiting.front()->hasDts() || waiting.size() >= mostGuessed);
+    }
 
-    [[nodiscard]] bool atEnd() const { return waiting.empty(); }
+    [[nodiscard]] bool isEmpty() const { return waiting.empty(); }
 
     /// Seconds at which the waiting packet is decoded, which is the order of packets in a file.
     [[nodiscard]] ffmpeg::Rational time() const { return waiting.front()->getDts(); }
 
+    void open(const OutputClip& clip, bool keepRotation) {
+        output =
+            std::make_unique<ffmpeg::OutputStream>(clip.context(), waiting.front()->getUnitTime());
+        if (keepRotation)
+            output->setRotation(ffmpeg::getStreamRotation(&waiting.front()->getStream()));
+    }
+
+    [[nodiscard]] bool isOpen() const { return output != nullptr; }
+
     void copyOne() {
         output->writePacket(*waiting.front());
-        lastDts = waiting.front()->getDts();
         waiting.pop_front();
-        if (waiting.empty())
-            readOn();
     }
+
+    const int index;
 
 private:
-    // Matroska stores no decoding times, and FFmpeg guesses them only once it knows how pictures
-    // are reordered. So the first packets wait for the first with a time and get theirs from it.
-    void readOn() {
-        while (waiting.empty() || (!waiting.back()->hasDts() && waiting.size() < mostGuessed)) {
-            auto next = input.getNextPacket();
-            if (!next)
-                break;
-            if (!next->hasDts() && lastDts)
-                next->setDts(*lastDts + input.getUnitTime());
-            waiting.push_back(std::move(next));
-        }
-        for (size_t i = waiting.size(); i-- > 1;) {
-            if (waiting[i]->hasDts() && !waiting[i - 1]->hasDts())
-                waiting[i - 1]->setDts(waiting[i]->getDts() - lengthOf(*waiting[i - 1]));
-        }
-    }
-
-    [[nodiscard]] ffmpeg::Rational lengthOf(const ffmpeg::InputPacket& packet) {
-        return std::max(packet.getDuration(), input.getUnitTime());
+    [[nodiscard]] static ffmpeg::Rational lengthOf(const ffmpeg::InputPacket& packet) {
+        return std::max(packet.getDuration(), packet.getUnitTime());
     }
 
     static constexpr size_t mostGuessed = 64; // four times as far as H.264 can reorder
 
-    ffmpeg::InputStream input;
     std::unique_ptr<ffmpeg::OutputStream> output; // its packets refer to the input
     std::deque<std::shared_ptr<ffmpeg::InputPacket>> waiting;
     std::optional<ffmpeg::Rational> lastDts;
 };
 
-std::vector<int> streamsToCopy(const std::string& url) {
-    const auto input = openInput(url);
+std::vector<int> streamsToCopy(ffmpeg::InputFormatContext& input) {
     std::vector<int> streams;
-    for (int i = 0; i < input->getStreamCount(); ++i) {
-        if (input->getCodecOfStream(i) != ffmpeg::Codec::Unknown)
+    for (int i = 0; i < input.getStreamCount(); ++i) {
+        if (input.getCodecOfStream(i) != ffmpeg::Codec::Unknown)
             streams.push_back(i);
     }
     if (streams.empty())
-        throw Failure(ExitCode::Input, url, "there is no H.264 or AAC stream to copy");
+        throw Failure(ExitCode::Input, input.getUrl(), "there is no H.264 or AAC stream to copy");
     return streams;
 }
 
-using Streams = std::vector<std::unique_ptr<CopiedStream>>;
+/// Copies what it is given to copy, reading the clip once.
+class Copy {
+public:
+    Copy(std::shared_ptr<ffmpeg::InputFormatContext> opened, const std::vector<int>& indices,
+         const OutputClip& output, const RemuxOptions& chosen, bool quiet)
+        : input(std::move(opened)),
+          reader(input, indices),
+          streams(indices.begin(), indices.end()),
+          clip(output),
+          options(chosen),
+          progress("remux", "packets", std::nullopt, quiet) {}
 
-/// The stream whose packet comes first, null when all are at their end.
-CopiedStream* earliest(const Streams& streams) {
-    CopiedStream* found = nullptr;
-    for (const auto& stream : streams) {
-        if (!stream->atEnd() && (found == nullptr || stream->time() < found->time()))
-            found = stream.get();
+    void run() {
+        readAhead();
+        for (CopiedStream& stream : streams)
+            if (!stream.isEmpty())
+                clip.write([&] { stream.open(clip, options.keepRotation); });
+        while (CopiedStream* const stream = earliest())
+            copyOne(*stream);
+        while (CopiedStream* const stream = readOne())
+            while (stream->isReady())
+                copyOne(*stream);
+        for (CopiedStream& stream : streams) // without times they will be refused
+            while (!stream.isEmpty())
+                copyOne(stream);
     }
-    return found;
-}
+
+    [[nodiscard]] int64_t packetCount() const { return copied; }
+
+private:
+    /// A file can be begun only when something is known of all its streams. Cameras announce a
+    /// sound track that stays empty; past this many bytes it is left out.
+    static constexpr int64_t mostReadAhead = 256 << 20;
+
+    void readAhead() {
+        const auto ready = [](const CopiedStream& stream) { return stream.isReady(); };
+        while (bytesRead < mostReadAhead && !std::all_of(streams.begin(), streams.end(), ready))
+            if (readOne() == nullptr)
+                break;
+    }
+
+    /// The stream that has one more packet; null at the end.
+    CopiedStream* readOne() {
+        ffmpeg::PacketOfStream next = reader.getNextPacket();
+        if (!next.packet)
+            return nullptr;
+        int size = 0;
+        (void)next.packet->getData(size);
+        bytesRead += size;
+        for (CopiedStream& stream : streams) {
+            if (stream.index == next.streamIndex) {
+                stream.add(std::move(next.packet));
+                return &stream;
+            }
+        }
+        return nullptr; // not reached: the reader gives packets of these streams alone
+    }
+
+    /// The stream whose packet comes first, null when none is waiting.
+    CopiedStream* earliest() {
+        CopiedStream* found = nullptr;
+        for (CopiedStream& stream : streams) {
+            if (!stream.isEmpty() && (found == nullptr || stream.time() < found->time()))
+                found = &stream;
+        }
+        return found;
+    }
+
+    void copyOne(CopiedStream& stream) {
+        if (!stream.isOpen())
+            throw Failure(ExitCode::Input, input->getUrl(),
+                          "stream " + std::to_string(stream.index) +
+                              " begins too far behind the others");
+        clip.write([&] { stream.copyOne(); });
+        ++copied;
+        progress.advance();
+    }
+
+    std::shared_ptr<ffmpeg::InputFormatContext> input;
+    ffmpeg::PacketReader reader;
+    std::deque<CopiedStream> streams;
+    const OutputClip& clip;
+    RemuxOptions options;
+    Progress progress;
+    int64_t bytesRead = 0;
+    int64_t copied = 0;
+};
 
 ExitCode runRemux(const Program& program, const RemuxOptions& options) {
-    const std::string& url = program.input.url;
-    const auto indices = streamsToCopy(url);
+    const auto input = openInput(program.input.url);
+    const std::vector<int> streams = streamsToCopy(*input);
     OutputClip clip(options.output);
-    int64_t copied = 0;
+    int64_t packets = 0;
     {
-        Streams streams;
-        for (const int index : indices) {
-            auto stream = std::make_unique<CopiedStream>(url, index, clip);
-            if (options.keepRotation)
-                stream->keepRotation();
-            streams.push_back(std::move(stream));
-        }
-        Progress progress("remux", "packets", std::nullopt, program.quiet);
-        while (CopiedStream* const stream = earliest(streams)) {
-            clip.write([&] { stream->copyOne(); });
-            ++copied;
-            progress.advance();
-        }
+        Copy copy(input, streams, clip, options, program.quiet);
+        copy.run();
+        packets = copy.packetCount();
     }
     clip.publish();
     if (!program.quiet)
-        std::cout << oneLine(options.output) << ": " << copied << " packets of " << indices.size()
-                  << (indices.size() == 1 ? " stream\n" : " streams\n");
+        std::cout << oneLine(options.output) << ": " << packets << " packets of " << streams.size()
+                  << (streams.size() == 1 ? " stream\n" : " streams\n");
     return ExitCode::Success;
 }
 

@@ -21,6 +21,7 @@
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/PacketDecoder.h>
 #include <TARN/videoio/PacketEncoder.h>
+#include <TARN/videoio/PacketReader.h>
 #include <TARN/videoio/ReadImage.h>
 #include <TARN/videoio/Stream.h>
 #include <TARN/videoio/StreamDecoder.h>

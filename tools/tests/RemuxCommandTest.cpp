@@ -2,17 +2,21 @@
 #include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
 #include "media/Demuxing.h"
+#include "media/Encoding.h"
 #include "media/Oracle.h"
 #include "media/TemporaryFolder.h"
+#include "media/Track.h"
 
 #include <cstring>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace tio::test;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 namespace {
@@ -44,6 +48,13 @@ protected:
     void make(const ClipPlan& plan, const std::string& name = "clip.mp4") {
         clip = folder.file(name);
         makeClip(clip, plan);
+    }
+
+    void makeTransportStream() {
+        ClipPlan plan;
+        plan.format = "mpegts";
+        plan.audio = true;
+        make(plan, "clip.ts");
     }
 
     ProgramResult remux(std::vector<std::string> more = {}) {
@@ -95,12 +106,44 @@ TEST_F(RemuxCommandTest, CopiesThePacketsOfPictureAndSound) {
 }
 
 TEST_F(RemuxCommandTest, TurnsATransportStreamIntoMp4) {
-    ClipPlan plan;
-    plan.format = "mpegts";
-    plan.audio = true;
-    make(plan, "clip.ts");
+    makeTransportStream();
     ASSERT_EQ(remux().exitCode, 0);
     EXPECT_EQ(oracleFrames(copy).size(), 25u);
+}
+
+// What comes through a pipe, or from a camera, can be opened only once.
+TEST_F(RemuxCommandTest, CopiesSeveralStreamsOutOfAPipe) {
+    makeTransportStream();
+    ASSERT_EQ(remux().exitCode, 0);
+    const std::string pipe = folder.file("pipe.ts");
+    const std::string copyOfPipe = folder.file("copy of pipe.mp4");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    RunningProgram program({"remux", pipe, copyOfPipe});
+    writeBytes(pipe, readBytes(clip));
+    const ProgramResult result = program.result();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const auto expected = packetsOf(copy);
+    const auto copied = packetsOf(copyOfPipe);
+    ASSERT_EQ(copied.size(), expected.size());
+    for (size_t i = 0; i < copied.size(); ++i)
+        EXPECT_EQ(copied[i].payload, expected[i].payload) << i;
+    EXPECT_THAT(runProgram({"info", copyOfPipe}).out, HasSubstr("audio, aac"));
+}
+
+TEST_F(RemuxCommandTest, LeavesOutAStreamWithoutAPacket) {
+    Track picture = encodeVideo({});
+    Track sound = encodeTone(1, true);
+    ASSERT_FALSE(sound.packets.empty());
+    sound.packets.clear();
+    clip = folder.file("silent.mkv");
+    writePackets(clip, "matroska", {picture, sound});
+    ASSERT_THAT(runProgram({"info", clip}).out, HasSubstr("audio, aac"));
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::string info = runProgram({"info", copy}).out;
+    EXPECT_THAT(info, HasSubstr("video, h264"));
+    EXPECT_THAT(info, Not(HasSubstr("audio")));
+    EXPECT_EQ(oracleFrames(copy).size(), oracleFrames(clip).size());
 }
 
 TEST_F(RemuxCommandTest, GivesMatroskasFirstPacketsTheDecodingTimesThatItDoesNotStore) {

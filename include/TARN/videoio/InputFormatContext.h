@@ -121,8 +121,10 @@ public:
     /// @}
 
 private:
-    friend struct detail::InputAccess; // by which a FrameReader seeks otherwise than by time
+    friend struct detail::InputAccess; // by which classes of the library do more than callers may
 
+    template <typename Wanted>
+    bool readNext(AVPacket* packet, Wanted wanted);
     void noteTimestamp(const AVPacket& packet);
     void startClock();
     int readPacket(AVPacket* packet);

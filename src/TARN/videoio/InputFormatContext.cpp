@@ -1,3 +1,4 @@
+#include "InputAccess.h"
 #include "InputWatch.h"
 #include "Options.h"
 #include "checks.h"
@@ -7,6 +8,7 @@
 
 #include <TARN/videoio/InputFormatContext.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -139,11 +141,23 @@ bool InputFormatContext::getResolutionOfStream(int index, int& width, int& heigh
 }
 
 bool InputFormatContext::getNextPacketForStream(AVPacket* packet, int streamIndex) {
+    return readNext(packet, [streamIndex](int index) { return index == streamIndex; });
+}
+
+bool detail::InputAccess::readNext(InputFormatContext& input, AVPacket* packet,
+                                   const std::vector<int>& streams) {
+    return input.readNext(packet, [&streams](int index) {
+        return std::find(streams.begin(), streams.end(), index) != streams.end();
+    });
+}
+
+template <typename Wanted>
+bool InputFormatContext::readNext(AVPacket* packet, Wanted wanted) {
     startClock();
     int result = 0;
     while ((result = readPacket(packet)) >= 0) {
         noteTimestamp(*packet);
-        if (packet->stream_index == streamIndex && packet->size != 0) {
+        if (wanted(packet->stream_index) && packet->size != 0) {
             endReason = {};
             return true;
         }

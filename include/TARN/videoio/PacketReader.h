@@ -1,0 +1,51 @@
+#pragma once
+
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/detail/Handles.h>
+
+#include <memory>
+#include <vector>
+
+namespace tio::ffmpeg {
+
+/// A packet and the number of the stream that it belongs to.
+struct PacketOfStream {
+    int streamIndex = -1;
+    std::shared_ptr<InputPacket> packet; ///< empty at the end
+};
+
+/// Reads the packets of several streams in the order in which the input has them, in one pass: for
+/// copying a clip, where InputStream, which drops the packets of all other streams, would need the
+/// input opened once for each.
+///
+/// @code
+/// tio::ffmpeg::PacketReader reader(input, {0, 1});
+/// while (auto next = reader.getNextPacket(); next.packet)
+///     outputs[next.streamIndex]->writePacket(*next.packet);
+/// @endcode
+///
+/// Thread rule: used by one thread at a time, together with its context.
+class TARN_VIDEOIO_API PacketReader {
+public:
+    /// Reads nothing yet; goes on from where the context stands.
+    /// @param streamIndices numbers of the streams; packets of the others are passed over
+    /// @throws tio::Exception when the input has no such stream
+    PacketReader(std::shared_ptr<InputFormatContext> input, std::vector<int> streamIndices);
+    ~PacketReader();
+    PacketReader(const PacketReader&) = delete;
+    PacketReader& operator=(const PacketReader&) = delete;
+
+    /// The next packet of any of the streams. The input must outlive it. Without a packet at the
+    /// end and equally when reading fails; InputFormatContext::getEndReason() tells which.
+    /// @throws tio::ffmpeg::Exception when memory runs out; the packet comes with the next call
+    [[nodiscard]] PacketOfStream getNextPacket();
+
+private:
+    std::shared_ptr<InputFormatContext> input;
+    std::vector<int> streams;
+    detail::PacketHandle packet; // pending exactly when its size is not 0
+};
+
+} // namespace tio::ffmpeg
