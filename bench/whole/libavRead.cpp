@@ -62,7 +62,7 @@ enum class OnTheWay { Skip, Convert };
 template <OnTheWay onTheWay>
 int64_t seek(const Job& job) {
     // The index is the file that the library stores: a number, then the times.
-    const auto bytes = readBytes(job.target);
+    const Bytes bytes(job.target);
     const auto* numbers = reinterpret_cast<const int64_t*>(bytes.data());
     const std::vector<int64_t> times(numbers + 1, numbers + bytes.size() / sizeof(int64_t));
     Pictures pictures(job.source);

@@ -85,7 +85,7 @@ void convert(SwsContext& scaler, const uint8_t* pixels, AVFrame& frame) {
 }
 
 int64_t encodePictures(const Job& job) {
-    const auto raw = readBytes(job.source);
+    const Bytes raw(job.source);
     auto encoder = newEncoder(AV_CODEC_ID_H264);
     encoder->width = rawWidth;
     encoder->height = rawHeight;
@@ -112,7 +112,7 @@ int64_t encodePictures(const Job& job) {
 }
 
 int64_t encodeSound(const Job& job) {
-    const auto raw = readBytes(job.source);
+    const Bytes raw(job.source);
     const auto* samples = reinterpret_cast<const float*>(raw.data());
     const auto rows = static_cast<int64_t>(raw.size() / sizeof(float) / soundChannels);
     auto encoder = newEncoder(AV_CODEC_ID_AAC);
@@ -200,7 +200,7 @@ void writeImage(const std::string& path, const uint8_t* pixels) {
 }
 
 int64_t writeImages(const Job& job) {
-    const auto raw = readBytes(job.source);
+    const Bytes raw(job.source);
     for (int i = 0; i < imageRepeats; ++i)
         writeImage(job.target, raw.data());
     return imageRepeats;

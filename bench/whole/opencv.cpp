@@ -38,7 +38,7 @@ int64_t seek(const Job& job) {
 
 // With the encoder's settings from the environment: OPENCV_FFMPEG_WRITER_OPTIONS.
 int64_t encodePictures(const Job& job) {
-    const auto raw = readBytes(job.source);
+    const Bytes raw(job.source);
     cv::VideoWriter writer(job.target, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('a', 'v', 'c', '1'),
                            25, cv::Size(rawWidth, rawHeight));
     if (!writer.isOpened())
@@ -61,7 +61,7 @@ int64_t readImages(const Job& job) {
 }
 
 int64_t writeImages(const Job& job) {
-    auto raw = readBytes(job.source);
+    const Bytes raw(job.source);
     const cv::Mat image(rawHeight, rawWidth, CV_8UC3, raw.data());
     for (int i = 0; i < imageRepeats; ++i)
         cv::imwrite(job.target, image);

@@ -84,17 +84,13 @@ int64_t decodeSound(const Job& job) {
 
 /// A matrix over bytes that lie in a file's content, without copying them.
 template <typename Matrix>
-Matrix view(const std::shared_ptr<std::vector<uint8_t>>& bytes, size_t offset, Vec<int, 2> size) {
+Matrix view(const std::shared_ptr<Bytes>& bytes, size_t offset, Vec<int, 2> size) {
     return Matrix(size,
                   std::shared_ptr<char>(bytes, reinterpret_cast<char*>(bytes->data()) + offset));
 }
 
-std::shared_ptr<std::vector<uint8_t>> shareBytes(const std::string& path) {
-    return std::make_shared<std::vector<uint8_t>>(readBytes(path));
-}
-
 int64_t encodePictures(const Job& job) {
-    const auto raw = shareBytes(job.source);
+    const auto raw = std::make_shared<Bytes>(job.source);
     const Vec<int, 2> size(rawHeight, rawWidth);
     const auto output = std::make_shared<OutputFormatContext>(job.target);
     auto video = std::make_unique<VideoStreamEncoder>(output, size, Rational(1, 25));
@@ -110,7 +106,7 @@ int64_t encodePictures(const Job& job) {
 int64_t encodeSound(const Job& job) {
     constexpr int stereo = 3; // FFmpeg's mask: left and right
     constexpr size_t rowBytes = sizeof(float) * soundChannels;
-    const auto raw = shareBytes(job.source);
+    const auto raw = std::make_shared<Bytes>(job.source);
     const auto rows = static_cast<int64_t>(raw->size() / rowBytes);
     const auto output = std::make_shared<OutputFormatContext>(job.target);
     auto sound = std::make_unique<AudioStreamEncoder>(output, stereo, soundRate, Rational());
@@ -133,7 +129,7 @@ int64_t readImages(const Job& job) {
 }
 
 int64_t writeImages(const Job& job) {
-    const auto raw = shareBytes(job.source);
+    const auto raw = std::make_shared<Bytes>(job.source);
     for (int i = 0; i < imageRepeats; ++i)
         writeImage(job.target, view<VideoPacketEncoder::Image>(raw, 0, {rawHeight, rawWidth}));
     return imageRepeats;

@@ -3,10 +3,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 /// @file
@@ -49,17 +53,32 @@ constexpr int soundChannels = 2;
 // How often a still image is read or written.
 constexpr int imageRepeats = 20;
 
-inline std::vector<uint8_t> readBytes(const std::string& path) {
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr)
-        throw std::runtime_error("could not open " + path);
-    std::vector<uint8_t> bytes;
-    uint8_t block[1 << 16];
-    for (size_t got = 0; (got = std::fread(block, 1, sizeof block, file)) != 0;)
-        bytes.insert(bytes.end(), block, block + got);
-    std::fclose(file);
-    return bytes;
-}
+/// The bytes of a file, mapped: to read them first would be work that is none of a library's.
+class Bytes {
+public:
+    explicit Bytes(const std::string& path) {
+        const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat status = {};
+        if (file >= 0 && ::fstat(file, &status) == 0) {
+            length = static_cast<size_t>(status.st_size);
+            // A private copy may be written to, as some interfaces seem to want.
+            mapped = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE, file, 0);
+        }
+        ::close(file);
+        if (mapped == MAP_FAILED)
+            throw std::runtime_error("could not map " + path);
+    }
+    ~Bytes() { ::munmap(mapped, length); }
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+
+    [[nodiscard]] uint8_t* data() const noexcept { return static_cast<uint8_t*>(mapped); }
+    [[nodiscard]] size_t size() const noexcept { return length; }
+
+private:
+    void* mapped = MAP_FAILED;
+    size_t length = 0;
+};
 
 /// The frames that are sought, of a clip with so many: far apart, and the same in each run.
 inline std::vector<int64_t> framesToSeek(int64_t count) {
