@@ -17,7 +17,9 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <sys/mman.h>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -317,10 +319,18 @@ TEST(SWScaleDecoder, CopiesPicturesThatAreStoredFromTheBottomUp) {
 
 // Every byte of every size
 
+/// How many bytes a plane had while it was written: rows of RGB that swscale would not fill, or
+/// would run past, are written in blocks of 16 pixels and closed up afterwards.
+std::ptrdiff_t bytesWhileWritten(const Plane& plane, Target target) {
+    const int rest = plane.cols() / 3 % 16;
+    const bool padded = target == Target::RGB && rest >= 1 && rest <= 7;
+    return std::ptrdiff_t{plane.rows()} * (plane.cols() + (padded ? 3 * (16 - rest) : 0));
+}
+
 /// How many of the spare bytes behind a plane no longer hold what they were filled with: everything
 /// up to the last one that was written.
-std::size_t writtenBehind(const Plane& plane, uint8_t filled) {
-    const uint8_t* const end = plane.data() + plane.count;
+std::size_t writtenBehind(const Plane& plane, Target target, uint8_t filled) {
+    const uint8_t* const end = plane.data() + bytesWhileWritten(plane, target);
     std::size_t written = MatAlloc::spareBytes;
     while (written > 0 && end[written - 1] == filled)
         --written;
@@ -347,7 +357,7 @@ protected:
             for (std::size_t i = 0; i < planes.size(); ++i) {
                 ASSERT_EQ(reference.differenceIn(i, planes[i].data()), "")
                     << frame.width << " x " << frame.height << ", plane " << i;
-                ASSERT_LT(writtenBehind(planes[i], filling), MatAlloc::spareBytes)
+                ASSERT_LT(writtenBehind(planes[i], target, filling), MatAlloc::spareBytes)
                     << frame.width << " x " << frame.height << ", plane " << i;
             }
         }
@@ -441,21 +451,71 @@ RgbImage noiseImage(int height, int width) {
 }
 
 /// The image in swscale's own hands. It reads the pixel behind the last one of an odd row as well,
-/// so the source is the same memory.
+/// so the last one is repeated there.
 std::vector<uint8_t> pixelsBySwscale(const RgbImage& image, AVPixelFormat format) {
+    const auto* begin = reinterpret_cast<const uint8_t*>(image.data());
+    std::vector<uint8_t> bytes(begin, begin + 3 * image.count);
+    for (int i = 0; i < 64; ++i)
+        bytes.push_back(bytes[bytes.size() - 3]);
     const FramePointer frame = test::makeFrame(format, image.cols(), image.rows());
     const auto scaler = test::makeScaler(image.cols(), image.rows(), AV_PIX_FMT_RGB24, format);
-    const uint8_t* const rows[4] = {reinterpret_cast<const uint8_t*>(image.data())};
+    const uint8_t* const rows[4] = {bytes.data()};
     const int strides[4] = {3 * image.cols()};
     sws_scale(scaler.get(), rows, strides, 0, image.rows(), frame->data, frame->linesize);
     return test::pixelsOf(*frame);
 }
+
+/// Memory that ends where the process may not read any further.
+class LastPage {
+public:
+    explicit LastPage(size_t used)
+        : page(static_cast<size_t>(::sysconf(_SC_PAGESIZE))),
+          length((used + page - 1) / page * page),
+          begin(static_cast<char*>(::mmap(nullptr, length + page, PROT_READ | PROT_WRITE,
+                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))),
+          first(begin + length - used) {
+        ::mprotect(begin + length, page, PROT_NONE);
+    }
+    ~LastPage() { ::munmap(begin, length + page); }
+    LastPage(const LastPage&) = delete;
+    LastPage& operator=(const LastPage&) = delete;
+
+    [[nodiscard]] char* data() const noexcept { return first; }
+
+private:
+    size_t page;
+    size_t length;
+    char* begin;
+    char* first;
+};
 
 TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfTheImage) {
     for (int height = 1; height <= 20; ++height) {
         for (int width = 1; width <= 40; ++width) {
             const RgbImage image = noiseImage(height, width);
             ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
+                << width << " x " << height;
+        }
+    }
+}
+
+TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfALargeImage) {
+    for (const auto& [height, width] : {std::pair(64, 1280), {65, 854}, {33, 1919}, {2, 3840}}) {
+        const RgbImage image = noiseImage(height, width);
+        ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
+            << width << " x " << height;
+    }
+}
+
+TEST_P(SWScaleEncoderTest, ReadsNothingBehindTheImage) {
+    for (const int height : {1, 2, 3, 17, 32}) {
+        for (const int width : {1, 2, 3, 5, 6, 7, 8, 15, 16, 17, 22, 31, 32, 64, 128, 1280}) {
+            const RgbImage noise = noiseImage(height, width);
+            const size_t bytes = size_t{3} * static_cast<size_t>(noise.count);
+            const LastPage memory(bytes);
+            std::memcpy(memory.data(), noise.data(), bytes);
+            const RgbImage image(noise.size, std::shared_ptr<char>(memory.data(), [](char*) {}));
+            ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(noise, codec->pix_fmt))
                 << width << " x " << height;
         }
     }

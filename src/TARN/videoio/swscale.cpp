@@ -5,6 +5,8 @@
 
 #include <TARN/core/MatAlloc.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 using tio::ffmpeg::PixelFormat;
@@ -133,11 +135,32 @@ SWScaleEncoder::SWScaleEncoder(tio::Vec<int, 2> pictureSize, AVCodecContext* cod
 
 SWScaleEncoder::~SWScaleEncoder() = default;
 
+// swscale reads pixels in blocks that reach behind the last one, where the caller's memory may end.
+// So the last rows are converted from a copy with room behind it, in which the last pixel is
+// repeated, because of an odd row the one behind it takes part in the last colour.
 void SWScaleEncoder::convertFrame(
     const tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>& image, AVFrame* frame,
     AVCodecContext* codecContext) {
-    const std::array<const uint8_t*, 4> planes = {reinterpret_cast<const uint8_t*>(image.data())};
-    const std::array<int, 4> strides = {3 * codecContext->width};
-    sws_scale(m_sws_context.get(), planes.data(), strides.data(), 0, image.rows(), frame->data,
-              frame->linesize);
+    constexpr int reach = 64; // bytes; the widest registers that releases use
+    const auto* pixels = reinterpret_cast<const uint8_t*>(image.data());
+    const int stride = 3 * codecContext->width;
+    const int copied = 1 + reach / stride;
+    const int direct = std::max(image.rows() - copied, 0) / 2 * 2; // chroma rows are shared by two
+    const int rest = image.rows() - direct;
+    if (direct > 0)
+        convertRows(pixels, stride, 0, direct, *frame);
+    auto last = makePlane(1, rest * stride + reach);
+    uint8_t* const behind =
+        std::copy_n(pixels + std::ptrdiff_t{direct} * stride, rest * stride, last.data());
+    for (int i = 0; i < reach; ++i)
+        behind[i] = behind[i - 3];
+    convertRows(last.data(), stride, direct, rest, *frame);
+}
+
+void SWScaleEncoder::convertRows(const uint8_t* rows, int stride, int first, int count,
+                                 AVFrame& frame) {
+    const std::array<const uint8_t*, 4> planes = {rows};
+    const std::array<int, 4> strides = {stride};
+    sws_scale(m_sws_context.get(), planes.data(), strides.data(), first, count, frame.data,
+              frame.linesize);
 }

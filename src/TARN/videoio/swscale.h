@@ -69,4 +69,8 @@ public:
     /// size. The image must be tightly packed and exactly as wide as the encoder.
     void convertFrame(const tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>& image,
                       AVFrame* frame, AVCodecContext* codecContext);
+
+private:
+    /// Converts `count` rows of the image, the first of which goes to row `first` of the frame.
+    void convertRows(const uint8_t* rows, int stride, int first, int count, AVFrame& frame);
 };
