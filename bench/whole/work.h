@@ -61,14 +61,19 @@ public:
         struct stat status = {};
         if (file >= 0 && ::fstat(file, &status) == 0) {
             length = static_cast<size_t>(status.st_size);
-            // A private copy may be written to, as some interfaces seem to want.
-            mapped = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE, file, 0);
+            // More than the file, because swscale reads a little behind the last picture; writable,
+            // as some interfaces seem to want.
+            mapped = ::mmap(nullptr, length + spare, PROT_READ | PROT_WRITE,
+                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (mapped != MAP_FAILED)
+                mapped = ::mmap(mapped, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED,
+                                file, 0);
         }
         ::close(file);
         if (mapped == MAP_FAILED)
             throw std::runtime_error("could not map " + path);
     }
-    ~Bytes() { ::munmap(mapped, length); }
+    ~Bytes() { ::munmap(mapped, length + spare); }
     Bytes(const Bytes&) = delete;
     Bytes& operator=(const Bytes&) = delete;
 
@@ -76,6 +81,8 @@ public:
     [[nodiscard]] size_t size() const noexcept { return length; }
 
 private:
+    static constexpr size_t spare = 1 << 16;
+
     void* mapped = MAP_FAILED;
     size_t length = 0;
 };
