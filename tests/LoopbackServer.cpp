@@ -41,6 +41,14 @@ void Connection::waitForClose() const {
     }
 }
 
+void Connection::readRequest() const {
+    std::string request;
+    char next = 0;
+    while (request.find("\r\n\r\n") == std::string::npos && isReadable(descriptor) &&
+           ::recv(descriptor, &next, 1, 0) == 1)
+        request += next;
+}
+
 void Connection::reset() const {
     const linger atOnce{1, 0};
     ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));

@@ -17,6 +17,9 @@ public:
 
     void send(const std::string& bytes) const;
 
+    /// Takes what the client says up to an empty line, as a request of HTTP ends.
+    void readRequest() const;
+
     /// Waits until the client goes, or half a minute.
     void waitForClose() const;
 

@@ -190,6 +190,11 @@ ExitCode runRemux(const Program& program, const RemuxOptions& options) {
     if (!program.quiet)
         std::cout << oneLine(options.output) << ": " << packets << " packets of " << streams.size()
                   << (streams.size() == 1 ? " stream\n" : " streams\n");
+    const ffmpeg::EndReason end = input->getEndReason();
+    if (end.kind == ffmpeg::EndReason::Kind::Error)
+        throw Failure(ExitCode::Input, program.input.url,
+                      "reading ended early: " + end.text + "; the packets before are in " +
+                          options.output);
     return ExitCode::Success;
 }
 
@@ -203,8 +208,8 @@ void addRemuxCommand(CLI::App& app, Program& program) {
     command.add_option("OUT", options->output, "MP4 file to write")->required();
     command.add_flag("--keep-rotation", options->keepRotation,
                      "Have players turn the copy as they turn the original");
-    command.footer("Nothing is encoded again: packets are passed on as they are, in the order of\n"
-                   "their decoding times. Streams of other codecs are left out.");
+    command.footer("Nothing is encoded again: packets are passed on as they are. Streams of other\n"
+                   "codecs are left out.");
 }
 
 } // namespace tio::tool

@@ -1,3 +1,4 @@
+#include "LoopbackServer.h"
 #include "ProgramRun.h"
 #include "media/ByteEdits.h"
 #include "media/ClipMaker.h"
@@ -172,6 +173,24 @@ TEST_F(RemuxCommandTest, DropsTheRotationUnlessAskedToKeepIt) {
         EXPECT_THAT(runProgram({"info", copy}).out,
                     HasSubstr("rotation      " + std::to_string(rotation) + " degrees"));
     }
+}
+
+TEST_F(RemuxCommandTest, KeepsWhatComesBeforeAFailureToReadAndTellsOfIt) {
+    makeTransportStream();
+    const std::vector<uint8_t> bytes = readBytes(clip);
+    const LoopbackServer server([&](const Connection& connection) {
+        connection.readRequest();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(2 * bytes.size()) +
+                        "\r\n\r\n" + std::string(bytes.begin(), bytes.end()));
+    });
+    const std::string url = server.url("http");
+    const ProgramResult result = runProgram({"remux", url, copy});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "tarn-videoio: " + url +
+                              ": reading ended early: Input/output error; the packets before are "
+                              "in " +
+                              copy + "\n");
+    EXPECT_EQ(oracleFrames(copy).size(), oracleFrames(clip).size());
 }
 
 TEST_F(RemuxCommandTest, RefusesAClipWithNothingToCopy) {
