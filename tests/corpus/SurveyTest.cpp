@@ -109,12 +109,13 @@ TEST_P(SurveyTest, FindsWhatFfmpegFinds) {
     EXPECT_EQ(differing, GetParam().differing);
 }
 
-// Seeking counts pictures: the count is off where not every packet gives one after a seek. After
-// one to the start of sound FFmpeg 4.3 leaves out the first block, as it does at the start.
+// Seeking counts pictures: the count is off where not every packet gives one after a seek, in an
+// open group for one, though not with FFmpeg 7.1. After a seek to the start of sound FFmpeg 4.3
+// leaves out the first block, as it does at the start.
 INSTANTIATE_TEST_SUITE_P(
     Clips, SurveyTest,
     ::testing::Values(SurveyedClip{"BFrames", {}}, SurveyedClip{"WithAudio", {}, {"seek in sound"}},
-                      SurveyedClip{"OpenGop", {"seek"}}, SurveyedClip{"CutByEditList", {}},
+                      SurveyedClip{"OpenGop", {}, {"seek"}}, SurveyedClip{"CutByEditList", {}},
                       SurveyedClip{"Fragmented", {}}, SurveyedClip{"Turned90", {}},
                       SurveyedClip{"Odd444", {}}, SurveyedClip{"Matroska", {}},
                       SurveyedClip{"MpegTs", {"seek"}}, SurveyedClip{"Mpeg4InAvi", {}},
