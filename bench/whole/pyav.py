@@ -5,7 +5,7 @@ import sys
 import av
 
 RAW_WIDTH, RAW_HEIGHT, RAW_COUNT, ENCODED = 1280, 720, 25, 200
-IMAGE_REPEATS = 20
+IMAGE_REPEATS = 10
 
 
 def open_video(source):

@@ -51,7 +51,7 @@ constexpr int soundRate = 48000;
 constexpr int soundChannels = 2;
 
 // How often a still image is read or written.
-constexpr int imageRepeats = 20;
+constexpr int imageRepeats = 10;
 
 /// The bytes of a file, mapped: to read them first would be work that is none of a library's.
 class Bytes {
