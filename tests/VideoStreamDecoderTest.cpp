@@ -59,6 +59,26 @@ TEST_F(VideoStreamDecoderTest, AnInputWithoutVideoFailsInTheConstructor) {
     }
 }
 
+// Nobody may be kept busy with one and the same exception.
+TEST_F(VideoStreamDecoderTest, AStreamWithoutAPixelFormatFailsOnceAndIsReadOn) {
+    const std::string path = clip();
+    auto context = std::make_shared<InputFormatContext>(path);
+    context->getStream(0)->codecpar->format = AV_PIX_FMT_NONE;
+    VideoStreamDecoder decoder(context, PixelFormat::RGB);
+    try {
+        (void)decoder.readNextFrame();
+        FAIL() << "expected an exception";
+    } catch (const tio::Exception& failure) {
+        EXPECT_STREQ(failure.what(), "Could not get swscale context");
+    }
+    for (const test::OracleFrame& expected : test::oracleFrames(path)) {
+        const auto frame = decoder.readNextFrame();
+        ASSERT_TRUE(frame.frame);
+        EXPECT_EQ(hashOf(frame), expected.hash);
+    }
+    EXPECT_FALSE(decoder.readNextFrame().frame);
+}
+
 TEST_F(VideoStreamDecoderTest, FrameSizeReadsAndOffersExactlyOnePacketThatIsNotLost) {
     const std::string path = clip();
     auto decoder = open(path);

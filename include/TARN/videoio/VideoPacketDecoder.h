@@ -54,6 +54,7 @@ private:
     std::shared_ptr<FfmpegVideoFilter> filter; // empty unless the stream is rotated
     std::shared_ptr<SWScaleDecoder> converter; // empty until the codec is open
     bool dimensionsSwapped = false;
+    bool converterAskedFor = false;
     PixelFormat pixelFormat;
 };
 

@@ -25,6 +25,10 @@ void VideoPacketDecoder::onCodecOpened() {
     }
     if (pixelFormat == PixelFormat::Default)
         pixelFormat = PixelFormat::RGB;
+    // Not again when this comes once more because it failed: a stream may have no pixel format, and
+    // what its first picture needs is made then.
+    if (std::exchange(converterAskedFor, true))
+        return;
     converter = std::make_shared<SWScaleDecoder>(getFrameSize(), getCodecContext(), pixelFormat);
 }
 
