@@ -111,13 +111,13 @@ TEST_P(SurveyTest, FindsWhatFfmpegFinds) {
 
 // Seeking counts pictures: the count is off where not every packet gives one after a seek, in an
 // open group for one, though not with FFmpeg 7.1. After a seek to the start of sound FFmpeg 4.3
-// leaves out the first block, as it does at the start.
+// leaves out the first block, as it does at the start; 9.0 leaves out that of Matroska.
 INSTANTIATE_TEST_SUITE_P(
     Clips, SurveyTest,
     ::testing::Values(SurveyedClip{"BFrames", {}}, SurveyedClip{"WithAudio", {}, {"seek in sound"}},
                       SurveyedClip{"OpenGop", {}, {"seek"}}, SurveyedClip{"CutByEditList", {}},
                       SurveyedClip{"Fragmented", {}}, SurveyedClip{"Turned90", {}},
-                      SurveyedClip{"Odd444", {}}, SurveyedClip{"Matroska", {}},
+                      SurveyedClip{"Odd444", {}}, SurveyedClip{"Matroska", {}, {"seek in sound"}},
                       SurveyedClip{"MpegTs", {"seek"}}, SurveyedClip{"Mpeg4InAvi", {}},
                       SurveyedClip{"EmptyPacket", {}}, SurveyedClip{"RawH264", {}},
                       SurveyedClip{"PaletteComesOnce", {}}),
