@@ -52,7 +52,7 @@ private:
     void matchConverterToFrame();
 
     std::shared_ptr<FfmpegVideoFilter> filter; // empty unless the stream is rotated
-    std::shared_ptr<SWScaleDecoder> converter; // empty until the codec is open
+    std::shared_ptr<SWScaleDecoder> converter; // empty until the codec is open, or knows a format
     bool dimensionsSwapped = false;
     bool converterAskedFor = false;
     PixelFormat pixelFormat;

@@ -3,11 +3,9 @@
 #include "initialise.h"
 #include "swscale.h"
 
-#include <TARN/core/MatAlloc.h>
 #include <TARN/videoio/WriteImage.h>
 #include <TARN/videoio/detail/Handles.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <new>
@@ -17,8 +15,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-using Pixel = Vec<uint8_t, 3>;
-using Image = Mat<Pixel, 2, MatOptions<1, 1>>;
+using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 
 constexpr detail::Location at(int number) {
     return {"WriteImage", number};
@@ -71,25 +68,10 @@ detail::FrameHandle makeFrame(const AVCodecContext& codecContext) {
     return frame;
 }
 
-// Colour is halved in pairs of pixels. In an odd row swscale pairs the last pixel with the one
-// behind it, which at the end of the image is whatever lies there: here, the last pixel again.
-Image withPixelBehind(const Image& image) {
-    static_assert(MatAlloc::spareBytes >= sizeof(Pixel));
-    Image copy(image.size);
-    std::copy_n(image.data(), image.count, copy.data());
-    copy.data()[image.count] = image.data()[image.count - 1];
-    return copy;
-}
-
-bool readsBehind(const Image& image, AVPixelFormat target) {
-    return image.cols() % 2 != 0 && target == AV_PIX_FMT_YUVJ420P;
-}
-
 detail::PacketHandle encode(const Image& image, AVCodecContext& codecContext) {
     const detail::FrameHandle frame = makeFrame(codecContext);
     SWScaleEncoder converter(image.size, &codecContext);
-    const bool behind = readsBehind(image, codecContext.pix_fmt);
-    converter.convertFrame(behind ? withPixelBehind(image) : image, frame.get(), &codecContext);
+    converter.convertFrame(image, frame.get(), &codecContext);
     detail::checkResult(avcodec_send_frame(&codecContext, frame.get()), at(74));
     detail::PacketHandle packet(av_packet_alloc());
     if (!packet)
