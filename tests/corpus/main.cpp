@@ -1,8 +1,8 @@
 // Drives one file through every way into the library and compares with FFmpeg called directly:
 //   tarn_survey FILE [FIRST [SECONDS]]
 // prints NUMBER,"ENTRY POINT",begun before and NUMBER,"ENTRY POINT",OUTCOME,"NOTE" after each, so
-// that whoever watches knows where the program ended. FIRST is the number to begin with; an entry point
-// that takes longer than SECONDS ends the program with SIGALRM.
+// that whoever watches knows where the program ended. FIRST is the number to begin with; an entry
+// point that takes longer than SECONDS ends the program with SIGALRM.
 
 #include "Survey.h"
 #include "media/TemporaryFolder.h"
@@ -13,9 +13,8 @@
 #include <cstddef>
 #include <iostream>
 #include <string>
-#include <vector>
-
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
