@@ -128,6 +128,8 @@ def draw(runs, path):
     axes.legend(loc="lower left", fontsize=8)
     figure.tight_layout()
     figure.savefig(path, metadata={"Date": None})
+    lines = pathlib.Path(path).read_text().splitlines()
+    pathlib.Path(path).write_text("".join(line.rstrip() + "\n" for line in lines))
 
 
 def main(path):
