@@ -18,6 +18,7 @@
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -145,9 +146,11 @@ void makeReader(Subjects& on, uint8_t how) {
 }
 
 void readList(Subjects& on, uint8_t seed) {
+    // Of a damaged clip there may be no frame at all.
+    const int64_t choice = std::max<int64_t>(readerOf(on).frameCount() + (seed & 1), 1);
     std::vector<int64_t> frames;
     for (int i = 0; i < 6; ++i)
-        frames.push_back((seed * (i + 1) + (seed >> 3)) % (readerOf(on).frameCount() + (seed & 1)));
+        frames.push_back((seed * (i + 1) + (seed >> 3)) % choice);
     int left = seed % 8;
     readerOf(on).readFrames(frames, [&](const FrameReader::Picture& picture) {
         check(on, picture);
