@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HashedPicture.h"
 #include "media/Oracle.h"
 #include "media/Picture.h"
 
@@ -23,12 +24,7 @@ inline const Frame<PixelFormat::RGB>& rgbOf(const ffmpeg::FrameReader::Picture& 
 
 /// The hash of an RGB picture, as the oracle makes it.
 inline uint64_t hashOf(const ffmpeg::FrameReader::Picture& picture) {
-    const auto& plane = rgbOf(picture).plane;
-    uint64_t hash = emptyHash;
-    for (int row = 0; row < plane.rows(); ++row)
-        hash = hashOf(plane.data() + std::ptrdiff_t{row} * plane.step[0],
-                      static_cast<size_t>(plane.cols()), hash);
-    return hash;
+    return hashedPicture(*picture.frame).hash;
 }
 
 /// The number that is drawn into a picture of a made clip.

@@ -1,4 +1,5 @@
 #include "Expectations.h"
+#include "HashedPicture.h"
 #include "Interception.h"
 #include "media/ClipMaker.h"
 #include "media/LogCapture.h"
@@ -14,7 +15,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -37,13 +37,7 @@ Vec<int, 2> sizeOf(const Picture& picture) {
 }
 
 uint64_t hashOf(const Picture& picture) {
-    if (const auto rgb = std::dynamic_pointer_cast<RgbFrame>(picture.frame))
-        return test::hashOf(rgb->plane.data(), static_cast<size_t>(rgb->plane.count));
-    const auto nv12 = std::dynamic_pointer_cast<Nv12Frame>(picture.frame);
-    const auto& [luma, chroma] = std::tie(nv12->planes[0], nv12->planes[1]);
-    const int chromaBytes = (chroma.rows() + 1) / 2 * chroma.cols();
-    return test::hashOf(chroma.data(), static_cast<size_t>(chromaBytes),
-                        test::hashOf(luma.data(), static_cast<size_t>(luma.count)));
+    return test::hashedPicture(*picture.frame).hash;
 }
 
 class VideoPacketDecoderTest : public ::testing::Test {

@@ -1,3 +1,4 @@
+#include "HashedPicture.h"
 #include "Interception.h"
 #include "media/ClipMaker.h"
 #include "media/LogCapture.h"
@@ -32,8 +33,7 @@ protected:
     }
 
     static uint64_t hashOf(const VideoPacketDecoder::Frame& frame) {
-        const auto& plane = static_cast<tio::Frame<tio::PixelFormat::RGB>&>(*frame.frame).plane;
-        return test::hashOf(plane.data(), static_cast<size_t>(plane.count));
+        return test::hashedPicture(*frame.frame).hash;
     }
 
     test::TemporaryFolder folder;

@@ -27,11 +27,7 @@ using Reached = ffmpeg::FrameReader::Reached;
 
 uint64_t hashOf(const FrameBase& frame) {
     const auto& plane = static_cast<const Frame<PixelFormat::RGB>&>(frame).plane;
-    uint64_t hash = test::emptyHash;
-    for (int row = 0; row < plane.rows(); ++row)
-        hash = test::hashOf(plane.data() + std::ptrdiff_t{row} * plane.step[0],
-                            static_cast<size_t>(plane.cols()), hash);
-    return hash;
+    return test::hashRows(plane.data(), plane.step[0], plane.rows(), plane.cols());
 }
 
 struct Access {

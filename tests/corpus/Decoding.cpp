@@ -3,14 +3,16 @@
 #include "Direct.h"
 #include "Entries.h"
 #include "HashedPicture.h"
-#include "media/Oracle.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/VideoStreamDecoder.h>
 
 #include <exception>
+#include <map>
 #include <memory>
+#include <thread>
+#include <tuple>
 
 namespace tio::survey {
 
@@ -39,28 +41,26 @@ void readToTheEnd(Read&& read) {
     }
 }
 
-std::string pictureText(const ffmpeg::VideoPacketDecoder::Frame& frame, PixelFormat format) {
-    const test::HashedPicture picture = test::hashedPicture(frame, format);
+std::string pictureText(const ffmpeg::VideoPacketDecoder::Frame& frame) {
+    const test::HashedPicture picture = test::hashedPicture(*frame.frame);
     return pictureLine(timeText(frame.timestamp), picture.width, picture.height, picture.hash);
 }
 
-void tellDirectly(const std::string& path, PixelFormat format, bool freshBuffers, Facts& facts) {
-    test::OracleOptions options;
-    options.format =
-        format == PixelFormat::RGB ? test::OracleFormat::Rgb : test::OracleFormat::Nv12;
-    options.skipDamaged = true;
-    options.freshBuffers = freshBuffers;
-    for (const test::OracleFrame& frame : test::oracleFrames(path, options))
-        facts.push_back(pictureLine(timeText(frame.pts, {frame.timeBaseNum, frame.timeBaseDen}),
-                                    frame.width, frame.height, frame.hash));
+void tellDirectly(const std::string& path, PixelFormat format, DirectWay way, Facts& facts) {
+    for (const test::OracleFrame& frame : directPictures(path, way)) {
+        if (frame.rises)
+            facts.push_back(pictureLine(frame, format));
+    }
 }
 
 Verdict judgePictures(const std::string& path, PixelFormat format, const Account& ours) {
-    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, format, false, facts); });
+    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, format, {}, facts); });
     Verdict verdict = judgeDecoding(ours, direct);
     if (verdict.outcome != Outcome::Differs)
         return verdict;
-    const auto again = accountOf([&](Facts& facts) { tellDirectly(path, format, true, facts); });
+    const auto again = accountOf([&](Facts& facts) {
+        tellDirectly(path, format, {false, true}, facts);
+    });
     if (again.facts != direct.facts)
         verdict.note += "; " + unsteady;
     return verdict;
@@ -71,7 +71,7 @@ void tellByStream(const std::string& path, PixelFormat format, Facts& facts) {
     readToTheEnd([&] {
         const auto frame = decoder.readNextFrame();
         if (frame.frame)
-            facts.push_back(pictureText(frame, format));
+            facts.push_back(pictureText(frame));
         return frame.frame != nullptr;
     });
 }
@@ -89,7 +89,7 @@ void tellByPackets(const std::string& path, Facts& facts) {
     const auto take = [&] {
         const auto frame = decoder.readNextFrame();
         if (frame.frame)
-            facts.push_back(pictureText(frame, PixelFormat::RGB));
+            facts.push_back(pictureText(frame));
         return frame.frame != nullptr;
     };
     auto packet = stream.getNextPacket();
@@ -127,8 +127,35 @@ std::string pictureLine(const std::string& time, int width, int height, uint64_t
 
 const std::string unsteady = "FFmpeg's own pictures differ with what memory held before";
 
-void tellPictures(const std::string& path, PixelFormat format, Facts& facts) {
-    tellDirectly(path, format, false, facts);
+std::string pictureLine(const test::OracleFrame& frame, PixelFormat format) {
+    return pictureLine(timeText(frame.pts, {frame.timeBaseNum, frame.timeBaseDen}), frame.width,
+                       frame.height, format == PixelFormat::RGB ? frame.hash : frame.nv12Hash);
+}
+
+const std::vector<test::OracleFrame>& directPictures(const std::string& path, DirectWay way) {
+    struct Known {
+        std::vector<test::OracleFrame> pictures;
+        std::exception_ptr failure;
+    };
+    static std::map<std::tuple<std::string, bool, bool>, Known> known;
+    const bool oneThread = way.oneThread || std::thread::hardware_concurrency() == 1;
+    const auto [entry, isNew] = known.try_emplace({path, oneThread, way.freshBuffers});
+    Known& result = entry->second;
+    if (isNew) {
+        test::OracleOptions options;
+        options.everyPicture = true;
+        options.nv12Too = true;
+        options.freshBuffers = way.freshBuffers;
+        options.threads = oneThread ? 1 : 0;
+        try {
+            result.pictures = test::oracleFrames(path, options);
+        } catch (const std::exception&) {
+            result.failure = std::current_exception();
+        }
+    }
+    if (result.failure)
+        std::rethrow_exception(result.failure);
+    return result.pictures;
 }
 
 Verdict decodeRgb(const std::string& path, const std::string&) {

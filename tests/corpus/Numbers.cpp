@@ -3,7 +3,6 @@
 #include "Entries.h"
 #include "HashedPicture.h"
 #include "Spread.h"
-#include "media/Oracle.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/InputStream.h>
@@ -81,7 +80,7 @@ void tellSought(ffmpeg::VideoStreamDecoder& decoder, Facts& facts) {
             facts.push_back(frameText(number, "no picture"));
             continue;
         }
-        const auto picture = test::hashedPicture(frame, PixelFormat::RGB);
+        const auto picture = test::hashedPicture(*frame.frame);
         facts.push_back(frameText(number, pictureLine(timeText(frame.timestamp), picture.width,
                                                       picture.height, picture.hash)));
     }
@@ -89,13 +88,11 @@ void tellSought(ffmpeg::VideoStreamDecoder& decoder, Facts& facts) {
 
 void tellSoughtDirectly(const std::string& path, Facts& facts) {
     const DirectIndex index = indexDirectly(path, AVMEDIA_TYPE_VIDEO);
-    test::OracleOptions options;
-    options.skipDamaged = true;
     std::map<int64_t, std::string> pictures;
-    for (const test::OracleFrame& frame : test::oracleFrames(path, options))
-        pictures[frame.pts] =
-            pictureLine(timeText(frame.pts, {frame.timeBaseNum, frame.timeBaseDen}), frame.width,
-                        frame.height, frame.hash);
+    for (const test::OracleFrame& frame : directPictures(path)) {
+        if (frame.rises)
+            pictures[frame.pts] = pictureLine(frame, PixelFormat::RGB);
+    }
     for (const int64_t number : spreadNumbers(static_cast<int64_t>(index.times.size()))) {
         const auto found = pictures.find(index.times[static_cast<std::size_t>(number)]);
         facts.push_back(frameText(number, found != pictures.end() ? found->second : "no picture"));

@@ -3,7 +3,6 @@
 #include "Entries.h"
 #include "HashedPicture.h"
 #include "Spread.h"
-#include "media/Oracle.h"
 
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/InputStream.h>
@@ -37,7 +36,7 @@ struct Reading {
 void tellFrames(FrameReader& reader, Facts& facts) {
     for (const int64_t number : spreadNumbers(reader.frameCount())) {
         const auto picture = reader.readFrame(number);
-        const auto hashed = test::hashedPicture({picture.frame, {}, {}}, ffmpeg::PixelFormat::RGB);
+        const auto hashed = test::hashedPicture(*picture.frame);
         facts.push_back(frameText(number, hashed.width, hashed.height, hashed.hash));
     }
     facts.push_back(countText(reader.frameCount()));
@@ -67,12 +66,8 @@ Reading readWith(const std::string& path, const ffmpeg::FrameReaderOptions& opti
     return reading;
 }
 
-void tellDirectly(const std::string& path, bool oneThread, bool freshBuffers, Facts& facts) {
-    test::OracleOptions options;
-    options.freshBuffers = freshBuffers;
-    options.everyPicture = true;
-    options.threads = oneThread ? 1 : 0;
-    const auto frames = test::oracleFrames(path, options);
+void tellDirectly(const std::string& path, DirectWay way, Facts& facts) {
+    const auto& frames = directPictures(path, way);
     for (const int64_t number : spreadNumbers(static_cast<int64_t>(frames.size()))) {
         const test::OracleFrame& frame = frames[static_cast<std::size_t>(number)];
         facts.push_back(frameText(number, frame.width, frame.height, frame.hash));
@@ -84,13 +79,13 @@ Verdict judgeReader(const std::string& path, bool checksums) {
     ffmpeg::FrameReaderOptions options;
     options.checksums = checksums;
     const Reading ours = readWith(path, options);
-    const auto direct =
-        accountOf([&](Facts& facts) { tellDirectly(path, ours.damaged, false, facts); });
+    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, {ours.damaged}, facts); });
     Verdict verdict = judgeDecoding(ours.account, direct);
     if (verdict.outcome != Outcome::Differs)
         return verdict;
-    const auto again =
-        accountOf([&](Facts& facts) { tellDirectly(path, ours.damaged, true, facts); });
+    const auto again = accountOf([&](Facts& facts) {
+        tellDirectly(path, {ours.damaged, true}, facts);
+    });
     if (again.facts != direct.facts)
         verdict.note += "; " + unsteady;
     return verdict;
@@ -118,12 +113,9 @@ void tellIndexFile(const std::string& path, const std::string& folder, Facts& fa
 }
 
 void tellIndexFileDirectly(const std::string& path, Facts& facts) {
-    test::OracleOptions options;
-    options.everyPicture = true;
-    options.wanted = [](std::size_t) { return false; };
-    const auto frames = test::oracleFrames(path, options);
+    const std::size_t count = directPictures(path).size();
     facts.push_back(matchText(FrameIndex::Match::Fresh));
-    facts.push_back(countText(static_cast<int64_t>(frames.size())));
+    facts.push_back(countText(static_cast<int64_t>(count)));
 }
 
 } // namespace

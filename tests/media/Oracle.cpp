@@ -3,7 +3,15 @@
 #include "media/Demuxing.h"
 #include "media/OraclePicture.h"
 
+extern "C" {
+#include <libavutil/mem.h>
+#include <libavutil/murmur3.h>
+}
+
 #include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
 #include <numeric>
 #include <optional>
 #include <thread>
@@ -33,6 +41,7 @@ public:
           options(chosen),
           decoder(openDecoder(demuxer.stream(), chosen.threads)),
           converter(chosen.format),
+          nv12Converter(OracleFormat::Nv12),
           frame(checkFound(av_frame_alloc(), "frame")) {
         const int turns = oracleQuarterTurns(&demuxer.stream());
         if (chosen.rotate && turns != 0)
@@ -73,46 +82,57 @@ private:
                 continue;
             }
             check(result, "decoding a frame");
-            if (frame->pts > lastPts || options.everyPicture) {
-                lastPts = frame->pts;
-                keepFrame();
-            }
+            const bool rises = frame->pts > lastPts;
+            if (rises || options.everyPicture)
+                keepFrame(rises);
+            lastPts = std::max(lastPts, frame->pts);
         }
     }
 
-    void keepFrame() {
-        const int64_t pts = frame->pts;
+    void keepFrame(bool rises) {
         if (options.freshBuffers)
             kept.emplace_back(checkFound(av_frame_clone(frame.get()), "reference"));
         const AVRational timeBase = demuxer.stream().time_base;
-        if (options.wanted && !options.wanted(frames.size())) {
-            frames.push_back({pts, timeBase.num, timeBase.den, frame->width, frame->height, 0, {}});
-            return;
-        }
+        OracleFrame picture{
+            frame->pts, timeBase.num, timeBase.den, frame->width, frame->height, 0, rises, 0, {}};
+        if (!options.wanted || options.wanted(frames.size()))
+            convert(picture);
+        frames.push_back(std::move(picture));
+    }
+
+    void convert(OracleFrame& picture) {
         if (rotator)
             rotator->turn(*frame);
-        std::vector<uint8_t> pixels = converter.pixelsOf(*frame);
-        frames.push_back({pts,
-                          timeBase.num,
-                          timeBase.den,
-                          frame->width,
-                          frame->height,
-                          hashOf(pixels.data(), pixels.size()),
-                          {}});
+        picture.width = frame->width;
+        picture.height = frame->height;
+        converter.convert(*frame);
+        picture.hash = converter.hash();
         if (options.keepPixels)
-            frames.back().pixels = std::move(pixels);
+            picture.pixels = converter.pixels();
+        if (options.nv12Too) {
+            nv12Converter.convert(*frame);
+            picture.nv12Hash = nv12Converter.hash();
+        }
     }
 
     VideoDemuxer demuxer;
     OracleOptions options;
     CodecPointer decoder;
     OracleConverter converter;
+    OracleConverter nv12Converter;
     FramePointer frame;
     std::optional<OracleRotator> rotator;
     int64_t lastPts = AV_NOPTS_VALUE; // the smallest of all values
     std::vector<OracleFrame> frames;
     std::vector<FramePointer> kept;
 };
+
+/// The size is an int up to FFmpeg 4.3.
+template <typename Size>
+void update(void (*add)(AVMurMur3*, const uint8_t*, Size), AVMurMur3& state, const uint8_t* bytes,
+            std::size_t count) {
+    add(&state, bytes, static_cast<Size>(count));
+}
 
 } // namespace
 
@@ -123,10 +143,25 @@ OracleTime OracleFrame::time() const {
 }
 
 uint64_t hashOf(const uint8_t* bytes, std::size_t count, uint64_t seed) {
-    uint64_t hash = seed;
-    for (std::size_t i = 0; i < count; ++i)
-        hash = (hash ^ bytes[i]) * 1099511628211u;
+    struct Free {
+        void operator()(AVMurMur3* state) const noexcept { av_free(state); }
+    };
+    thread_local const std::unique_ptr<AVMurMur3, Free> state(
+        checkFound(av_murmur3_alloc(), "state of a hash"));
+    std::array<uint8_t, 16> digest{};
+    av_murmur3_init_seeded(state.get(), seed);
+    update(av_murmur3_update, *state, bytes, count);
+    av_murmur3_final(state.get(), digest.data());
+    uint64_t hash = 0;
+    std::memcpy(&hash, digest.data(), sizeof hash);
     return hash;
+}
+
+uint64_t hashRows(const uint8_t* first, std::ptrdiff_t stride, int rows, int rowBytes,
+                  uint64_t seed) {
+    for (int row = 0; row < rows; ++row)
+        seed = hashOf(first + row * stride, static_cast<std::size_t>(rowBytes), seed);
+    return seed;
 }
 
 std::vector<OraclePacket> oraclePackets(const std::string& path) {

@@ -35,7 +35,10 @@ struct OracleFrame {
     int timeBaseDen;
     int width; ///< in pixels, after rotation
     int height;
-    uint64_t hash; ///< hashOf the pixels
+    uint64_t hash; ///< of the pixels, by hashRows
+    bool rises;    ///< its pts is greater than all before
+
+    uint64_t nv12Hash = 0; ///< only if the options ask for it
 
     /// Empty unless the options keep them. RGB: rows of 3 × width bytes. NV12: the luma rows of
     /// width bytes, then ⌈height / 2⌉ chroma rows of as many bytes as width rounded up to even.
@@ -52,6 +55,7 @@ struct OracleOptions {
     bool keepPixels = false;  ///< otherwise only the hash of each picture is kept
     bool rotate = true;       ///< turn pictures upright
     bool skipDamaged = false; ///< go on after whatever the decoder fails at
+    bool nv12Too = false;     ///< hash each picture as NV12 as well
 
     /// Leave nothing out: neither pictures without a time, nor those whose time does not rise, nor
     /// those behind a failure.
@@ -65,11 +69,17 @@ struct OracleOptions {
     std::function<bool(std::size_t)> wanted;
 };
 
-/// Seed of a hash, and its result over no bytes.
-constexpr uint64_t emptyHash = 14695981039346656037u;
+/// Seed of a hash that follows no other.
+constexpr uint64_t emptyHash = 0;
 
-/// 64-bit FNV-1a; hashing in pieces, each from the hash before, gives the hash of the whole.
+/// The first 64 bits of libavutil's MurmurHash3: a picture's hash must take less time than the
+/// picture. The same bytes in other pieces, each from the hash before, have another hash.
 [[nodiscard]] uint64_t hashOf(const uint8_t* bytes, std::size_t count, uint64_t seed = emptyHash);
+
+/// The hash of a picture's plane: row by row, each from the hash before, without what lies between
+/// the rows. Of a picture with several planes, each from the hash of the plane before.
+[[nodiscard]] uint64_t hashRows(const uint8_t* first, std::ptrdiff_t stride, int rows, int rowBytes,
+                                uint64_t seed = emptyHash);
 
 /// All packets of the best video stream in the order of the file, also empty ones.
 /// @throws std::runtime_error when the file cannot be opened or has no video

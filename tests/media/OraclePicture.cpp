@@ -43,43 +43,6 @@ AVFilterInOut* endpoint(const char* name, AVFilterContext* filter) {
     return end;
 }
 
-/// A plane whose rows have room to spare: libswscale's converters write
-/// whole vectors at the end of a row, and miscompute the last columns where there is no room.
-struct PaddedPlane {
-    PaddedPlane(int rowBytes, int rowCount)
-        : used(static_cast<std::size_t>(rowBytes)),
-          rows(static_cast<std::size_t>(rowCount)),
-          stride((rowBytes + 127) / 64 * 64),
-          bytes(static_cast<std::size_t>(stride) * rows + 64) {}
-
-    void appendTo(std::vector<uint8_t>& pixels) const {
-        for (std::size_t row = 0; row < rows; ++row) {
-            const uint8_t* begin = bytes.data() + row * static_cast<std::size_t>(stride);
-            pixels.insert(pixels.end(), begin, begin + used);
-        }
-    }
-
-    std::size_t used;
-    std::size_t rows;
-    int stride;
-    std::vector<uint8_t> bytes;
-};
-
-std::vector<PaddedPlane> planesFor(const AVFrame& frame, OracleFormat format) {
-    if (format == OracleFormat::Rgb)
-        return {PaddedPlane(3 * frame.width, frame.height)};
-    return {PaddedPlane(frame.width, frame.height),
-            PaddedPlane(frame.width + frame.width % 2, (frame.height + 1) / 2)};
-}
-
-/// NV12 to NV12 by libswscale leaves the chroma plane unwritten before FFmpeg 9.
-void copyPlanes(const AVFrame& frame, std::vector<PaddedPlane>& planes) {
-    for (std::size_t i = 0; i < planes.size(); ++i)
-        av_image_copy_plane(planes[i].bytes.data(), planes[i].stride, frame.data[i],
-                            frame.linesize[i], static_cast<int>(planes[i].used),
-                            static_cast<int>(planes[i].rows));
-}
-
 } // namespace
 
 OracleRotator::OracleRotator(const AVStream& stream, int quarterTurns)
@@ -107,38 +70,68 @@ void OracleRotator::turn(AVFrame& frame) {
     check(av_buffersink_get_frame(sink, &frame), "frame out of the rotation");
 }
 
-void OracleConverter::prepareScaler(const AVFrame& frame) {
+OracleConverter::PaddedPlane::PaddedPlane(int usedOfRow, int rowCount)
+    : rowBytes(usedOfRow),
+      rows(rowCount),
+      stride((usedOfRow + 127) / 64 * 64),
+      bytes(static_cast<std::size_t>(stride) * static_cast<std::size_t>(rowCount) + 64) {}
+
+void OracleConverter::prepare(const AVFrame& frame) {
     if (scaler && frame.width == width && frame.height == height && frame.format == sourceFormat)
         return;
     width = frame.width;
     height = frame.height;
     sourceFormat = frame.format;
-    const AVPixelFormat target = format == OracleFormat::Rgb ? AV_PIX_FMT_RGB24 : AV_PIX_FMT_NV12;
-    scaler.reset(
-        checkFound(sws_getContext(width, height, static_cast<AVPixelFormat>(sourceFormat), width,
-                                  height, target, SWS_BICUBIC, nullptr, nullptr, nullptr),
-                   "pixel conversion"));
+    const bool rgb = format == OracleFormat::Rgb;
+    scaler.reset(checkFound(sws_getContext(width, height, static_cast<AVPixelFormat>(sourceFormat),
+                                           width, height, rgb ? AV_PIX_FMT_RGB24 : AV_PIX_FMT_NV12,
+                                           SWS_BICUBIC, nullptr, nullptr, nullptr),
+                            "pixel conversion"));
+    planes.clear();
+    planes.emplace_back(rgb ? 3 * width : width, height);
+    if (!rgb)
+        planes.emplace_back(width + width % 2, (height + 1) / 2);
 }
 
-std::vector<uint8_t> OracleConverter::pixelsOf(const AVFrame& frame) {
-    std::vector<PaddedPlane> planes = planesFor(frame, format);
+/// NV12 to NV12 by libswscale leaves the chroma plane unwritten before FFmpeg 9.
+void OracleConverter::copyPlanes(const AVFrame& frame) {
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        av_image_copy_plane(planes[i].bytes.data(), planes[i].stride, frame.data[i],
+                            frame.linesize[i], planes[i].rowBytes, planes[i].rows);
+}
+
+void OracleConverter::convert(const AVFrame& frame) {
+    prepare(frame);
     if (format == OracleFormat::Nv12 && frame.format == AV_PIX_FMT_NV12) {
-        copyPlanes(frame, planes);
-    } else {
-        std::array<uint8_t*, 4> data{};
-        std::array<int, 4> strides{};
-        for (std::size_t i = 0; i < planes.size(); ++i) {
-            data[i] = planes[i].bytes.data();
-            strides[i] = planes[i].stride;
-        }
-        prepareScaler(frame);
-        check(sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, data.data(),
-                        strides.data()),
-              "pixel conversion");
+        copyPlanes(frame);
+        return;
     }
-    std::vector<uint8_t> pixels;
+    std::array<uint8_t*, 4> data{};
+    std::array<int, 4> strides{};
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        data[i] = planes[i].bytes.data();
+        strides[i] = planes[i].stride;
+    }
+    check(sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, data.data(),
+                    strides.data()),
+          "pixel conversion");
+}
+
+uint64_t OracleConverter::hash() const {
+    uint64_t hash = emptyHash;
     for (const PaddedPlane& plane : planes)
-        plane.appendTo(pixels);
+        hash = hashRows(plane.bytes.data(), plane.stride, plane.rows, plane.rowBytes, hash);
+    return hash;
+}
+
+std::vector<uint8_t> OracleConverter::pixels() const {
+    std::vector<uint8_t> pixels;
+    for (const PaddedPlane& plane : planes) {
+        for (int row = 0; row < plane.rows; ++row) {
+            const uint8_t* begin = plane.bytes.data() + std::ptrdiff_t{row} * plane.stride;
+            pixels.insert(pixels.end(), begin, begin + plane.rowBytes);
+        }
+    }
     return pixels;
 }
 

@@ -26,14 +26,32 @@ class OracleConverter {
 public:
     explicit OracleConverter(OracleFormat chosen) : format(chosen) {}
 
-    /// The pixels of a frame, without padding between rows.
-    [[nodiscard]] std::vector<uint8_t> pixelsOf(const AVFrame& frame);
+    /// Converts a frame; what follows is of it.
+    void convert(const AVFrame& frame);
+
+    [[nodiscard]] uint64_t hash() const;
+
+    /// The pixels without padding between rows.
+    [[nodiscard]] std::vector<uint8_t> pixels() const;
 
 private:
-    void prepareScaler(const AVFrame& frame);
+    /// A plane whose rows have room to spare: libswscale's converters write whole vectors at the
+    /// end of a row, and miscompute the last columns where there is no room.
+    struct PaddedPlane {
+        PaddedPlane(int usedOfRow, int rowCount);
+
+        int rowBytes;
+        int rows;
+        int stride;
+        std::vector<uint8_t> bytes;
+    };
+
+    void prepare(const AVFrame& frame);
+    void copyPlanes(const AVFrame& frame);
 
     OracleFormat format;
-    ScalerPointer scaler; // for pictures of the following kind
+    ScalerPointer scaler; // and planes, for pictures of the following kind
+    std::vector<PaddedPlane> planes;
     int width = 0;
     int height = 0;
     int sourceFormat = AV_PIX_FMT_NONE;

@@ -47,7 +47,9 @@ OracleImage oracleImage(const std::string& path) {
         received = avcodec_receive_frame(decoder.get(), frame.get());
     }
     check(received, "decoding " + path);
-    return {frame->width, frame->height, OracleConverter(OracleFormat::Rgb).pixelsOf(*frame)};
+    OracleConverter converter(OracleFormat::Rgb);
+    converter.convert(*frame);
+    return {frame->width, frame->height, converter.pixels()};
 }
 
 void makeImage(const std::string& path, const ImagePlan& plan) {

@@ -25,7 +25,7 @@ void printPictures(const std::string& path, PixelFormat format, const std::strin
     tio::ffmpeg::VideoStreamDecoder video(input, format);
     int number = 0;
     for (auto next = video.readNextFrame(); next.frame; next = video.readNextFrame()) {
-        const auto picture = tio::test::hashedPicture(next, format);
+        const auto picture = tio::test::hashedPicture(*next.frame);
         std::printf("%s\t%d\t%lld/%lld\t%dx%d\t%016llx\n", prefix.c_str(), number++,
                     static_cast<long long>(next.timestamp.numerator),
                     static_cast<long long>(next.timestamp.denominator), picture.width,

@@ -121,7 +121,7 @@ std::vector<Shown> received(const std::shared_ptr<InputFormatContext>& input,
     for (auto next = video.readNextFrame(); next.frame; next = video.readNextFrame()) {
         if (pictures.size() == most)
             break;
-        pictures.push_back({test::hashedPicture(next, PixelFormat::RGB).hash, next.timestamp});
+        pictures.push_back({test::hashedPicture(*next.frame).hash, next.timestamp});
     }
     return pictures;
 }

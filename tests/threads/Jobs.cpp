@@ -48,10 +48,10 @@ uint64_t hashOfFile(const std::string& path, uint64_t seed) {
     return hashOf(bytes.data(), bytes.size(), seed);
 }
 
-uint64_t hashOfPicture(const VideoPacketDecoder::Frame& frame, PixelFormat format, uint64_t seed) {
+uint64_t hashOfPicture(const VideoPacketDecoder::Frame& frame, uint64_t seed) {
     if (!frame.frame)
         throw std::runtime_error("there is no such frame");
-    return hashOfTime(frame.timestamp, hashOfValue(hashedPicture(frame, format).hash, seed));
+    return hashOfTime(frame.timestamp, hashOfValue(hashedPicture(*frame.frame).hash, seed));
 }
 
 VideoStreamDecoder openVideo(const std::string& path, PixelFormat format) {
@@ -62,13 +62,12 @@ uint64_t decode(const std::string& path, PixelFormat format) {
     VideoStreamDecoder video = openVideo(path, format);
     uint64_t hash = emptyHash;
     for (auto next = video.readNextFrame(); next.frame; next = video.readNextFrame())
-        hash = hashOfPicture(next, format, hash);
+        hash = hashOfPicture(next, hash);
     return hash;
 }
 
 uint64_t decodeOne(const std::string& path) {
-    return hashOfPicture(openVideo(path, PixelFormat::RGB).readNextFrame(), PixelFormat::RGB,
-                         emptyHash);
+    return hashOfPicture(openVideo(path, PixelFormat::RGB).readNextFrame(), emptyHash);
 }
 
 uint64_t decodeSound(const std::string& path) {
@@ -84,7 +83,7 @@ uint64_t seek(const std::string& path) {
     uint64_t hash = emptyHash;
     for (const int64_t frame : {17, 3, 24, 0, 12, 11}) {
         video.seek(frame);
-        hash = hashOfPicture(video.readNextFrame(), PixelFormat::RGB, hash);
+        hash = hashOfPicture(video.readNextFrame(), hash);
     }
     return hash;
 }
@@ -93,7 +92,7 @@ uint64_t readByNumber(const std::string& path) {
     FrameReader reader(std::make_shared<InputFormatContext>(path), PixelFormat::NV12);
     uint64_t hash = emptyHash;
     reader.readFrames({20, 4, 5, 23, 0}, [&](const FrameReader::Picture& picture) {
-        hash = hashOfPicture({picture.frame, picture.time, {}}, PixelFormat::NV12, hash);
+        hash = hashOfPicture({picture.frame, picture.time, {}}, hash);
         return true;
     });
     return hash;
