@@ -100,15 +100,15 @@ int64_t encodePictures(const Job& job) {
     EncodedFile file(job.target, std::move(encoder));
     const auto frame = newPicture(rawWidth, rawHeight, AV_PIX_FMT_YUV420P);
     const auto scaler = scalerTo(AV_PIX_FMT_YUV420P);
-    for (int n = 0; n < picturesToEncode; ++n) {
+    const int pictures = rawPicturesIn(raw);
+    for (int n = 0; n < rawRounds * pictures; ++n) {
         test::check(av_frame_make_writable(frame.get()), "picture");
-        convert(*scaler, raw.data() + rawPictureBytes * static_cast<size_t>(n % rawPictureCount),
-                *frame);
+        convert(*scaler, raw.data() + rawPictureBytes * static_cast<size_t>(n % pictures), *frame);
         frame->pts = n;
         file.write(frame.get());
     }
     file.write(nullptr);
-    return picturesToEncode;
+    return rawRounds * pictures;
 }
 
 int64_t encodeSound(const Job& job) {

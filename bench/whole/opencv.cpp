@@ -43,12 +43,12 @@ int64_t encodePictures(const Job& job) {
                            25, cv::Size(rawWidth, rawHeight));
     if (!writer.isOpened())
         throw std::runtime_error("could not open " + job.target);
-    for (int n = 0; n < picturesToEncode; ++n) {
-        const uint8_t* pixels =
-            raw.data() + rawPictureBytes * static_cast<size_t>(n % rawPictureCount);
+    const int pictures = rawPicturesIn(raw);
+    for (int n = 0; n < rawRounds * pictures; ++n) {
+        const uint8_t* pixels = raw.data() + rawPictureBytes * static_cast<size_t>(n % pictures);
         writer.write(cv::Mat(rawHeight, rawWidth, CV_8UC3, const_cast<uint8_t*>(pixels)));
     }
-    return picturesToEncode;
+    return rawRounds * pictures;
 }
 
 int64_t readImages(const Job& job) {

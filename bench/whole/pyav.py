@@ -4,7 +4,7 @@ import sys
 
 import av
 
-RAW_WIDTH, RAW_HEIGHT, RAW_COUNT, ENCODED = 1280, 720, 25, 200
+RAW_WIDTH, RAW_HEIGHT, RAW_ROUNDS = 1280, 720, 8
 IMAGE_REPEATS = 10
 
 
@@ -66,18 +66,18 @@ def decode_sound(source):
 def encode_pictures(source, target):
     import numpy
 
-    raw = numpy.fromfile(source, numpy.uint8).reshape(RAW_COUNT, RAW_HEIGHT, RAW_WIDTH, 3)
+    raw = numpy.fromfile(source, numpy.uint8).reshape(-1, RAW_HEIGHT, RAW_WIDTH, 3)
     with av.open(target, "w") as container:
         settings = {"preset": "veryfast", "level": "51", "bf": "0"}
         stream = container.add_stream("libx264", rate=25, options=settings)
         stream.width, stream.height, stream.pix_fmt = RAW_WIDTH, RAW_HEIGHT, "yuv420p"
         stream.bit_rate = 0  # PyAV's own is 1 Mbit/s; the others have x264's quality 23
         stream.thread_type, stream.codec_context.thread_count = "FRAME", 0
-        for n in range(ENCODED):
-            frame = av.VideoFrame.from_ndarray(raw[n % RAW_COUNT], format="rgb24")
+        for n in range(RAW_ROUNDS * len(raw)):
+            frame = av.VideoFrame.from_ndarray(raw[n % len(raw)], format="rgb24")
             container.mux(stream.encode(frame))
         container.mux(stream.encode())
-    return ENCODED
+    return RAW_ROUNDS * len(raw)
 
 
 def read_image(source):

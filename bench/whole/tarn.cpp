@@ -4,7 +4,9 @@
 
 #include <TARN/videoio.h>
 
+#include <map>
 #include <memory>
+#include <numeric>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -94,13 +96,14 @@ int64_t encodePictures(const Job& job) {
     const Vec<int, 2> size(rawHeight, rawWidth);
     const auto output = std::make_shared<OutputFormatContext>(job.target);
     auto video = std::make_unique<VideoStreamEncoder>(output, size, Rational(1, 25));
-    for (int n = 0; n < picturesToEncode; ++n) {
-        const size_t offset = rawPictureBytes * static_cast<size_t>(n % rawPictureCount);
+    const int pictures = rawPicturesIn(*raw);
+    for (int n = 0; n < rawRounds * pictures; ++n) {
+        const size_t offset = rawPictureBytes * static_cast<size_t>(n % pictures);
         video->writeNextFrame(view<VideoPacketEncoder::Image>(raw, offset, size), {n, 25});
     }
     video.reset();
     output->finish();
-    return picturesToEncode;
+    return rawRounds * pictures;
 }
 
 int64_t encodeSound(const Job& job) {
@@ -119,6 +122,36 @@ int64_t encodeSound(const Job& job) {
     sound.reset();
     output->finish();
     return row;
+}
+
+/// All packets in one pass. A file can be begun only when something is known of all its streams.
+int64_t remux(const Job& job) {
+    const auto input = open(job);
+    std::vector<int> indices(static_cast<size_t>(input->getStreamCount()));
+    std::iota(indices.begin(), indices.end(), 0);
+    PacketReader reader(input, indices);
+    const auto output = std::make_shared<OutputFormatContext>(job.target);
+    std::map<int, std::unique_ptr<OutputStream>> streams;
+    std::vector<PacketOfStream> first;
+    auto next = reader.getNextPacket();
+    for (; next.packet && streams.size() < indices.size(); next = reader.getNextPacket()) {
+        auto& stream = streams[next.streamIndex];
+        if (!stream)
+            stream = std::make_unique<OutputStream>(output, next.packet->getUnitTime());
+        first.push_back(next);
+    }
+    int64_t count = 0;
+    const auto write = [&](const PacketOfStream& packet) {
+        streams.at(packet.streamIndex)->writePacket(*packet.packet);
+        ++count;
+    };
+    for (const PacketOfStream& packet : first)
+        write(packet);
+    for (; next.packet; next = reader.getNextPacket())
+        write(next);
+    streams.clear();
+    output->finish();
+    return count;
 }
 
 int64_t readImages(const Job& job) {
@@ -153,6 +186,7 @@ int main(int argc, char** argv) {
                     {"decode-sound", decodeSound},
                     {"encode-pictures", encodePictures},
                     {"encode-sound", encodeSound},
+                    {"remux", remux},
                     {"read-image", readImages},
                     {"write-image", writeImages}});
 }

@@ -41,12 +41,11 @@ inline int runTask(int argc, char** argv, const Tasks& tasks) {
     }
 }
 
-// What is encoded, the same for all: pictures of one size over and over, and a long sound.
+// What is encoded, the same for all: a file of pictures of one size eight times, and a long sound.
 constexpr int rawWidth = 1280;
 constexpr int rawHeight = 720;
 constexpr size_t rawPictureBytes = size_t{3} * rawWidth * rawHeight;
-constexpr int rawPictureCount = 25;
-constexpr int picturesToEncode = 200;
+constexpr int rawRounds = 8;
 constexpr int soundRate = 48000;
 constexpr int soundChannels = 2;
 
@@ -86,6 +85,11 @@ private:
     void* mapped = MAP_FAILED;
     size_t length = 0;
 };
+
+/// How many pictures a file of them holds.
+inline int rawPicturesIn(const Bytes& raw) {
+    return static_cast<int>(raw.size() / rawPictureBytes);
+}
 
 /// The frames that are sought, of a clip with so many: far apart, and the same in each run.
 inline std::vector<int64_t> framesToSeek(int64_t count) {
