@@ -4,6 +4,7 @@
 // prints a line of comma-separated values for each clip, way of reading (reader, checksums, seek)
 // and order. No order takes longer than SECONDS; what was not asked for by then is left out.
 
+#include "HashedPicture.h"
 #include "media/Oracle.h"
 #include "orders.h"
 
@@ -24,11 +25,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Reached = ffmpeg::FrameReader::Reached;
-
-uint64_t hashOf(const FrameBase& frame) {
-    const auto& plane = static_cast<const Frame<PixelFormat::RGB>&>(frame).plane;
-    return test::hashRows(plane.data(), plane.step[0], plane.rows(), plane.cols());
-}
 
 struct Access {
     uint64_t hash = 0;
@@ -73,7 +69,7 @@ public:
 
 private:
     static Access accessOf(const ffmpeg::FrameReader::Picture& picture) {
-        return {hashOf(*picture.frame), picture.reached};
+        return {test::hashedPicture(*picture.frame).hash, picture.reached};
     }
 
     static ffmpeg::FrameReaderOptions optionsFor(bool checksums) {
@@ -96,7 +92,7 @@ public:
         const auto picture = decoder.readNextFrame();
         if (!picture.frame)
             throw Exception("no picture");
-        return {hashOf(*picture.frame), Reached::Exact};
+        return {test::hashedPicture(*picture.frame).hash, Reached::Exact};
     }
 
 private:
