@@ -40,6 +40,7 @@ struct Copy {
 
 /// The best streams of pictures and sound that have packets; nothing else goes into an MP4.
 std::vector<int> streamsToCopy(const std::string& path) {
+    const LibraryClock::Rest rest;
     std::vector<int> streams;
     for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
         const auto input = openDirectly(path);
@@ -52,6 +53,7 @@ std::vector<int> streamsToCopy(const std::string& path) {
 
 /// Whether some packet has no time: MP4 has to have both, and the library does not make them up.
 bool lackTimes(const std::string& path, const std::vector<int>& streams) {
+    const LibraryClock::Rest rest;
     for (const int stream : streams) {
         const auto input = openDirectly(path);
         for (const DirectPacket& packet : packetsOf(*input, stream)) {
@@ -209,12 +211,14 @@ int transcodeSound(const std::string& path, const std::string& target) {
 
 /// How many pictures FFmpeg, called directly, finds in what was written.
 int picturesIn(const std::string& path) {
+    const LibraryClock::Rest rest;
     test::OracleOptions options;
     options.wanted = [](std::size_t) { return false; };
     return static_cast<int>(test::oracleFrames(path, options).size());
 }
 
 int blocksIn(const std::string& path) {
+    const LibraryClock::Rest rest;
     const auto input = openDirectly(path);
     return static_cast<int>(packetsOf(*input, 0).size());
 }
@@ -239,7 +243,7 @@ Verdict remux(const std::string& path, const std::string& folder) {
     });
     if (ours.failure && !ours.foreign && lackTimes(path, streams))
         return {Outcome::Refused, "packets without times: " + *ours.failure};
-    auto direct = accountOf([&](Facts& facts) {
+    auto direct = directAccountOf([&](Facts& facts) {
         static_cast<void>(openDirectly(path));
         if (!streams.empty())
             copyDirectly(path, streams, other);
@@ -248,7 +252,7 @@ Verdict remux(const std::string& path, const std::string& folder) {
     // What FFmpeg writes and cannot read back, as a stream of no known size, the library writes
     // too.
     if (!ours.failure) {
-        auto written = accountOf([&](Facts& facts) { tellContents(target, facts); });
+        auto written = directAccountOf([&](Facts& facts) { tellContents(target, facts); });
         written.foreign = false;
         ours = written;
     }

@@ -2,7 +2,6 @@
 
 #include "Direct.h"
 #include "Entries.h"
-#include "HashedPicture.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/InputStream.h>
@@ -42,7 +41,7 @@ void readToTheEnd(Read&& read) {
 }
 
 std::string pictureText(const ffmpeg::VideoPacketDecoder::Frame& frame) {
-    const test::HashedPicture picture = test::hashedPicture(*frame.frame);
+    const test::HashedPicture picture = hashed(*frame.frame);
     return pictureLine(timeText(frame.timestamp), picture.width, picture.height, picture.hash);
 }
 
@@ -54,11 +53,12 @@ void tellDirectly(const std::string& path, PixelFormat format, DirectWay way, Fa
 }
 
 Verdict judgePictures(const std::string& path, PixelFormat format, const Account& ours) {
-    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, format, {}, facts); });
+    const auto direct =
+        directAccountOf([&](Facts& facts) { tellDirectly(path, format, {}, facts); });
     Verdict verdict = judgeDecoding(ours, direct);
     if (verdict.outcome != Outcome::Differs)
         return verdict;
-    const auto again = accountOf([&](Facts& facts) {
+    const auto again = directAccountOf([&](Facts& facts) {
         tellDirectly(path, format, {false, true}, facts);
     });
     if (again.facts != direct.facts)
@@ -125,6 +125,11 @@ std::string pictureLine(const std::string& time, int width, int height, uint64_t
            ", picture " + std::to_string(hash);
 }
 
+test::HashedPicture hashed(const FrameBase& frame) {
+    const LibraryClock::Rest rest;
+    return test::hashedPicture(frame);
+}
+
 const std::string unsteady = "FFmpeg's own pictures differ with what memory held before";
 
 std::string pictureLine(const test::OracleFrame& frame, PixelFormat format) {
@@ -173,7 +178,7 @@ Verdict packetDecoder(const std::string& path, const std::string&) {
 
 Verdict decodeSound(const std::string& path, const std::string&) {
     return judgeDecoding(accountOf([&](Facts& facts) { tellSoundOfLibrary(path, facts); }),
-                         accountOf([&](Facts& facts) { tellSound(path, facts); }));
+                         directAccountOf([&](Facts& facts) { tellSound(path, facts); }));
 }
 
 } // namespace tio::survey

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HashedPicture.h"
 #include "Survey.h"
 #include "media/Oracle.h"
 
@@ -15,6 +16,9 @@ namespace tio::survey {
 [[nodiscard]] std::string pictureLine(const std::string& time, int width, int height,
                                       uint64_t hash);
 [[nodiscard]] std::string pictureLine(const test::OracleFrame& frame, ffmpeg::PixelFormat format);
+
+/// The picture of a frame; what hashing it takes is not the library's time.
+[[nodiscard]] test::HashedPicture hashed(const FrameBase& frame);
 
 /// What a verdict says where FFmpeg, called directly, gives other pictures once it may use no
 /// memory twice: a damaged picture is not written as a whole, and shows what was there before.

@@ -1,7 +1,6 @@
 #include "Decoding.h"
 #include "Direct.h"
 #include "Entries.h"
-#include "HashedPicture.h"
 #include "Spread.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
@@ -65,7 +64,7 @@ Verdict indexOf(const std::string& path, AVMediaType type) {
                                                            : input->findBestAudioStreamIndex());
                      tellTimes(stream, facts);
                  }),
-                 accountOf([&](Facts& facts) { tellIndex(path, type, facts); }));
+                 directAccountOf([&](Facts& facts) { tellIndex(path, type, facts); }));
 }
 
 std::string frameText(int64_t number, const std::string& picture) {
@@ -80,7 +79,7 @@ void tellSought(ffmpeg::VideoStreamDecoder& decoder, Facts& facts) {
             facts.push_back(frameText(number, "no picture"));
             continue;
         }
-        const auto picture = test::hashedPicture(*frame.frame);
+        const auto picture = hashed(*frame.frame);
         facts.push_back(frameText(number, pictureLine(timeText(frame.timestamp), picture.width,
                                                       picture.height, picture.hash)));
     }
@@ -157,12 +156,12 @@ Verdict seek(const std::string& path, const std::string&) {
                                                         PixelFormat::RGB);
                      tellSought(decoder, facts);
                  }),
-                 accountOf([&](Facts& facts) { tellSoughtDirectly(path, facts); }));
+                 directAccountOf([&](Facts& facts) { tellSoughtDirectly(path, facts); }));
 }
 
 Verdict seekInSound(const std::string& path, const std::string&) {
     return judge(accountOf([&](Facts& facts) { tellSoughtSound(path, facts); }),
-                 accountOf([&](Facts& facts) { tellSoughtSoundDirectly(path, facts); }));
+                 directAccountOf([&](Facts& facts) { tellSoughtSoundDirectly(path, facts); }));
 }
 
 Verdict storedIndex(const std::string& path, const std::string& folder) {
@@ -175,7 +174,7 @@ Verdict storedIndex(const std::string& path, const std::string& folder) {
         loaded.loadSeekingIndex(file);
         tellTimes(loaded, facts);
     });
-    return judge(ours, accountOf([&](Facts& facts) { tellStorable(path, facts); }));
+    return judge(ours, directAccountOf([&](Facts& facts) { tellStorable(path, facts); }));
 }
 
 } // namespace tio::survey

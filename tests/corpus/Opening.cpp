@@ -18,7 +18,7 @@ std::string streamsText(int count, const std::string& container) {
 }
 
 Account openedDirectly(const std::string& path) {
-    return accountOf([&](Facts& facts) {
+    return directAccountOf([&](Facts& facts) {
         const auto input = openDirectly(path);
         facts.push_back(streamsText(static_cast<int>(input->nb_streams), input->iformat->name));
     });
@@ -154,12 +154,12 @@ Verdict openWithOptions(const std::string& path, const std::string&) {
 
 Verdict info(const std::string& path, const std::string&) {
     return judge(accountOf([&](Facts& facts) { tellStreams(path, facts); }),
-                 accountOf([&](Facts& facts) { tellStreamsDirectly(path, facts); }));
+                 directAccountOf([&](Facts& facts) { tellStreamsDirectly(path, facts); }));
 }
 
 Verdict packets(const std::string& path, const std::string&) {
     return judge(accountOf([&](Facts& facts) { tellPackets(path, facts); }),
-                 accountOf([&](Facts& facts) { tellPacketsDirectly(path, facts); }));
+                 directAccountOf([&](Facts& facts) { tellPacketsDirectly(path, facts); }));
 }
 
 } // namespace tio::survey

@@ -144,7 +144,7 @@ Verdict stillImage(const std::string& path, const std::string& folder) {
                      ffmpeg::writeImage(copy, image);
                      facts.push_back(imageText(test::oracleImage(copy)));
                  }),
-                 accountOf([&](Facts& facts) {
+                 directAccountOf([&](Facts& facts) {
                      const test::OracleImage image = test::oracleImage(link);
                      facts.push_back(imageText(image));
                      facts.push_back("upright " + std::to_string(image.width * image.height));
@@ -162,7 +162,7 @@ Verdict h264Helpers(const std::string& path, const std::string&) {
                      if (!record.empty())
                          tellParameterSets(record, facts);
                  }),
-                 accountOf([&](Facts& facts) {
+                 directAccountOf([&](Facts& facts) {
                      const std::string count = std::to_string(startCodes(bytes).size());
                      facts.push_back(count + " units");
                      facts.push_back(count + " told");

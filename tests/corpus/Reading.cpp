@@ -1,7 +1,6 @@
 #include "Decoding.h"
 #include "Direct.h"
 #include "Entries.h"
-#include "HashedPicture.h"
 #include "Spread.h"
 
 #include <TARN/videoio/FrameReader.h>
@@ -36,8 +35,8 @@ struct Reading {
 void tellFrames(FrameReader& reader, Facts& facts) {
     for (const int64_t number : spreadNumbers(reader.frameCount())) {
         const auto picture = reader.readFrame(number);
-        const auto hashed = test::hashedPicture(*picture.frame);
-        facts.push_back(frameText(number, hashed.width, hashed.height, hashed.hash));
+        const auto found = hashed(*picture.frame);
+        facts.push_back(frameText(number, found.width, found.height, found.hash));
     }
     facts.push_back(countText(reader.frameCount()));
 }
@@ -79,11 +78,12 @@ Verdict judgeReader(const std::string& path, bool checksums) {
     ffmpeg::FrameReaderOptions options;
     options.checksums = checksums;
     const Reading ours = readWith(path, options);
-    const auto direct = accountOf([&](Facts& facts) { tellDirectly(path, {ours.damaged}, facts); });
+    const auto direct =
+        directAccountOf([&](Facts& facts) { tellDirectly(path, {ours.damaged}, facts); });
     Verdict verdict = judgeDecoding(ours.account, direct);
     if (verdict.outcome != Outcome::Differs)
         return verdict;
-    const auto again = accountOf([&](Facts& facts) {
+    const auto again = directAccountOf([&](Facts& facts) {
         tellDirectly(path, {ours.damaged, true}, facts);
     });
     if (again.facts != direct.facts)
@@ -130,7 +130,7 @@ Verdict provenFrameReader(const std::string& path, const std::string&) {
 
 Verdict frameIndexFile(const std::string& path, const std::string& folder) {
     const auto ours = accountOf([&](Facts& facts) { tellIndexFile(path, folder, facts); });
-    auto direct = accountOf([&](Facts& facts) { tellIndexFileDirectly(path, facts); });
+    auto direct = directAccountOf([&](Facts& facts) { tellIndexFileDirectly(path, facts); });
     // A decoder that never learns of pictures is no failure of FFmpeg's, but is one of an index.
     if (ours.failure && !direct.failure && direct.facts.back() == countText(0))
         direct = {{}, "no pictures", false};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LibraryClock.h"
+
 #include <TARN/core/Exception.h>
 
 #include <exception>
@@ -37,6 +39,13 @@ Account accountOf(Teller&& tell) {
         account.foreign = true;
     }
     return account;
+}
+
+/// The same for FFmpeg's side, which takes none of the library's time.
+template <typename Teller>
+Account directAccountOf(Teller&& tell) {
+    const LibraryClock::Rest rest;
+    return accountOf(tell);
 }
 
 enum class Outcome {

@@ -8,9 +8,11 @@
 #include <TARN/logging/log.h>
 
 #include <algorithm>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// @file
@@ -61,6 +63,26 @@ TEST(JudgeTest, AnExceptionThatIsNotOursDiffers) {
     const auto ours = accountOf([](Facts&) { throw std::length_error("vector"); });
     EXPECT_TRUE(ours.foreign);
     EXPECT_EQ(judge(ours, failed({}, "nein")).outcome, Outcome::Differs);
+}
+
+void passTime() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+}
+
+TEST(LibraryClockTest, CountsTheTimeBeforeARestAndBehindItAndNotWithin) {
+    const auto begin = std::chrono::steady_clock::now();
+    LibraryClock& clock = LibraryClock::instance();
+    clock.restart();
+    passTime();
+    const auto direct = directAccountOf([](Facts&) {
+        { const LibraryClock::Rest within; }
+        passTime();
+    });
+    passTime();
+    const LibraryClock::Duration elapsed = clock.elapsed();
+    const LibraryClock::Duration whole = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(elapsed, std::chrono::milliseconds(400));
+    EXPECT_LE(elapsed, whole - std::chrono::milliseconds(200)); // however slow the machine
 }
 
 /// A clip, and the entry points at which it is known to differ.

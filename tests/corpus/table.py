@@ -33,6 +33,14 @@ for entry in entries + ["all"]:
     counts = [sum(row["outcome"] == outcome for row in of_entry) for outcome in OUTCOMES]
     print(f"| {entry} | " + " | ".join(str(count) for count in counts) + " |")
 
+timed = [row for row in rows if row["seconds"]]
+timed.sort(key=lambda row: -float(row["seconds"]))
+print("\nWhat took the library longest:\n")
+print("| seconds | file | entry point |")
+print("|---:|---|---|")
+for row in timed[:10]:
+    print(f"| {float(row['seconds']):.1f} | {row['file']} | {row['entry point']} |")
+
 unexplained = []
 reasons = {}
 for row in rows:
