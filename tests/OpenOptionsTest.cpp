@@ -140,6 +140,29 @@ TEST_F(OpenOptionsTest, AnUnknownOptionIsRefused) {
               "There is no option \"no_such_option\" for " + path);
 }
 
+// A transport stream is searched for its next packet where the last one ended. In no bytes at all,
+// as in fewer than a packet has, FFmpeg searches there for ever.
+TEST_F(OpenOptionsTest, ASearchForPacketsThatWouldNeverEndIsRefused) {
+    const std::string path = clip("clip.mp4");
+    options.formatName = "mpegts";
+    options.openTimeout = 1s;
+    for (const char* size : {"0", "2", "203"}) {
+        options.demuxerOptions["resync_size"] = size;
+        EXPECT_EQ(thrownText<tio::Exception>([&] { InputFormatContext(path, options); }),
+                  "The option \"resync_size\" must be at least 204 for " + path)
+            << size;
+    }
+}
+
+TEST_F(OpenOptionsTest, ASearchForPacketsThatEndsIsTaken) {
+    const std::string bytes = transportStream();
+    const std::string path = folder.file("gap.ts");
+    std::ofstream(path, std::ios::binary) << bytes << std::string(100, 'x') << bytes;
+    options.demuxerOptions["resync_size"] = "204";
+    InputFormatContext input(path, options);
+    EXPECT_EQ(readToEnd(input), 200);
+}
+
 TEST_F(OpenOptionsTest, TheDemuxerMayBeNamed) {
     ClipPlan plan;
     plan.format = "h264";

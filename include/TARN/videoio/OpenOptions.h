@@ -54,7 +54,8 @@ struct OpenOptions {
 
     /// Further options of FFmpeg for this demuxer or its protocol, as `ffmpeg -h demuxer=NAME` and
     /// `ffmpeg -h protocol=NAME` list them. They win over those that the library sets for
-    /// "rtsp://".
+    /// "rtsp://". A "resync_size" below 204 is refused: FFmpeg might search a transport stream for
+    /// its next packet for ever.
     std::map<std::string, std::string> demuxerOptions;
 };
 

@@ -48,6 +48,18 @@ void requireAllTaken(const Options& left, const OpenOptions& options, const std:
             failPlainly("There is no option \"" + option.first + "\" for " + url);
 }
 
+// Where a transport stream has no packet, FFmpeg goes back by one and searches this many bytes.
+// With fewer than a packet it may end where it began, and it tries again for ever, where no
+// interruption reaches it.
+void requireSearchOfAPacket(AVFormatContext& input, const std::string& url) {
+    constexpr int64_t longestPacket = 204; // 188, and 16 of error correction
+    constexpr const char* option = "resync_size";
+    int64_t size = longestPacket;
+    if (av_opt_get_int(&input, option, AV_OPT_SEARCH_CHILDREN, &size) >= 0 && size < longestPacket)
+        failPlainly(std::string("The option \"") + option + "\" must be at least " +
+                    std::to_string(longestPacket) + " for " + url);
+}
+
 } // namespace
 
 void setTransportOptions(const std::string& url, Options& options) {
@@ -74,6 +86,7 @@ InputContextHandle openInput(const std::string& url, InputWatch& watch) {
     InputContextHandle input(context);
     checkOpening(opened, 60, url, watch);
     requireAllTaken(dictionary, watch.options, url);
+    requireSearchOfAPacket(*input, url);
     checkOpening(avformat_find_stream_info(input.get(), nullptr), 65, url, watch);
     checkOpening(compat::restoreRotateTags(*input), 70, url, watch);
     return input;
