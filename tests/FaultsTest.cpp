@@ -329,10 +329,18 @@ TEST_F(FolderTest, IsNoOutput) {
     EXPECT_EQ(test::thrownText<Exception>([this] { writeFile(place, 10); }), "Is a directory");
 }
 
+// Some file systems have an end for a folder, at a place that no file can have; others have none.
+bool hasEnd(const std::string& folder) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(folder.c_str(), "rb"),
+                                                               &std::fclose);
+    return std::fseek(file.get(), 0, SEEK_END) == 0;
+}
+
 TEST_F(FolderTest, IsNoSeekingIndex) {
     InputStream stream(input(), 0);
+    const std::string failure = hasEnd(place) ? "Could not tell" : "Could not seek to the end of";
     EXPECT_EQ(test::thrownText<tio::Exception>([&] { stream.loadSeekingIndex(place); }),
-              "Could not tell \"" + place + "\"");
+              failure + " \"" + place + "\"");
     EXPECT_EQ(test::thrownText<tio::Exception>([&] { stream.storeSeekingIndex(place); }),
               "Could not open \"" + place + "\"");
 }
