@@ -11,11 +11,11 @@
 
 #include "FailingAllocation.h"
 #include "InputBytes.h"
-#include "ReaderPictures.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -9,11 +9,11 @@
 
 #include "InputBytes.h"
 #include "MemoryFile.h"
-#include "ReaderPictures.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -4,11 +4,11 @@
 //   byte 0  0: the rest is the file as it is; otherwise the rest consists of
 //   edits   one byte for the column, two for the row, eight for the new value
 
-#include "IndexFile.h"
 #include "InputBytes.h"
 #include "MemoryFile.h"
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "exact/index/IndexFile.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -1,8 +1,8 @@
 // Any bytes as the index file of a clip: it is loaded, and the stream used with what is left there.
 
 #include "MemoryFile.h"
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -9,8 +9,8 @@
 // write are left out, opening is held to plain files, and both work in a folder of their own.
 
 #include "InputBytes.h"
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -2,12 +2,12 @@
 // a photo, any bytes as the display matrix of either. Pictures come out in one of the ways there
 // are.
 
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
-#include "media/Mp4Edits.h"
-#include "media/TemporaryFolder.h"
-#include "orientation.h"
-#include "rotation.h"
+#include "picture/orientation.h"
+#include "picture/rotation.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
+#include "support/Mp4Edits.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio.h>

@@ -1,5 +1,5 @@
-#include "Commands.h"
-#include "Interruption.h"
+#include "commands/Commands.h"
+#include "terminal/Interruption.h"
 
 #include <TARN/logging/log.h>
 #include <TARN/videoio/Versions.h>

@@ -2,9 +2,9 @@
 // frame and one buffer used again and again, as many threads as the machine has. What no library
 // over FFmpeg can be faster than, but by doing less.
 
-#include "../DirectDecoding.h"
+#include "../micro/DirectDecoding.h"
 #include "libav.h"
-#include "media/Demuxing.h"
+#include "support/Demuxing.h"
 
 #include <algorithm>
 #include <vector>

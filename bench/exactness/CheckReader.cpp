@@ -4,9 +4,9 @@
 // prints a line of comma-separated values for each clip, way of reading (reader, checksums, seek)
 // and order. No order takes longer than SECONDS; what was not asked for by then is left out.
 
-#include "HashedPicture.h"
-#include "media/Oracle.h"
 #include "orders.h"
+#include "support/HashedPicture.h"
+#include "support/Oracle.h"
 
 #include <TARN/logging/log.h>
 #include <TARN/videoio.h>

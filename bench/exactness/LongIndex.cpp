@@ -2,8 +2,8 @@
 // look things up, and how much memory it takes.
 //   tarn_long_index FILE
 
-#include "IndexData.h"
-#include "IndexFile.h"
+#include "exact/index/IndexData.h"
+#include "exact/index/IndexFile.h"
 #include "speed.h"
 
 #include <iostream>

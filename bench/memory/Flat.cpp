@@ -1,6 +1,6 @@
 // Does the same over and over, and looks whether memory grows:
 //   tarn_flat opens|seeks|video COUNT >>RESULTS.csv
-// Fails when it does. bench/flat/run does all of it and draws the curves.
+// Fails when it does. bench/memory/run does all of it and draws the curves.
 
 #include "tasks.h"
 

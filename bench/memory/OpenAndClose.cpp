@@ -1,5 +1,5 @@
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 #include "tasks.h"
 
 #include <TARN/videoio.h>

@@ -1,5 +1,5 @@
-#include "media/Ffmpeg.h"
-#include "media/TemporaryFolder.h"
+#include "support/Ffmpeg.h"
+#include "support/TemporaryFolder.h"
 #include "tasks.h"
 
 #include <TARN/videoio.h>

@@ -1,7 +1,7 @@
 #include "BenchClip.h"
 
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 #include "FfmpegReader.h"
 
 #include "DirectDecoding.h"
-#include "media/Demuxing.h"
+#include "support/Demuxing.h"
 
 namespace tio::bench {
 

@@ -2,8 +2,8 @@
 // turning the samples of a block into floats.
 
 #include "BenchClip.h"
-#include "media/Ffmpeg.h"
-#include "media/TemporaryFolder.h"
+#include "support/Ffmpeg.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio.h>
 

@@ -1,6 +1,6 @@
 // What is done to each picture: turning NV12 into RGB, beside libswscale, and getting the memory.
 
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 #include <TARN/core/MatAlloc.h>
 #include <TARN/imgproc/PixelFormat.h>

@@ -13,6 +13,7 @@
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/H264Helpers.h>
+#include <TARN/videoio/Image.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/OpenOptions.h>

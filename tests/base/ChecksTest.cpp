@@ -1,8 +1,8 @@
-#include "checks.h"
+#include "base/checks.h"
 
-#include "Expectations.h"
 #include "ffmpeg_compat.h"
-#include "media/LogCapture.h"
+#include "support/Expectations.h"
+#include "support/LogCapture.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

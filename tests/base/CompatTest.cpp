@@ -1,8 +1,8 @@
-#include "BareObjects.h"
 #include "ffmpeg_compat.h"
-#include "media/ClipMaker.h"
-#include "media/Mp4Edits.h"
-#include "media/TemporaryFolder.h"
+#include "support/BareObjects.h"
+#include "support/ClipMaker.h"
+#include "support/Mp4Edits.h"
+#include "support/TemporaryFolder.h"
 
 #include <array>
 #include <cmath>

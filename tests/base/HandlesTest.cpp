@@ -1,4 +1,4 @@
-#include "BareObjects.h"
+#include "support/BareObjects.h"
 
 #include <TARN/videoio/detail/Handles.h>
 

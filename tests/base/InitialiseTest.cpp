@@ -1,10 +1,10 @@
-#include "initialise.h"
+#include "base/initialise.h"
 
-#include "BareObjects.h"
-#include "Expectations.h"
-#include "media/ByteEdits.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/BareObjects.h"
+#include "support/ByteEdits.h"
+#include "support/Expectations.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FormatContext.h>

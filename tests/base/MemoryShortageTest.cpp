@@ -1,11 +1,11 @@
-#include "Expectations.h"
-#include "Interception.h"
-#include "ReaderPictures.h"
-#include "media/ClipMaker.h"
-#include "media/Demuxing.h"
-#include "media/LogCapture.h"
-#include "media/Mp4Edits.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Demuxing.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Mp4Edits.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FrameIndex.h>

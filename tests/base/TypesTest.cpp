@@ -1,8 +1,8 @@
-#include "Expectations.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
-#include "vocabulary.h"
+#include "base/vocabulary.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>

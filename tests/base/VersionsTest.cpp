@@ -1,4 +1,4 @@
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 #include <TARN/videoio/Versions.h>
 

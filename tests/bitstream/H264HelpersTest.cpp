@@ -1,9 +1,9 @@
-#include "Interception.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Demuxing.h"
-#include "media/MediaFolder.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Demuxing.h"
+#include "support/Interception.h"
+#include "support/MediaFolder.h"
+#include "support/TemporaryFolder.h"
 
 extern "C" {
 #include <libavcodec/bsf.h>

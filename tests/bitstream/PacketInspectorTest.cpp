@@ -1,12 +1,12 @@
-#include "PacketInspector.h"
+#include "bitstream/PacketInspector.h"
 
-#include "BitReader.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Demuxing.h"
-#include "media/MediaFolder.h"
-#include "media/TemporaryFolder.h"
-#include "nalUnits.h"
+#include "bitstream/BitReader.h"
+#include "bitstream/nalUnits.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Demuxing.h"
+#include "support/MediaFolder.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <numeric>

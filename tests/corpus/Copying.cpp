@@ -1,7 +1,7 @@
 #include "Direct.h"
 #include "Entries.h"
 #include "ffmpeg_compat.h"
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/AudioStreamEncoder.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "HashedPicture.h"
 #include "Survey.h"
-#include "media/Oracle.h"
+#include "support/HashedPicture.h"
+#include "support/Oracle.h"
 
 #include <TARN/videoio/Types.h>
 

@@ -1,6 +1,6 @@
 #include "Direct.h"
 
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 namespace tio::survey {
 

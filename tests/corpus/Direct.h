@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Survey.h"
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 #include <TARN/videoio/Packet.h>
 

@@ -1,6 +1,6 @@
 #include "Direct.h"
 #include "ffmpeg_compat.h"
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 #include <cstring>
 #include <functional>

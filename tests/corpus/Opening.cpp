@@ -1,6 +1,6 @@
 #include "Direct.h"
 #include "Entries.h"
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/InputStream.h>

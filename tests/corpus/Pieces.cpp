@@ -1,8 +1,8 @@
 #include "Direct.h"
 #include "Entries.h"
-#include "media/ByteEdits.h"
-#include "media/Oracle.h"
-#include "media/StillImages.h"
+#include "support/ByteEdits.h"
+#include "support/Oracle.h"
+#include "support/StillImages.h"
 
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/InputFormatContext.h>

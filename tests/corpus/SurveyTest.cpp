@@ -1,9 +1,9 @@
 #include "Survey.h"
 
-#include "media/ByteEdits.h"
-#include "media/ClipTable.h"
-#include "media/ReaderClips.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipTable.h"
+#include "support/ReaderClips.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/logging/log.h>
 

@@ -5,7 +5,7 @@
 // SECONDS what the library took.
 
 #include "Survey.h"
-#include "media/TemporaryFolder.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/logging/log.h>
 

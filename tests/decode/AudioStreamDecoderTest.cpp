@@ -1,10 +1,10 @@
-#include "Interception.h"
-#include "WrittenFile.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Encoding.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Encoding.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/Exception.h>

@@ -1,11 +1,11 @@
-#include "HashedPicture.h"
-#include "ReaderPictures.h"
-#include "WrittenFile.h"
-#include "media/ClipMaker.h"
-#include "media/Encoding.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Encoding.h"
+#include "support/HashedPicture.h"
+#include "support/LogCapture.h"
+#include "support/Oracle.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/Exception.h>

@@ -1,10 +1,10 @@
-#include "HashedPicture.h"
-#include "media/ClipMaker.h"
-#include "media/ClipTable.h"
-#include "media/Demuxing.h"
-#include "media/MediaFolder.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/ClipTable.h"
+#include "support/Demuxing.h"
+#include "support/HashedPicture.h"
+#include "support/MediaFolder.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>

@@ -1,13 +1,13 @@
-#include "ChildProcess.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "Muxing.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/StillImages.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ChildProcess.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Muxing.h"
+#include "support/Oracle.h"
+#include "support/StillImages.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FrameIndex.h>

@@ -1,9 +1,9 @@
-#include "Interception.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputStream.h>

@@ -1,8 +1,8 @@
-#include "Interception.h"
-#include "PacketScript.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/PacketScript.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/StreamDecoder.h>

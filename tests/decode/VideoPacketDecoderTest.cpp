@@ -1,10 +1,10 @@
-#include "Expectations.h"
-#include "HashedPicture.h"
-#include "Interception.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/HashedPicture.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

@@ -1,9 +1,9 @@
-#include "HashedPicture.h"
-#include "Interception.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/HashedPicture.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

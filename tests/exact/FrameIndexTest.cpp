@@ -1,9 +1,9 @@
-#include "Expectations.h"
-#include "ReaderPictures.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/LogCapture.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/InputStream.h>

@@ -1,9 +1,9 @@
-#include "ReaderPictures.h"
 #include "ffmpeg_compat.h"
-#include "media/LogCapture.h"
-#include "media/MediaFolder.h"
-#include "media/ReaderClips.h"
-#include "media/TemporaryFolder.h"
+#include "support/LogCapture.h"
+#include "support/MediaFolder.h"
+#include "support/ReaderClips.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,10 +1,10 @@
-#include "Expectations.h"
-#include "ReaderPictures.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Encoding.h"
-#include "media/ReaderClips.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Encoding.h"
+#include "support/Expectations.h"
+#include "support/ReaderClips.h"
+#include "support/ReaderPictures.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

@@ -1,4 +1,4 @@
-#include "frameWindow.h"
+#include "exact/frameWindow.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "IndexData.h"
+#include "exact/index/IndexData.h"
 
-#include "PacketScan.h"
+#include "exact/index/PacketScan.h"
 
 #include <cstdint>
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
-#include "media/ClipMaker.h"
-#include "media/Oracle.h"
-#include "media/Picture.h"
-#include "media/StillImages.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Oracle.h"
+#include "support/Picture.h"
+#include "support/StillImages.h"
+#include "support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,10 +1,10 @@
-#include "Interception.h"
-#include "PacketScript.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Mp4Edits.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Mp4Edits.h"
+#include "support/Oracle.h"
+#include "support/PacketScript.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

@@ -1,9 +1,9 @@
-#include "Expectations.h"
-#include "Interception.h"
-#include "LoopbackServer.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/LoopbackServer.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

@@ -1,9 +1,9 @@
-#include "Interception.h"
-#include "PacketScript.h"
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/PacketScript.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/PacketReader.h>

@@ -1,9 +1,9 @@
-#include "Interception.h"
-#include "PacketScript.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/PacketScript.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/InputStream.h>

@@ -1,8 +1,8 @@
-#include "BareObjects.h"
 #include "ffmpeg_compat.h"
-#include "media/Encoding.h"
-#include "media/TemporaryFolder.h"
-#include "media/Track.h"
+#include "support/BareObjects.h"
+#include "support/Encoding.h"
+#include "support/TemporaryFolder.h"
+#include "support/Track.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>

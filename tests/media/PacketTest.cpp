@@ -1,7 +1,7 @@
-#include "BareObjects.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "media/LogCapture.h"
+#include "support/BareObjects.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

@@ -1,8 +1,8 @@
-#include "EncoderInput.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "Muxing.h"
-#include "media/LogCapture.h"
+#include "support/EncoderInput.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Muxing.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/AudioPacketEncoder.h>

@@ -1,9 +1,9 @@
-#include "Expectations.h"
-#include "FullDisk.h"
-#include "Interception.h"
-#include "Muxing.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/Expectations.h"
+#include "support/FullDisk.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Muxing.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

@@ -1,7 +1,7 @@
-#include "Expectations.h"
-#include "FullDisk.h"
-#include "Muxing.h"
-#include "WritingTest.h"
+#include "support/Expectations.h"
+#include "support/FullDisk.h"
+#include "support/Muxing.h"
+#include "support/WritingTest.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

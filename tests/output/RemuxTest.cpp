@@ -1,10 +1,10 @@
-#include "Muxing.h"
-#include "WrittenFile.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/MediaFolder.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/LogCapture.h"
+#include "support/MediaFolder.h"
+#include "support/Muxing.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/OutputStream.h>

@@ -1,8 +1,8 @@
-#include "EncoderInput.h"
-#include "Expectations.h"
-#include "FullDisk.h"
-#include "Muxing.h"
-#include "WritingTest.h"
+#include "support/EncoderInput.h"
+#include "support/Expectations.h"
+#include "support/FullDisk.h"
+#include "support/Muxing.h"
+#include "support/WritingTest.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/AudioStreamEncoder.h>

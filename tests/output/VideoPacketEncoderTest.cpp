@@ -1,9 +1,9 @@
-#include "EncoderInput.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "Muxing.h"
-#include "SourceFrames.h"
-#include "media/LogCapture.h"
+#include "support/EncoderInput.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Muxing.h"
+#include "support/SourceFrames.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/core/MatAlloc.h>

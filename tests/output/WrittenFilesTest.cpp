@@ -1,11 +1,11 @@
-#include "EncoderInput.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "Muxing.h"
-#include "WrittenFile.h"
-#include "media/Oracle.h"
-#include "media/Picture.h"
-#include "media/TemporaryFolder.h"
+#include "support/EncoderInput.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/Muxing.h"
+#include "support/Oracle.h"
+#include "support/Picture.h"
+#include "support/TemporaryFolder.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/AudioStreamEncoder.h>

@@ -1,7 +1,7 @@
-#include "EncoderInput.h"
-#include "WrittenFile.h"
-#include "media/MediaFolder.h"
-#include "media/TemporaryFolder.h"
+#include "support/EncoderInput.h"
+#include "support/MediaFolder.h"
+#include "support/TemporaryFolder.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/AudioStreamEncoder.h>

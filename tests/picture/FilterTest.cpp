@@ -1,10 +1,10 @@
-#include "filter.h"
+#include "picture/filter.h"
 
-#include "BareObjects.h"
-#include "Expectations.h"
-#include "Interception.h"
-#include "SourceFrames.h"
-#include "media/LogCapture.h"
+#include "support/BareObjects.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/SourceFrames.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

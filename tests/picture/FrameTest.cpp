@@ -1,4 +1,4 @@
-#include "Expectations.h"
+#include "support/Expectations.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/imgproc/PixelFormat.h>

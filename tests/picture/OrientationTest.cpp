@@ -1,6 +1,6 @@
-#include "orientation.h"
+#include "picture/orientation.h"
 
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 extern "C" {
 #include <libavutil/display.h>

@@ -1,8 +1,8 @@
-#include "rotation.h"
+#include "picture/rotation.h"
 
-#include "BareObjects.h"
-#include "Expectations.h"
-#include "media/LogCapture.h"
+#include "support/BareObjects.h"
+#include "support/Expectations.h"
+#include "support/LogCapture.h"
 
 #include <TARN/videoio/Types.h>
 

@@ -1,10 +1,10 @@
-#include "swscale.h"
+#include "picture/swscale.h"
 
-#include "Expectations.h"
-#include "Interception.h"
-#include "ReferenceConversion.h"
-#include "SourceFrames.h"
-#include "media/LogCapture.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/ReferenceConversion.h"
+#include "support/SourceFrames.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/core/MatAlloc.h>

@@ -2,8 +2,8 @@
 //   pictures make FOLDER     makes all test clips
 //   pictures hash FILE...    prints a line for each picture of the best video stream: name of the
 //                            file, layout, number, time in seconds, size, hash of its bytes
-#include "HashedPicture.h"
-#include "media/ClipTable.h"
+#include "support/ClipTable.h"
+#include "support/HashedPicture.h"
 
 #include <TARN/logging/log.h>
 #include <TARN/videoio/InputFormatContext.h>

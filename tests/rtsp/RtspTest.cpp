@@ -1,11 +1,11 @@
-#include "Expectations.h"
-#include "HashedPicture.h"
-#include "InputAccess.h"
 #include "RtspServer.h"
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "input/InputAccess.h"
+#include "support/ClipMaker.h"
+#include "support/Expectations.h"
+#include "support/HashedPicture.h"
+#include "support/LogCapture.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>

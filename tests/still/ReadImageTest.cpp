@@ -1,11 +1,11 @@
-#include "Expectations.h"
-#include "ImagePixels.h"
-#include "Interception.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Encoding.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Encoding.h"
+#include "support/Expectations.h"
+#include "support/ImagePixels.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>

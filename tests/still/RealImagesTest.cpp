@@ -1,7 +1,7 @@
-#include "ImagePixels.h"
-#include "media/ByteEdits.h"
-#include "media/LogCapture.h"
-#include "media/MediaFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ImagePixels.h"
+#include "support/LogCapture.h"
+#include "support/MediaFolder.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/ReadImage.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "media/ByteEdits.h"
+#include "support/ByteEdits.h"
 
-#include "media/Demuxing.h"
+#include "support/Demuxing.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,8 +1,8 @@
-#include "media/ClipMaker.h"
+#include "support/ClipMaker.h"
 
-#include "media/Encoding.h"
-#include "media/Mp4Edits.h"
-#include "media/Picture.h"
+#include "support/Encoding.h"
+#include "support/Mp4Edits.h"
+#include "support/Picture.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/Track.h"
+#include "support/Track.h"
 
 #include <cstdint>
 #include <string>

@@ -1,11 +1,11 @@
-#include "media/ClipMaker.h"
+#include "support/ClipMaker.h"
 
-#include "media/ByteEdits.h"
-#include "media/Ffmpeg.h"
-#include "media/Mp4Edits.h"
-#include "media/Oracle.h"
-#include "media/Picture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/Ffmpeg.h"
+#include "support/Mp4Edits.h"
+#include "support/Oracle.h"
+#include "support/Picture.h"
+#include "support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <filesystem>

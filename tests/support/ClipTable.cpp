@@ -1,7 +1,7 @@
-#include "media/ClipTable.h"
+#include "support/ClipTable.h"
 
-#include "media/ClipMaker.h"
-#include "media/Mp4Edits.h"
+#include "support/ClipMaker.h"
+#include "support/Mp4Edits.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "media/Demuxing.h"
+#include "support/Demuxing.h"
 
 namespace tio::test {
 

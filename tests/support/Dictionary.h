@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/Track.h"
+#include "support/Track.h"
 
 extern "C" {
 #include <libavutil/dict.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "media/Ffmpeg.h"
-#include "media/Picture.h"
+#include "support/Ffmpeg.h"
+#include "support/Picture.h"
 
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>

@@ -1,6 +1,6 @@
-#include "media/Encoding.h"
+#include "support/Encoding.h"
 
-#include "media/Dictionary.h"
+#include "support/Dictionary.h"
 
 namespace tio::test {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
 
 #include <vector>
 

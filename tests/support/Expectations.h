@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/LogCapture.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

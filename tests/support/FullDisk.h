@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Interception.h"
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
+#include "support/Interception.h"
 
 #include <cstddef>
 #include <cstdint>

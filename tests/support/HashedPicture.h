@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 #include <TARN/videoio/Frame.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/StillImages.h"
+#include "support/StillImages.h"
 
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>

@@ -1,4 +1,4 @@
-#include "Interception.h"
+#include "support/Interception.h"
 
 namespace tio::test {
 

@@ -1,4 +1,4 @@
-#include "media/LogCapture.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,4 +1,4 @@
-#include "media/MediaFolder.h"
+#include "support/MediaFolder.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,7 +1,7 @@
-#include "media/MediaFolder.h"
+#include "support/MediaFolder.h"
 
-#include "media/ByteEdits.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

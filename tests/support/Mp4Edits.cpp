@@ -1,6 +1,6 @@
-#include "media/Mp4Edits.h"
+#include "support/Mp4Edits.h"
 
-#include "media/ByteEdits.h"
+#include "support/ByteEdits.h"
 
 #include <cmath>
 #include <cstddef>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "BareObjects.h"
-#include "Interception.h"
 #include "ffmpeg_compat.h"
-#include "media/LogCapture.h"
-#include "media/Track.h"
+#include "support/BareObjects.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/Track.h"
 
 #include <cstdint>
 #include <memory>

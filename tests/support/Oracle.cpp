@@ -1,7 +1,7 @@
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
-#include "media/Demuxing.h"
-#include "media/OraclePicture.h"
+#include "support/Demuxing.h"
+#include "support/OraclePicture.h"
 
 extern "C" {
 #include <libavutil/mem.h>

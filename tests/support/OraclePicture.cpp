@@ -1,4 +1,4 @@
-#include "media/OraclePicture.h"
+#include "support/OraclePicture.h"
 
 extern "C" {
 #include <libavfilter/buffersink.h>

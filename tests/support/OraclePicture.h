@@ -1,7 +1,7 @@
 #pragma once
 
-#include "media/Ffmpeg.h"
-#include "media/Oracle.h"
+#include "support/Ffmpeg.h"
+#include "support/Oracle.h"
 
 #include <vector>
 

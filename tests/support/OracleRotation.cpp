@@ -1,4 +1,4 @@
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -1,7 +1,7 @@
-#include "media/Oracle.h"
+#include "support/Oracle.h"
 
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "Interception.h"
+#include "support/Interception.h"
 
 using tio::test::calls;
 using tio::test::Intercepted;

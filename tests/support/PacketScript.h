@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Interception.h"
+#include "support/Interception.h"
 
 #include <cstdint>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "media/Picture.h"
+#include "support/Picture.h"
 
 extern "C" {
 #include <libavutil/frame.h>

@@ -1,8 +1,8 @@
-#include "media/ReaderClips.h"
+#include "support/ReaderClips.h"
 
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Ffmpeg.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Ffmpeg.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/ClipTable.h"
+#include "support/ClipTable.h"
 
 #include <vector>
 

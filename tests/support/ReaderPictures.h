@@ -1,8 +1,8 @@
 #pragma once
 
-#include "HashedPicture.h"
-#include "media/Oracle.h"
-#include "media/Picture.h"
+#include "support/HashedPicture.h"
+#include "support/Oracle.h"
+#include "support/Picture.h"
 
 #include <TARN/videoio/FrameReader.h>
 

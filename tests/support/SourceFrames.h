@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 extern "C" {
 #include <libavutil/frame.h>

@@ -1,9 +1,9 @@
-#include "media/StillImages.h"
+#include "support/StillImages.h"
 
-#include "media/ByteEdits.h"
-#include "media/Encoding.h"
-#include "media/OraclePicture.h"
-#include "media/Picture.h"
+#include "support/ByteEdits.h"
+#include "support/Encoding.h"
+#include "support/OraclePicture.h"
+#include "support/Picture.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>

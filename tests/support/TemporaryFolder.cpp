@@ -1,4 +1,4 @@
-#include "media/TemporaryFolder.h"
+#include "support/TemporaryFolder.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "media/Encoding.h"
+#include "support/Encoding.h"
 
 extern "C" {
 #include <libavfilter/buffersink.h>

@@ -1,7 +1,7 @@
-#include "media/Track.h"
+#include "support/Track.h"
 
-#include "media/Dictionary.h"
-#include "media/Ffmpeg.h"
+#include "support/Dictionary.h"
+#include "support/Ffmpeg.h"
 
 #include <cstddef>
 #include <cstring>

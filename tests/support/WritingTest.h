@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Interception.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/OutputFormatContext.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ffmpeg_compat.h"
-#include "media/Ffmpeg.h"
+#include "support/Ffmpeg.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,11 +1,11 @@
 #include "Jobs.h"
 
-#include "EncoderInput.h"
-#include "HashedPicture.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Oracle.h"
-#include "media/StillImages.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/EncoderInput.h"
+#include "support/HashedPicture.h"
+#include "support/Oracle.h"
+#include "support/StillImages.h"
 
 #include <TARN/videoio.h>
 

@@ -3,8 +3,8 @@
 // and TARN_THREADS_PROCESSES begins more often than five times.
 
 #include "Jobs.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <atomic>
 #include <chrono>

@@ -4,7 +4,7 @@
 // FOLDER holds the files of the jobs, made by whoever calls.
 
 #include "Jobs.h"
-#include "media/LogCapture.h"
+#include "support/LogCapture.h"
 
 #include <atomic>
 #include <iostream>

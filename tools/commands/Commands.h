@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Failure.h"
-#include "Input.h"
+#include "media/Input.h"
+#include "terminal/Failure.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdint>

@@ -1,10 +1,10 @@
-#include "Commands.h"
-#include "FrameWalker.h"
-#include "ImageWriter.h"
-#include "OutputFile.h"
-#include "Progress.h"
-#include "StoredIndex.h"
-#include "TimeList.h"
+#include "commands/Commands.h"
+#include "media/FrameWalker.h"
+#include "media/ImageWriter.h"
+#include "media/OutputFile.h"
+#include "media/StoredIndex.h"
+#include "media/TimeList.h"
+#include "terminal/Progress.h"
 
 #include <cstdio>
 #include <filesystem>

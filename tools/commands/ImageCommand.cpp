@@ -1,5 +1,5 @@
-#include "Commands.h"
-#include "ImageWriter.h"
+#include "commands/Commands.h"
+#include "media/ImageWriter.h"
 
 #include <TARN/videoio/ReadImage.h>
 

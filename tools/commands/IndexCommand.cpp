@@ -1,6 +1,6 @@
-#include "Commands.h"
-#include "MemoryFile.h"
-#include "OutputFile.h"
+#include "commands/Commands.h"
+#include "media/MemoryFile.h"
+#include "media/OutputFile.h"
 
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/InputStream.h>

@@ -1,5 +1,5 @@
-#include "ClipFacts.h"
-#include "Commands.h"
+#include "commands/Commands.h"
+#include "media/ClipFacts.h"
 
 #include <iomanip>
 #include <iostream>

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "commands/Commands.h"
 
 #include <TARN/videoio/H264Helpers.h>
 

@@ -1,6 +1,6 @@
-#include "Commands.h"
-#include "OutputClip.h"
-#include "Progress.h"
+#include "commands/Commands.h"
+#include "media/OutputClip.h"
+#include "terminal/Progress.h"
 
 #include <TARN/videoio/OutputStream.h>
 #include <TARN/videoio/PacketReader.h>

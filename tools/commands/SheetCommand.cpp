@@ -1,9 +1,9 @@
-#include "Clock.h"
-#include "Commands.h"
-#include "ContactSheet.h"
-#include "FrameWalker.h"
-#include "ImageWriter.h"
-#include "Progress.h"
+#include "commands/Commands.h"
+#include "media/ContactSheet.h"
+#include "media/FrameWalker.h"
+#include "media/ImageWriter.h"
+#include "terminal/Clock.h"
+#include "terminal/Progress.h"
 
 #include <algorithm>
 #include <iostream>

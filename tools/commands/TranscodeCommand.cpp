@@ -1,8 +1,8 @@
-#include "Commands.h"
-#include "FrameWalker.h"
-#include "OutputClip.h"
-#include "Progress.h"
-#include "SoundTrack.h"
+#include "commands/Commands.h"
+#include "media/FrameWalker.h"
+#include "media/OutputClip.h"
+#include "media/SoundTrack.h"
+#include "terminal/Progress.h"
 
 #include <TARN/videoio/OutputStream.h>
 #include <TARN/videoio/VideoPacketEncoder.h>

@@ -1,7 +1,7 @@
-#include "Commands.h"
-#include "FrameSource.h"
-#include "Progress.h"
-#include "StoredIndex.h"
+#include "commands/Commands.h"
+#include "media/FrameSource.h"
+#include "media/StoredIndex.h"
+#include "terminal/Progress.h"
 
 #include <algorithm>
 #include <iostream>

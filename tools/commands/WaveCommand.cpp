@@ -1,8 +1,8 @@
-#include "Commands.h"
-#include "ImageWriter.h"
-#include "Progress.h"
-#include "SoundReader.h"
-#include "Waveform.h"
+#include "commands/Commands.h"
+#include "media/ImageWriter.h"
+#include "media/SoundReader.h"
+#include "media/Waveform.h"
+#include "terminal/Progress.h"
 
 #include <iostream>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "ClipFacts.h"
+#include "media/ClipFacts.h"
 
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Input.h"
+#include "media/Input.h"
 
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/Types.h>

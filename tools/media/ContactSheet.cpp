@@ -1,4 +1,4 @@
-#include "ContactSheet.h"
+#include "media/ContactSheet.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Lettering.h"
+#include "media/Lettering.h"
 
 #include <TARN/imgproc/PixelFormat.h>
 #include <TARN/videoio/Frame.h>

@@ -1,6 +1,6 @@
-#include "FrameSource.h"
+#include "media/FrameSource.h"
 
-#include "PictureDigest.h"
+#include "media/PictureDigest.h"
 
 namespace tio::tool {
 

@@ -1,6 +1,6 @@
-#include "FrameWalker.h"
+#include "media/FrameWalker.h"
 
-#include "StoredIndex.h"
+#include "media/StoredIndex.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Input.h"
-#include "SeekPlan.h"
+#include "media/Input.h"
+#include "media/SeekPlan.h"
 
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

@@ -1,8 +1,8 @@
-#include "ImageWriter.h"
+#include "media/ImageWriter.h"
 
-#include "Failure.h"
-#include "MemoryFile.h"
-#include "OutputFile.h"
+#include "media/MemoryFile.h"
+#include "media/OutputFile.h"
+#include "terminal/Failure.h"
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/WriteImage.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Failure.h"
+#include "terminal/Failure.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>

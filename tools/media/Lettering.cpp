@@ -1,4 +1,4 @@
-#include "Lettering.h"
+#include "media/Lettering.h"
 
 #include <cstddef>
 #include <fontconfig/fontconfig.h>

@@ -1,4 +1,4 @@
-#include "MemoryFile.h"
+#include "media/MemoryFile.h"
 
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "OutputClip.h"
+#include "media/OutputClip.h"
 
-#include "Failure.h"
+#include "terminal/Failure.h"
 
 namespace tio::tool {
 

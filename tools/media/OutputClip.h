@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Failure.h"
-#include "OutputFile.h"
+#include "media/OutputFile.h"
+#include "terminal/Failure.h"
 
 #include <TARN/videoio/OutputFormatContext.h>
 

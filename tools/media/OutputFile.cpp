@@ -1,6 +1,6 @@
-#include "OutputFile.h"
+#include "media/OutputFile.h"
 
-#include "Failure.h"
+#include "terminal/Failure.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Interruption.h"
+#include "terminal/Interruption.h"
 
 #include <cstddef>
 #include <optional>

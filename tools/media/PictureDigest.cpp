@@ -1,4 +1,4 @@
-#include "PictureDigest.h"
+#include "media/PictureDigest.h"
 
 #include <cstddef>
 #include <cstring>

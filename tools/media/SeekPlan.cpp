@@ -1,4 +1,4 @@
-#include "SeekPlan.h"
+#include "media/SeekPlan.h"
 
 namespace tio::tool {
 

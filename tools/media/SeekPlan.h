@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Input.h"
-#include "MemoryFile.h"
+#include "media/Input.h"
+#include "media/MemoryFile.h"
 
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/VideoStreamDecoder.h>

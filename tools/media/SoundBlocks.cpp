@@ -1,4 +1,4 @@
-#include "SoundBlocks.h"
+#include "media/SoundBlocks.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
-#include "SoundReader.h"
+#include "media/SoundReader.h"
 
-#include "Input.h"
+#include "media/Input.h"
 
 #include <utility>
 

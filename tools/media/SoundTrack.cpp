@@ -1,4 +1,4 @@
-#include "SoundTrack.h"
+#include "media/SoundTrack.h"
 
 #include <array>
 #include <utility>

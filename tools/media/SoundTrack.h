@@ -1,8 +1,8 @@
 #pragma once
 
-#include "OutputClip.h"
-#include "SoundBlocks.h"
-#include "SoundReader.h"
+#include "media/OutputClip.h"
+#include "media/SoundBlocks.h"
+#include "media/SoundReader.h"
 
 #include <TARN/videoio/AudioPacketEncoder.h>
 #include <TARN/videoio/OutputStream.h>

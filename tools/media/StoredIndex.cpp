@@ -1,4 +1,4 @@
-#include "StoredIndex.h"
+#include "media/StoredIndex.h"
 
 namespace tio::tool {
 

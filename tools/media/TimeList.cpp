@@ -1,6 +1,6 @@
-#include "TimeList.h"
+#include "media/TimeList.h"
 
-#include "Failure.h"
+#include "terminal/Failure.h"
 
 #include <optional>
 #include <regex>

@@ -1,7 +1,7 @@
-#include "Waveform.h"
+#include "media/Waveform.h"
 
-#include "Clock.h"
-#include "Lettering.h"
+#include "media/Lettering.h"
+#include "terminal/Clock.h"
 
 #include <algorithm>
 #include <array>

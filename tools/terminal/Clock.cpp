@@ -1,4 +1,4 @@
-#include "Clock.h"
+#include "terminal/Clock.h"
 
 #include <cmath>
 #include <cstdio>

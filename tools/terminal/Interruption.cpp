@@ -1,4 +1,4 @@
-#include "Interruption.h"
+#include "terminal/Interruption.h"
 
 #include <array>
 #include <atomic>

@@ -1,7 +1,7 @@
-#include "Progress.h"
+#include "terminal/Progress.h"
 
-#include "Clock.h"
-#include "Interruption.h"
+#include "terminal/Clock.h"
+#include "terminal/Interruption.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
 #include "PpmFile.h"
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Oracle.h"
-#include "media/StillImages.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Oracle.h"
+#include "support/StillImages.h"
+#include "support/TemporaryFolder.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

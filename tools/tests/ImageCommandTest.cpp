@@ -1,8 +1,8 @@
 #include "PpmFile.h"
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/StillImages.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/StillImages.h"
+#include "support/TemporaryFolder.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "PpmFile.h"
 
-#include "media/ByteEdits.h"
-#include "media/Picture.h"
+#include "support/ByteEdits.h"
+#include "support/Picture.h"
 
 #include <sstream>
 #include <stdexcept>

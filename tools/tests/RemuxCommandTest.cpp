@@ -1,13 +1,13 @@
-#include "LoopbackServer.h"
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Demuxing.h"
-#include "media/Encoding.h"
-#include "media/Ffmpeg.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
-#include "media/Track.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Demuxing.h"
+#include "support/Encoding.h"
+#include "support/Ffmpeg.h"
+#include "support/LoopbackServer.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
+#include "support/Track.h"
 
 #include <cstring>
 #include <filesystem>

@@ -1,9 +1,9 @@
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Picture.h"
-#include "media/StillImages.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Picture.h"
+#include "support/StillImages.h"
+#include "support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "ProgramRun.h"
-#include "media/ByteEdits.h"
-#include "media/ClipMaker.h"
-#include "media/Oracle.h"
-#include "media/TemporaryFolder.h"
+#include "support/ByteEdits.h"
+#include "support/ClipMaker.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cmath>

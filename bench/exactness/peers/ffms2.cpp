@@ -2,7 +2,7 @@
 //   ffms2 NAME CLIP TRUTH SECONDS
 
 #include "compare.h"
-#include "planes.h"
+#include "picture/planes.h"
 
 #include <ffms.h>
 #include <stdexcept>

@@ -3,7 +3,7 @@
 //   opencv NAME CLIP TRUTH SECONDS
 
 #include "compare.h"
-#include "planes.h"
+#include "picture/planes.h"
 
 #include <opencv2/videoio.hpp>
 #include <stdexcept>

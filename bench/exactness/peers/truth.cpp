@@ -2,7 +2,7 @@
 // every picture as it is stored:
 //   truth CLIP THREADS
 
-#include "planes.h"
+#include "picture/planes.h"
 
 #include <cstdio>
 #include <cstdlib>

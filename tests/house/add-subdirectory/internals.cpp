@@ -1,6 +1,6 @@
 // A program that reaches the private rooms, as fuzz targets and benchmarks of internals do.
-#include "filter.h"
-#include "swscale.h"
+#include "picture/filter.h"
+#include "picture/swscale.h"
 
 int main() {
     const bool linked = makeRotationFilter != nullptr &&

@@ -1,5 +1,5 @@
+#include "base/filterLibrary.h"
 #include "ffmpeg_compat.h"
-#include "filterLibrary.h"
 
 #include <TARN/videoio/Versions.h>
 

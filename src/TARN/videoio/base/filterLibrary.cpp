@@ -1,6 +1,6 @@
-#include "filterLibrary.h"
+#include "base/filterLibrary.h"
 
-#include "checks.h"
+#include "base/checks.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
-#include "hash.h"
+#include "base/hash.h"
 
-#include "littleEndian.h"
+#include "base/littleEndian.h"
 
 #include <array>
 

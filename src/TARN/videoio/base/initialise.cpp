@@ -1,4 +1,4 @@
-#include "initialise.h"
+#include "base/initialise.h"
 
 #include "ffmpeg_compat.h"
 

@@ -1,4 +1,4 @@
-#include "parseInteger.h"
+#include "base/parseInteger.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-#include "H264Headers.h"
+#include "bitstream/H264Headers.h"
 
-#include "BitReader.h"
+#include "bitstream/BitReader.h"
 
 #include <algorithm>
 

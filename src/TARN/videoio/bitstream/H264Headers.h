@@ -1,6 +1,6 @@
 #pragma once
 
-#include "nalUnits.h"
+#include "bitstream/nalUnits.h"
 
 #include <array>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "PacketInspector.h"
+#include "bitstream/PacketInspector.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "H264Headers.h"
+#include "bitstream/H264Headers.h"
 #include "ffmpeg_compat.h"
 
 #include <cstdint>

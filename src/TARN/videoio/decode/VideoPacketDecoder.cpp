@@ -1,7 +1,7 @@
-#include "checks.h"
+#include "base/checks.h"
 #include "ffmpeg_compat.h"
-#include "filter.h"
-#include "swscale.h"
+#include "picture/filter.h"
+#include "picture/swscale.h"
 
 #include <TARN/videoio/VideoPacketDecoder.h>
 

@@ -1,4 +1,4 @@
-#include "DecodingRun.h"
+#include "exact/DecodingRun.h"
 
 #include <utility>
 

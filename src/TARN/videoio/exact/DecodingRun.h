@@ -1,9 +1,9 @@
 #pragma once
 
-#include "FrameDecoder.h"
-#include "IndexData.h"
-#include "PacketCursor.h"
-#include "PacketSource.h"
+#include "exact/PacketCursor.h"
+#include "exact/index/FrameDecoder.h"
+#include "exact/index/IndexData.h"
+#include "exact/index/PacketSource.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "FrameFinder.h"
+#include "exact/FrameFinder.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "DecodingRun.h"
-#include "IndexData.h"
+#include "exact/DecodingRun.h"
+#include "exact/index/IndexData.h"
 
 #include <TARN/videoio/FrameReader.h>
 

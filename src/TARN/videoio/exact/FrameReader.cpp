@@ -1,10 +1,10 @@
-#include "FrameFinder.h"
-#include "IndexAccess.h"
-#include "IndexBuilder.h"
-#include "avRational.h"
-#include "checks.h"
-#include "frameWindow.h"
-#include "ticks.h"
+#include "base/checks.h"
+#include "base/ticks.h"
+#include "exact/FrameFinder.h"
+#include "exact/frameWindow.h"
+#include "exact/index/IndexAccess.h"
+#include "exact/index/IndexBuilder.h"
+#include "media/avRational.h"
 
 #include <TARN/videoio/FrameReader.h>
 

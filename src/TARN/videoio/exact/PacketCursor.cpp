@@ -1,6 +1,6 @@
-#include "PacketCursor.h"
+#include "exact/PacketCursor.h"
 
-#include "hash.h"
+#include "base/hash.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "IndexData.h"
-#include "PacketSource.h"
+#include "exact/index/IndexData.h"
+#include "exact/index/PacketSource.h"
 
 #include <cstdint>
 #include <vector>

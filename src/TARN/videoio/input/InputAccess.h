@@ -1,7 +1,7 @@
 #pragma once
 
-#include "InputWatch.h"
 #include "ffmpeg_compat.h"
+#include "input/InputWatch.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 

@@ -1,10 +1,10 @@
-#include "InputAccess.h"
-#include "InputWatch.h"
-#include "Options.h"
-#include "checks.h"
+#include "base/Options.h"
+#include "base/checks.h"
+#include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
-#include "openInput.h"
-#include "vocabulary.h"
+#include "input/InputAccess.h"
+#include "input/InputWatch.h"
+#include "input/openInput.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 

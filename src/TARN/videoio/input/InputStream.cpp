@@ -1,6 +1,6 @@
-#include "checks.h"
+#include "base/checks.h"
+#include "base/ticks.h"
 #include "ffmpeg_compat.h"
-#include "ticks.h"
 
 #include <TARN/videoio/InputStream.h>
 

@@ -1,4 +1,4 @@
-#include "InputWatch.h"
+#include "input/InputWatch.h"
 
 namespace tio::ffmpeg::detail {
 

@@ -1,5 +1,5 @@
-#include "InputAccess.h"
-#include "checks.h"
+#include "base/checks.h"
+#include "input/InputAccess.h"
 
 #include <TARN/videoio/PacketReader.h>
 

@@ -1,6 +1,6 @@
-#include "openInput.h"
+#include "input/openInput.h"
 
-#include "checks.h"
+#include "base/checks.h"
 
 #include <TARN/videoio/Exception.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "InputWatch.h"
-#include "Options.h"
+#include "base/Options.h"
+#include "input/InputWatch.h"
 
 #include <TARN/videoio/detail/Handles.h>
 

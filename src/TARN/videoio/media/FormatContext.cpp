@@ -1,5 +1,5 @@
+#include "base/initialise.h"
 #include "ffmpeg_compat.h"
-#include "initialise.h"
 
 #include <TARN/videoio/FormatContext.h>
 

@@ -1,6 +1,6 @@
-#include "checks.h"
+#include "base/checks.h"
+#include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
-#include "vocabulary.h"
 
 #include <TARN/videoio/Packet.h>
 

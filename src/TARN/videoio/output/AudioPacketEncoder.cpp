@@ -1,4 +1,4 @@
-#include "checks.h"
+#include "base/checks.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/AudioPacketEncoder.h>

@@ -1,7 +1,7 @@
-#include "avRational.h"
-#include "checks.h"
+#include "base/checks.h"
+#include "base/ticks.h"
 #include "ffmpeg_compat.h"
-#include "ticks.h"
+#include "media/avRational.h"
 
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>

@@ -1,10 +1,10 @@
-#include "Options.h"
-#include "avRational.h"
-#include "checks.h"
+#include "base/Options.h"
+#include "base/checks.h"
+#include "base/initialise.h"
+#include "base/parseInteger.h"
+#include "base/ticks.h"
 #include "ffmpeg_compat.h"
-#include "initialise.h"
-#include "parseInteger.h"
-#include "ticks.h"
+#include "media/avRational.h"
 
 #include <TARN/videoio/PacketEncoder.h>
 

@@ -1,7 +1,7 @@
-#include "Options.h"
-#include "checks.h"
+#include "base/Options.h"
+#include "base/checks.h"
 #include "ffmpeg_compat.h"
-#include "swscale.h"
+#include "picture/swscale.h"
 
 #include <TARN/videoio/VideoPacketEncoder.h>
 

@@ -1,7 +1,7 @@
-#include "filter.h"
+#include "picture/filter.h"
 
-#include "checks.h"
-#include "filterLibrary.h"
+#include "base/checks.h"
+#include "base/filterLibrary.h"
 
 #include <new>
 #include <utility>

@@ -1,7 +1,7 @@
-#include "orientation.h"
+#include "picture/orientation.h"
 
+#include "base/parseInteger.h"
 #include "ffmpeg_compat.h"
-#include "parseInteger.h"
 
 #include <cstddef>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "planes.h"
+#include "picture/planes.h"
 
 #include <cstddef>
 #include <cstring>

@@ -1,8 +1,8 @@
-#include "rotation.h"
+#include "picture/rotation.h"
 
-#include "checks.h"
+#include "base/checks.h"
+#include "base/parseInteger.h"
 #include "ffmpeg_compat.h"
-#include "parseInteger.h"
 
 #include <TARN/logging/log.h>
 #include <TARN/videoio/Types.h>

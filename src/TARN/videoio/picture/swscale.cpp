@@ -1,7 +1,7 @@
-#include "swscale.h"
+#include "picture/swscale.h"
 
-#include "checks.h"
-#include "planes.h"
+#include "base/checks.h"
+#include "picture/planes.h"
 
 #include <TARN/core/MatAlloc.h>
 

@@ -1,10 +1,10 @@
-#include "Options.h"
-#include "checks.h"
+#include "base/Options.h"
+#include "base/checks.h"
+#include "base/initialise.h"
 #include "ffmpeg_compat.h"
-#include "filter.h"
-#include "initialise.h"
-#include "orientation.h"
-#include "swscale.h"
+#include "picture/filter.h"
+#include "picture/orientation.h"
+#include "picture/swscale.h"
 
 #include <TARN/imageio/ppm.h>
 #include <TARN/videoio/ReadImage.h>

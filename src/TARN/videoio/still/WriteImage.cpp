@@ -1,7 +1,7 @@
-#include "checks.h"
+#include "base/checks.h"
+#include "base/initialise.h"
 #include "ffmpeg_compat.h"
-#include "initialise.h"
-#include "swscale.h"
+#include "picture/swscale.h"
 
 #include <TARN/videoio/WriteImage.h>
 #include <TARN/videoio/detail/Handles.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "fileHandle.h"
-#include "hash.h"
-#include "littleEndian.h"
+#include "base/fileHandle.h"
+#include "base/hash.h"
+#include "base/littleEndian.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
-#include "FrameDecoder.h"
+#include "exact/index/FrameDecoder.h"
 
-#include "hash.h"
+#include "base/hash.h"
 
 #include <TARN/videoio/Exception.h>
 

@@ -1,8 +1,8 @@
-#include "IndexAccess.h"
-#include "IndexBuilder.h"
-#include "IndexFile.h"
-#include "checks.h"
-#include "fileHandle.h"
+#include "base/checks.h"
+#include "base/fileHandle.h"
+#include "exact/index/IndexAccess.h"
+#include "exact/index/IndexBuilder.h"
+#include "exact/index/IndexFile.h"
 
 #include <TARN/videoio/FrameIndex.h>
 

@@ -1,9 +1,9 @@
-#include "IndexBuilder.h"
+#include "exact/index/IndexBuilder.h"
 
-#include "DecodingRun.h"
-#include "PacketScan.h"
-#include "ProgressReport.h"
-#include "checks.h"
+#include "base/checks.h"
+#include "exact/DecodingRun.h"
+#include "exact/index/PacketScan.h"
+#include "exact/index/ProgressReport.h"
 
 #include <algorithm>
 

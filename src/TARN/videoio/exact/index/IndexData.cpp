@@ -1,6 +1,6 @@
-#include "IndexData.h"
+#include "exact/index/IndexData.h"
 
-#include "ticks.h"
+#include "base/ticks.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SourceIdentity.h"
+#include "exact/index/SourceIdentity.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/Packet.h>

@@ -1,7 +1,7 @@
-#include "IndexFile.h"
+#include "exact/index/IndexFile.h"
 
-#include "ColumnFile.h"
-#include "checks.h"
+#include "base/checks.h"
+#include "exact/index/ColumnFile.h"
 
 #include <algorithm>
 #include <array>

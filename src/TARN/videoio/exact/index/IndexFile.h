@@ -1,6 +1,6 @@
 #pragma once
 
-#include "IndexData.h"
+#include "exact/index/IndexData.h"
 
 #include <optional>
 #include <string>

@@ -1,9 +1,9 @@
-#include "PacketScan.h"
+#include "exact/index/PacketScan.h"
 
-#include "PacketInspector.h"
-#include "checks.h"
-#include "hash.h"
-#include "ticks.h"
+#include "base/checks.h"
+#include "base/hash.h"
+#include "base/ticks.h"
+#include "bitstream/PacketInspector.h"
 
 #include <algorithm>
 #include <numeric>

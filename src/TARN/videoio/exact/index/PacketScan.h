@@ -1,8 +1,8 @@
 #pragma once
 
-#include "IndexData.h"
-#include "PacketSource.h"
-#include "ProgressReport.h"
+#include "exact/index/IndexData.h"
+#include "exact/index/PacketSource.h"
+#include "exact/index/ProgressReport.h"
 
 namespace tio::ffmpeg::detail {
 

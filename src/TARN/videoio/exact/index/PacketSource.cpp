@@ -1,8 +1,8 @@
-#include "PacketSource.h"
+#include "exact/index/PacketSource.h"
 
-#include "InputAccess.h"
-#include "SourceIdentity.h"
-#include "checks.h"
+#include "base/checks.h"
+#include "exact/index/SourceIdentity.h"
+#include "input/InputAccess.h"
 
 #include <new>
 #include <utility>

@@ -1,8 +1,8 @@
-#include "SourceIdentity.h"
+#include "exact/index/SourceIdentity.h"
 
-#include "checks.h"
-#include "fileHandle.h"
-#include "hash.h"
+#include "base/checks.h"
+#include "base/fileHandle.h"
+#include "base/hash.h"
 
 #include <algorithm>
 #include <cerrno>

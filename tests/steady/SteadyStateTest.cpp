@@ -2,9 +2,9 @@
 //
 // A program of its own, because it replaces operator new.
 
-#include "media/ClipMaker.h"
-#include "media/LogCapture.h"
-#include "media/TemporaryFolder.h"
+#include "support/ClipMaker.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryFolder.h"
 
 #include <TARN/core/MatAlloc.h>
 #include <TARN/videoio.h>
