@@ -11,6 +11,7 @@
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Frame.h>
 #include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/FrameIndexOptions.h>
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/Image.h>

@@ -1,6 +1,6 @@
 #include "exact/index/IndexData.h"
 
-#include "exact/index/PacketScan.h"
+#include "exact/PacketScan.h"
 
 #include <cstdint>
 #include <gmock/gmock.h>

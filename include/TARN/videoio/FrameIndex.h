@@ -1,12 +1,11 @@
 #pragma once
 
-#include <TARN/core/Exception.h>
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/FrameIndexOptions.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,43 +17,6 @@ namespace detail {
 struct IndexAccess;
 struct IndexData;
 } // namespace detail
-
-/// How far the making of an index has come.
-struct IndexProgress {
-    enum class Step {
-        Packets,  ///< reading the file; counted in bytes
-        Pictures, ///< decoding it; counted in packets
-    };
-
-    Step step;
-    int64_t done;
-    int64_t total; ///< 0 when it is not known
-};
-
-/// Called every now and then while an index is made; returns whether to go on.
-using IndexProgressCallback = std::function<bool(const IndexProgress&)>;
-
-/// The progress callback asked to stop.
-class TARN_VIDEOIO_API IndexingCancelled : public tio::Exception {
-public:
-    IndexingCancelled();
-    IndexingCancelled(const IndexingCancelled&) = default;
-    IndexingCancelled& operator=(const IndexingCancelled&) = default;
-    ~IndexingCancelled() override;
-};
-
-/// How an index is made.
-struct FrameIndexOptions {
-    /// Decodes the whole stream once and keeps a checksum of every picture, by which a FrameReader
-    /// proves what it delivers.
-    bool checksums = false;
-
-    /// Threads of FFmpeg's decoder; 0 for one per core. A damaged stream is decoded with one
-    /// whatever is said here, because only then its pictures are the same each time.
-    int threads = 0;
-
-    IndexProgressCallback progress; ///< may be empty
-};
 
 /// What a video stream consists of: its packets, and which of them become which frames.
 ///

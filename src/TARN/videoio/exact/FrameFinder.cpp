@@ -7,8 +7,6 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-using Reached = FrameReader::Reached;
-
 // A picture that has not come out this many packets behind its own will not come. With 48, pictures
 // of real streams were given up that came one packet later.
 constexpr uint32_t patience = 160;
@@ -27,10 +25,6 @@ FrameFinder::FrameFinder(std::shared_ptr<InputFormatContext> input, const IndexD
                          PixelFormat format, int threads)
     : index(ofStream), notes(ofStream.notes), run(std::move(input), ofStream, format, threads) {}
 
-Reached FrameFinder::reached() const noexcept {
-    return index.checksums.empty() ? way : Reached::Proven;
-}
-
 FrameFinder::Outcome FrameFinder::find(int64_t frame, const std::vector<int64_t>& wanted) {
     Aim aim{frame, wanted, notes.mayLeaveOut};
     if (isAhead(frame) && decodeTo(aim) == Result::Hit)
@@ -39,7 +33,7 @@ FrameFinder::Outcome FrameFinder::find(int64_t frame, const std::vector<int64_t>
     for (int tries = 0; tries <= earlierEntries && limit > 0; ++tries) {
         const uint32_t entry = index.entryFor(frame, limit, notes);
         const Result result = tries == 0 ? enterTwice(entry, aim) : enterAndDecode(entry, aim);
-        way = tries == 0 ? Reached::Exact : Reached::ExactAfterRetry;
+        taken = tries == 0 ? Way::Straight : Way::AfterRetry;
         if (result == Result::Hit)
             return Outcome::Found;
         if (result == Result::Misnumbered)
@@ -84,7 +78,7 @@ FrameFinder::Result FrameFinder::enterAndDecode(uint32_t entry, const Aim& aim) 
 FrameFinder::Outcome FrameFinder::findFromStart(const Aim& aim) {
     run.startOver();
     begin(0, true);
-    way = Reached::Linear;
+    taken = Way::FromStart;
     switch (decodeTo(aim)) {
     case Result::Hit:
         return Outcome::Found;

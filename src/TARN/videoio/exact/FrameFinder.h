@@ -1,9 +1,11 @@
 #pragma once
 
-#include "exact/DecodingRun.h"
 #include "exact/index/IndexData.h"
+#include "exact/run/DecodingRun.h"
 
-#include <TARN/videoio/FrameReader.h>
+#include <TARN/videoio/Frame.h>
+#include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Types.h>
 
 #include <cstdint>
 #include <memory>
@@ -23,6 +25,13 @@ public:
         Unreachable, ///< the picture does not come out, whatever is tried
     };
 
+    /// How the picture that was found was reached.
+    enum class Way {
+        Straight,   ///< from the key frame before it
+        AfterRetry, ///< from an earlier one
+        FromStart,  ///< from the start of the stream
+    };
+
     /// The index must outlive the finder.
     FrameFinder(std::shared_ptr<InputFormatContext> input, const IndexData& index,
                 PixelFormat format, int threads);
@@ -34,8 +43,7 @@ public:
     /// The frame that was found, turned and converted. It can be had once.
     [[nodiscard]] std::shared_ptr<tio::FrameBase> picture() { return run.decoder().picture(); }
 
-    /// How it was reached.
-    [[nodiscard]] FrameReader::Reached reached() const noexcept;
+    [[nodiscard]] Way way() const noexcept { return taken; }
 
     /// What reading taught of the places where decoding can start.
     [[nodiscard]] const EntryNotes& learned() const noexcept { return notes; }
@@ -76,7 +84,7 @@ private:
     bool damageSeen = false;    // in a picture since the entry
     int64_t failuresBefore = 0; // of the decoder, up to the entry
     std::set<int64_t> leftOut;  // frames behind the last one that were not decoded
-    FrameReader::Reached way = FrameReader::Reached::Exact;
+    Way taken = Way::Straight;
 };
 
 } // namespace tio::ffmpeg::detail

@@ -1,7 +1,6 @@
 #include "base/checks.h"
 #include "base/fileHandle.h"
-#include "exact/index/IndexAccess.h"
-#include "exact/index/IndexBuilder.h"
+#include "exact/IndexBuilder.h"
 #include "exact/index/IndexFile.h"
 
 #include <TARN/videoio/FrameIndex.h>

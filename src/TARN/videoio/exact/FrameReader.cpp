@@ -1,9 +1,9 @@
 #include "base/checks.h"
 #include "base/ticks.h"
 #include "exact/FrameFinder.h"
+#include "exact/IndexAccess.h"
+#include "exact/IndexBuilder.h"
 #include "exact/frameWindow.h"
-#include "exact/index/IndexAccess.h"
-#include "exact/index/IndexBuilder.h"
 #include "media/avRational.h"
 
 #include <TARN/videoio/FrameReader.h>
@@ -29,6 +29,21 @@ int64_t bytesOf(const tio::FrameBase& frame, PixelFormat format) {
         return int64_t{planes[0].count} + planes[1].count;
     }
     return static_cast<const Frame<tio::PixelFormat::RGB>&>(frame).plane.count;
+}
+
+FrameReader::Reached reachedBy(detail::FrameFinder::Way way, bool proven) {
+    using Way = detail::FrameFinder::Way;
+    if (proven)
+        return FrameReader::Reached::Proven;
+    switch (way) {
+    case Way::Straight:
+        break;
+    case Way::AfterRetry:
+        return FrameReader::Reached::ExactAfterRetry;
+    case Way::FromStart:
+        return FrameReader::Reached::Linear;
+    }
+    return FrameReader::Reached::Exact;
 }
 
 /// Seconds as ticks of a time base, rounded down.
@@ -185,7 +200,7 @@ FrameReader::Picture FrameReader::Engine::read(int64_t frame, const std::vector<
     picture.number = frame;
     picture.time = secondsOf(index->timeOf(frame));
     picture.duration = secondsOf(index->durationOf(frame));
-    picture.reached = finder->reached();
+    picture.reached = reachedBy(finder->way(), !index->checksums.empty());
     ++done.picturesConverted;
     pictureBytes = std::max(pictureBytes, bytesOf(*picture.frame, format));
     latest = picture;

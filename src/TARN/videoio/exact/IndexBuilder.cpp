@@ -1,9 +1,9 @@
-#include "exact/index/IndexBuilder.h"
+#include "exact/IndexBuilder.h"
 
 #include "base/checks.h"
-#include "exact/DecodingRun.h"
-#include "exact/index/PacketScan.h"
-#include "exact/index/ProgressReport.h"
+#include "exact/PacketScan.h"
+#include "exact/ProgressReport.h"
+#include "exact/run/DecodingRun.h"
 
 #include <algorithm>
 

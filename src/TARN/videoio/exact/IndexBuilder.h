@@ -2,7 +2,7 @@
 
 #include "exact/index/IndexData.h"
 
-#include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/FrameIndexOptions.h>
 #include <TARN/videoio/InputFormatContext.h>
 
 #include <memory>

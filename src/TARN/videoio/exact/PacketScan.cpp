@@ -1,4 +1,4 @@
-#include "exact/index/PacketScan.h"
+#include "exact/PacketScan.h"
 
 #include "base/checks.h"
 #include "base/hash.h"

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "exact/ProgressReport.h"
 #include "exact/index/IndexData.h"
-#include "exact/index/PacketSource.h"
-#include "exact/index/ProgressReport.h"
+#include "exact/run/PacketSource.h"
 
 namespace tio::ffmpeg::detail {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/FrameIndexOptions.h>
 
 namespace tio::ffmpeg::detail {
 

@@ -1,4 +1,4 @@
-#include "exact/DecodingRun.h"
+#include "exact/run/DecodingRun.h"
 
 #include <utility>
 

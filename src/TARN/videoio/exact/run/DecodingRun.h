@@ -1,9 +1,9 @@
 #pragma once
 
-#include "exact/PacketCursor.h"
-#include "exact/index/FrameDecoder.h"
 #include "exact/index/IndexData.h"
-#include "exact/index/PacketSource.h"
+#include "exact/run/FrameDecoder.h"
+#include "exact/run/PacketCursor.h"
+#include "exact/run/PacketSource.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "exact/index/FrameDecoder.h"
+#include "exact/run/FrameDecoder.h"
 
 #include "base/hash.h"
 

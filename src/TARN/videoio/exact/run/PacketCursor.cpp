@@ -1,4 +1,4 @@
-#include "exact/PacketCursor.h"
+#include "exact/run/PacketCursor.h"
 
 #include "base/hash.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "exact/index/IndexData.h"
-#include "exact/index/PacketSource.h"
+#include "exact/run/PacketSource.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "exact/index/PacketSource.h"
+#include "exact/run/PacketSource.h"
 
 #include "base/checks.h"
 #include "exact/index/SourceIdentity.h"
