@@ -2,6 +2,8 @@
 
 #include "media/StoredIndex.h"
 
+#include <TARN/videoio/InputStream.h>
+
 #include <utility>
 
 namespace tio::tool {
@@ -102,8 +104,10 @@ FrameWalker::Picture FrameWalker::readNext() {
 void FrameWalker::openFrames(const std::optional<ffmpeg::FrameIndex>& index) {
     ffmpeg::FrameReaderOptions options;
     options.index = index;
-    frames = std::make_unique<ffmpeg::FrameReader>(openInput(input.url), ffmpeg::PixelFormat::RGB,
-                                                   std::move(options));
+    const auto clip = openInput(input.url);
+    unitTime = ffmpeg::InputStream(clip, clip->findBestVideoStreamIndex()).getUnitTime();
+    frames =
+        std::make_unique<ffmpeg::FrameReader>(clip, ffmpeg::PixelFormat::RGB, std::move(options));
 }
 
 /// Has a FrameReader take over where that pays, and numbers frames as plain reading has so far.
@@ -138,7 +142,7 @@ FrameWalker::Picture FrameWalker::readExactly(int64_t number) {
         return {};
     try {
         const auto picture = frames->readFrame(number);
-        return {picture.frame, picture.time, {}};
+        return {picture.frame, picture.time, unitTime};
     } catch (const std::exception& error) {
         throw Failure(ExitCode::Input, input.url, reasonOf(error, input.url));
     }

@@ -64,6 +64,7 @@ private:
     ffmpeg::Rational lastTime;                   // of the picture that it gave last
     bool atEnd = false;                          // nextNumber is the number of frames
     std::unique_ptr<ffmpeg::FrameReader> frames; // once it has taken over
+    ffmpeg::Rational unitTime;                   // seconds per tick, for the pictures it gives
     bool bareIndex = false;                      // one was given: it is followed instead
     std::unique_ptr<SeekPlan> plan;
     bool planTrusted = false; // it has agreed with a picture read from the start

@@ -112,6 +112,29 @@ TEST_F(TranscodeCommandTest, WritesTheRangeOfFramesAskedFor) {
     EXPECT_EQ(written[0].pts, 0);
 }
 
+/// The README's own line: the range begins far from the start of the clip.
+class FarRangeTest : public TranscodeCommandTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(FarRangeTest, IsWritten) {
+    ClipPlan plan;
+    plan.frameCount = 250;
+    make(plan);
+    std::vector<std::string> arguments = {"--from", "100", "--to", "199"};
+    if (GetParam()) {
+        const std::string index = folder.file("clip.index");
+        ASSERT_EQ(runProgram({"index", clip, "-o", index, "--frames"}).exitCode, 0);
+        arguments.insert(arguments.end(), {"--index", index});
+    }
+    const ProgramResult result = transcode(arguments);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const auto written = oracleFrames(out);
+    ASSERT_EQ(written.size(), 100U);
+    EXPECT_EQ(written[0].pts, 0);
+    EXPECT_EQ(written[99].time().numerator * 25, 99 * written[99].time().denominator);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutIndex, FarRangeTest, testing::Bool());
+
 TEST_F(TranscodeCommandTest, CarriesTheSoundUnlessToldNotTo) {
     ClipPlan plan;
     plan.audio = true;
