@@ -41,13 +41,18 @@ function(tarn_test_defaults target)
     endif()
 endfunction()
 
+# tarn_hidden(<target>): a shared library made of it shows only what the headers mark.
+function(tarn_hidden target)
+    set_target_properties(${target} PROPERTIES
+        CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
 # tarn_shared_library(<target> <alias>): hidden by default, versioned.
 function(tarn_shared_library target alias)
     tarn_target_defaults(${target})
+    tarn_hidden(${target})
     add_library(tarn::${alias} ALIAS ${target})
     set_target_properties(${target} PROPERTIES
-        CXX_VISIBILITY_PRESET hidden
-        VISIBILITY_INLINES_HIDDEN ON
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
         EXPORT_NAME ${alias})
