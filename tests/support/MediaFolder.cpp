@@ -8,9 +8,10 @@ namespace tio::test {
 
 namespace {
 
-std::filesystem::path wantedFolder() {
-    const char* chosen = std::getenv("TARN_TEST_MEDIA");
-    return chosen && *chosen ? chosen : TARN_TEST_MEDIA_DEFAULT;
+/// Empty when nobody named one: then every test that needs a real clip is skipped.
+std::filesystem::path namedFolder() {
+    const char* named = std::getenv("TARN_TEST_MEDIA");
+    return named ? named : "";
 }
 
 std::vector<std::string> splitAtTabs(const std::string& line) {
@@ -24,26 +25,31 @@ std::vector<std::string> splitAtTabs(const std::string& line) {
 } // namespace
 
 std::optional<std::filesystem::path> mediaFolder() {
-    std::filesystem::path folder = wantedFolder();
-    if (!std::filesystem::exists(folder / "TRUTH.tsv"))
+    std::filesystem::path folder = namedFolder();
+    if (folder.empty() || !std::filesystem::exists(folder / "TRUTH.tsv"))
         return std::nullopt;
     return folder;
 }
 
 std::optional<std::filesystem::path> mediaFile(const std::string& name) {
-    std::filesystem::path file = wantedFolder() / name;
-    if (!std::filesystem::exists(file))
+    const std::optional<std::filesystem::path> folder = mediaFolder();
+    if (!folder || !std::filesystem::exists(*folder / name))
         return std::nullopt;
-    return file;
+    return *folder / name;
 }
 
 std::string mediaMissingMessage() {
-    return "real media folder not found: " + wantedFolder().string() +
-           " (set TARN_TEST_MEDIA to run this test)";
+    const std::string folder = namedFolder().string();
+    if (folder.empty())
+        return "no folder of real clips (set TARN_TEST_MEDIA to run this test)";
+    return "no real clips in " + folder + " (TARN_TEST_MEDIA)";
 }
 
 std::vector<TruthRow> readTruth() {
-    std::ifstream table(wantedFolder() / "TRUTH.tsv");
+    const std::optional<std::filesystem::path> folder = mediaFolder();
+    if (!folder)
+        return {};
+    std::ifstream table(*folder / "TRUTH.tsv");
     std::string line;
     std::getline(table, line);
     const std::vector<std::string> columns = splitAtTabs(line);

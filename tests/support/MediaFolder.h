@@ -8,7 +8,7 @@
 
 /// @file
 /// Real clips. They are not part of the sources: the environment variable TARN_TEST_MEDIA names
-/// their folder, else the place that was configured at build time is tried.
+/// their folder. Without it there are none.
 
 namespace tio::test {
 

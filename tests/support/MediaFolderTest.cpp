@@ -4,6 +4,7 @@
 #include "support/TemporaryFolder.h"
 
 #include <cstdlib>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -37,6 +38,16 @@ protected:
 TEST_F(MediaFolderTest, IsNotFoundWithoutItsTable) {
     EXPECT_FALSE(mediaFolder());
     EXPECT_NE(mediaMissingMessage().find(folder.path().string()), std::string::npos);
+}
+
+TEST_F(MediaFolderTest, HasNoDefault) {
+    for (const bool empty : {false, true}) {
+        empty ? setenv("TARN_TEST_MEDIA", "", 1) : unsetenv("TARN_TEST_MEDIA");
+        EXPECT_FALSE(mediaFolder());
+        EXPECT_FALSE(mediaFile("TRUTH.tsv"));
+        EXPECT_TRUE(readTruth().empty());
+        EXPECT_THAT(mediaMissingMessage(), testing::HasSubstr("set TARN_TEST_MEDIA"));
+    }
 }
 
 TEST_F(MediaFolderTest, FindsFilesOfTheFolder) {
