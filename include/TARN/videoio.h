@@ -3,6 +3,7 @@
 /// @file
 /// Everything that the library offers.
 
+#include <TARN/videoio/AtomicFile.h>
 #include <TARN/videoio/AudioPacketDecoder.h>
 #include <TARN/videoio/AudioPacketEncoder.h>
 #include <TARN/videoio/AudioStreamDecoder.h>

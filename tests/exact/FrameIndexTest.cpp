@@ -1,6 +1,7 @@
 #include "support/ByteEdits.h"
 #include "support/ClipMaker.h"
 #include "support/Expectations.h"
+#include "support/Interception.h"
 #include "support/LogCapture.h"
 #include "support/ReaderPictures.h"
 #include "support/TemporaryFolder.h"
@@ -109,11 +110,15 @@ TEST_F(FrameIndexTest, LeavesNothingUnfinishedBehind) {
 
 TEST_F(FrameIndexTest, KeepsTheOldFileWhenTheNewOneCannotBeWritten) {
     const FrameIndex made = build();
-    fs::create_directory(index + ".unfinished"); // where it would be written
     test::writeBytes(index, {1, 2, 3});
+    test::Interception intercepted;
+    intercepted->fwrite.instead = [](const void*, size_t, size_t, std::FILE*) -> size_t {
+        return 0;
+    };
     EXPECT_EQ(test::thrownText<tio::Exception>([&] { made.save(index); }),
-              "Could not open \"" + index + "\"");
+              "Could not write \"" + index + "\"");
     EXPECT_EQ(test::readBytes(index).size(), 3u);
+    EXPECT_EQ(test::unfinishedFilesIn(folder.path()), 0);
 }
 
 TEST_F(FrameIndexTest, SaysThatAFileIsMissing) {

@@ -19,4 +19,11 @@ TemporaryFolder::~TemporaryFolder() {
     std::filesystem::remove_all(folder, ignored);
 }
 
+int unfinishedFilesIn(const std::filesystem::path& folder) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        count += entry.path().extension() == ".part" ? 1 : 0;
+    return count;
+}
+
 } // namespace tio::test

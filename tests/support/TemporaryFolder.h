@@ -25,4 +25,7 @@ private:
     std::filesystem::path folder;
 };
 
+/// How many files of a folder wait for their name still.
+[[nodiscard]] int unfinishedFilesIn(const std::filesystem::path& folder);
+
 } // namespace tio::test

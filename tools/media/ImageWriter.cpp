@@ -1,6 +1,5 @@
 #include "media/ImageWriter.h"
 
-#include "media/MemoryFile.h"
 #include "media/OutputFile.h"
 #include "terminal/Failure.h"
 
@@ -18,12 +17,12 @@ namespace {
 
 constexpr int usualCompression = -1; // the encoder's own choice
 
-// The library's failure to write names the file in memory, which would tell the user nothing.
-void encode(const tio::PixelFormat::RgbImage& picture, const MemoryFile& file,
+// The library's failure to write names the temporary file, which would tell the user nothing.
+void encode(const tio::PixelFormat::RgbImage& picture, const std::string& path,
             ffmpeg::ImageFileType type) {
     errno = 0;
     try {
-        ffmpeg::writeImage(file.path(), picture, usualCompression, type);
+        ffmpeg::writeImage(path, picture, usualCompression, type);
     } catch (const ffmpeg::Exception&) {
         throw;
     } catch (const tio::Exception&) {
@@ -33,16 +32,13 @@ void encode(const tio::PixelFormat::RgbImage& picture, const MemoryFile& file,
     }
 }
 
-// Through memory, so that the file is written, and its failures told, like every other.
+// Not flushed to the disk: thousands of pictures would wait for it thousands of times.
 void writePicture(const tio::PixelFormat::RgbImage& picture, const std::string& path,
                   ffmpeg::ImageFileType type) {
-    writing(path, [&] {
-        const MemoryFile encoded;
-        encode(picture, encoded, type);
-        OutputFile file(path);
-        encoded.forEachBlock([&](const void* data, size_t size) { file.write(data, size); });
-        file.publish();
-    });
+    OutputFile file(path);
+    file.makeWay();
+    writing(path, [&] { encode(picture, file.pathToWrite(), type); });
+    file.publish(OutputFile::Flush::BySystem);
 }
 
 } // namespace

@@ -2,49 +2,37 @@
 
 #include "terminal/Interruption.h"
 
+#include <TARN/videoio/AtomicFile.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
 
 namespace tio::tool {
 
-/// A file that gets its name only when it is complete.
-///
-/// It is written under a temporary name in the same folder and renamed by publish(); without that,
-/// and when the program is interrupted, it disappears. What already exists and is no regular file,
-/// such as a device or a pipe, is written to directly. Every failure is a Failure with
-/// ExitCode::Output that names the file.
+/// A file of the program's: an AtomicFile that an interruption by a signal removes too. Every
+/// failure is a Failure with ExitCode::Output that names the file.
 class OutputFile {
 public:
+    using Flush = ffmpeg::AtomicFile::Flush;
+
     explicit OutputFile(std::string name);
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
 
     void write(const void* data, size_t size);
 
-    /// The name under which the file lies until then, for code that opens it by name.
-    [[nodiscard]] const std::string& pathToWrite() const {
-        return temporary.empty() ? path : temporary;
-    }
+    /// The name under which the file lies until it is published, for code that opens it by name.
+    [[nodiscard]] const std::string& pathToWrite() const { return file->pathToWrite(); }
 
-    /// Removes the empty file again, for code that makes one of that name by itself. Were it there
-    /// and truncated, some file systems would write all of it out to the disk at its closing.
+    /// Removes the empty file again, for code that makes one of that name by itself.
     void makeWay();
 
     /// Completes the file and replaces what had its name before.
-    void publish();
+    void publish(Flush flush = Flush::ToDisk);
 
 private:
-    void openTemporary();
-    void closeDescriptor();
-    void require(bool done) const;
-
-    std::string path;      // the name, as the user gave it
-    std::string target;    // where that leads: links are followed, not replaced
-    std::string temporary; // empty when written to directly
+    std::string path; // as the user gave it
+    std::optional<ffmpeg::AtomicFile> file;
     std::optional<RemovedOnInterruption> cleanup;
-    int descriptor = -1;
 };
 
 /// Makes the folder and its parents where they are missing.

@@ -14,7 +14,10 @@ namespace {
 std::array<char, PATH_MAX> pendingPath{};
 std::atomic<bool> pathIsPending{false};
 std::atomic<bool> lineIsOpen{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not wait for a lock");
+std::atomic<bool> heldBack{false};
+std::atomic<int> waitingSignal{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free,
+              "a signal handler may not wait for a lock");
 
 } // namespace
 
@@ -22,6 +25,9 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not 
 // signal stays blocked until the handler returns; so what is raised here ends the program then.
 extern "C" {
 static void endBySignal(int signal) {
+    waitingSignal = signal; // before the look, so that whoever holds it back finds it
+    if (heldBack)
+        return;
     if (pathIsPending)
         ::unlink(pendingPath.data());
     if (lineIsOpen) {
@@ -58,6 +64,16 @@ RemovedOnInterruption::RemovedOnInterruption(const std::string& path) noexcept {
 
 RemovedOnInterruption::~RemovedOnInterruption() {
     pathIsPending = false;
+}
+
+SignalsHeldBack::SignalsHeldBack() noexcept {
+    heldBack = true;
+}
+
+SignalsHeldBack::~SignalsHeldBack() {
+    heldBack = false;
+    if (waitingSignal != 0)
+        endBySignal(waitingSignal);
 }
 
 void noteOpenLine(bool open) noexcept {

@@ -21,6 +21,16 @@ public:
     RemovedOnInterruption& operator=(const RemovedOnInterruption&) = delete;
 };
 
+/// While it lives, an interruption waits, whichever thread it comes to: for a file that is there
+/// but not yet known to be removed. At most one at a time.
+class SignalsHeldBack {
+public:
+    SignalsHeldBack() noexcept;
+    ~SignalsHeldBack();
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+};
+
 /// Whether a line of progress stands on the terminal that an interruption has to end.
 void noteOpenLine(bool open) noexcept;
 

@@ -3,6 +3,9 @@
 #include "base/checks.h"
 #include "exact/index/ColumnFile.h"
 
+#include <TARN/videoio/AtomicFile.h>
+#include <TARN/videoio/Exception.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -146,57 +149,41 @@ bool isConsistent(const IndexData& index) {
            std::all_of(index.packets.begin(), index.packets.end(), isPacket);
 }
 
-/// A name beside the file that it shall become.
-class UnfinishedFile {
-public:
-    explicit UnfinishedFile(const std::string& finalPath)
-        : path(finalPath), unfinished(finalPath + ".unfinished") {}
-    ~UnfinishedFile() {
-        if (!unfinished.empty())
-            std::remove(unfinished.c_str()); // needs no memory
-    }
-    UnfinishedFile(const UnfinishedFile&) = delete;
-    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
-
-    [[nodiscard]] FileHandle open() const {
-        return FileHandle(std::fopen(unfinished.c_str(), "wb"));
-    }
-
-    [[nodiscard]] bool publish() {
-        std::error_code error;
-        std::filesystem::rename(unfinished, path, error);
-        if (!error)
-            unfinished.clear();
-        return !error;
-    }
-
-private:
-    const std::string& path;
-    std::string unfinished; // empty once it has its name
-};
-
-} // namespace
-
-void writeIndexFile(const std::string& path, const IndexData& index) {
-    UnfinishedFile file(path);
-    FileHandle handle = file.open();
-    if (!handle)
-        failPlainly("Could not open \"" + path + "\"");
-    ColumnWriter writer(handle.get());
+// One description of the content serves writing and reading; writing changes nothing.
+bool writeContent(std::FILE* opened, const IndexData& index) {
+    ColumnWriter writer(opened);
     Header header = headerOf(index);
     NoteColumns notes;
     for (const auto& [packet, frame] : index.notes.cleanFrom) {
         notes.packets.push_back(packet);
         notes.frames.push_back(frame);
     }
-    // One description of the content serves writing and reading; writing changes nothing.
     auto& content = const_cast<IndexData&>(index);
     exchangeStart(writer, header);
     exchangeHeader(writer, header, content);
     exchangeColumns(writer, content, notes);
-    const bool written = writer.finish();
-    const bool closed = std::fclose(handle.release()) == 0; // a full disk may show only now
-    if (!written || !closed || !file.publish())
+    return writer.finish();
+}
+
+bool writeAndPublish(const std::string& path, const IndexData& index) {
+    try {
+        AtomicFile file(path);
+        FileHandle handle(std::fopen(file.pathToWrite().c_str(), "wb"));
+        if (!handle || !writeContent(handle.get(), index))
+            return false;
+        if (std::fclose(handle.release()) != 0) // a full disk may show only now
+            return false;
+        file.publish();
+        return true;
+    } catch (const Exception&) {
+        return false;
+    }
+}
+
+} // namespace
+
+void writeIndexFile(const std::string& path, const IndexData& index) {
+    if (!writeAndPublish(path, index))
         failPlainly("Could not write \"" + path + "\"");
 }
 

@@ -10,7 +10,7 @@ namespace tio::ffmpeg::detail {
 /// @file
 /// The file of a FrameIndex; docs/index-file.md describes it.
 
-/// Writes the file under another name and renames it.
+/// Writes the file, which gets its name when it is complete.
 /// @throws tio::Exception naming the path
 void writeIndexFile(const std::string& path, const IndexData& index);
 
