@@ -144,6 +144,32 @@ TEST(PacketTest, SetPtsWrapsAroundWhereOnlyOneTimeIsUnknown) {
     EXPECT_EQ(packet.getPacket().dts, std::numeric_limits<int64_t>::max());
 }
 
+// Microseconds since 1970: 1.7e15 of them, in a fraction of 10^6, leave 64 bits on the way.
+TEST(PacketTest, TimesOfAWallClockAreExact) {
+    Packet packet = timedPacket(Rational(1, 1000000), 1700000000123457, 1700000000083457);
+    EXPECT_THAT(packet.getPts(), IsFraction(1700000000123457, 1000000));
+    packet.setPts(packet.getPts());
+    EXPECT_EQ(packet.getPacket().pts, 1700000000123457);
+    EXPECT_EQ(packet.getPacket().dts, 1700000000083457);
+    packet.setDts(Rational(1700000000123457, 1000000));
+    EXPECT_EQ(packet.getPacket().dts, 1700000000123457);
+}
+
+// The quotient 1700000000123456789 * 90000 / 10^9 has no reduced form in 64 bits, but a whole part.
+TEST(PacketTest, SetPtsTruncatesAlsoWhereTheFractionLeavesSixtyFourBits) {
+    Packet packet = timedPacket(Rational(1, 90000), 0, 0);
+    packet.setPts(Rational(1700000000123456789, 1000000000));
+    EXPECT_EQ(packet.getPacket().pts, 153000000011111);
+    packet.setPts(Rational(-1700000000123456789, 1000000000));
+    EXPECT_EQ(packet.getPacket().pts, -153000000011111);
+}
+
+TEST(PacketTest, AnUnknownTimeIsSetAsItIsRead) {
+    Packet packet = timedPacket(Rational(1, 90000), noTime, 0);
+    packet.setDts(packet.getPts());
+    EXPECT_EQ(packet.getPacket().dts, noTime);
+}
+
 TEST(PacketTest, SetPtsRefusesATimeBaseOfZero) {
     Packet packet = timedPacket(Rational(0, 1), 100, 80);
     EXPECT_THROW(packet.setPts(Rational(1, 2)), tio::Exception);

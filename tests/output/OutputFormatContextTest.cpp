@@ -322,6 +322,18 @@ TEST_F(OutputFormatContextTest, ShiftsAreExactFractionsTruncatedTowardZero) {
     EXPECT_THAT(muxer.dts(), ElementsAre(-49, 975, 0));
 }
 
+// 1700000000 s + 1/7 s: times the clock of the other stream, the ticks leave 64 bits.
+TEST_F(OutputFormatContextTest, ShiftsOfWallClockTimesAreExact) {
+    test::MuxerRecord muxer;
+    openWith({test::audioParameters(96000), test::videoParameters()});
+    context->getStream(1)->time_base = {7, 15360000}; // as no muxer would count
+    const int64_t second = int64_t{96000} * 1700000000;
+    write(0, 1, second);
+    write(1, 2, 3730285714288653); // 1700000000.0013394 s
+    // -3730285714288653 * 7 / 15360000 * 96000 = -163200000000128.57
+    EXPECT_THAT(muxer.pts(), ElementsAre(-128, 0));
+}
+
 TEST_F(OutputFormatContextTest, AShiftSmallerThanOneTickIsNone) {
     test::MuxerRecord muxer;
     openWith({test::audioParameters(44100), test::videoParameters()});

@@ -301,6 +301,20 @@ TEST_F(PacketEncoderTest, AFramesTimeIsTruncatedTowardZeroToAMultipleOfTheTimeBa
     EXPECT_EQ(ticksOf(Rational(-1, 1001)), 0);
 }
 
+// At each of these times a product leaves 64 bits before it is reduced.
+TEST_F(PacketEncoderTest, TimesOfAWallClockAreExact) {
+    open(Rational(1, 1000000));
+    for (int64_t n = 0; n < 100; ++n) {
+        const int64_t sinceEpoch = 1700000000123456 + 33333 * n;
+        encoder->setFrameTime(Rational(sinceEpoch, 1000000));
+        EXPECT_EQ(encoder->frame->pts, sinceEpoch) << n;
+        EXPECT_EQ(encoder->getFrameTime(), Rational(sinceEpoch, 1000000)) << n;
+        const int64_t uptime = 10000000000000 + 33333 * n;
+        encoder->setFrameTime(Rational(uptime, 1000000));
+        EXPECT_EQ(encoder->frame->pts, uptime) << n;
+    }
+}
+
 TEST_F(PacketEncoderTest, AFramesTimeIsReadBackInSeconds) {
     open(Rational(1001, 30000));
     encoder->frame->pts = 30;

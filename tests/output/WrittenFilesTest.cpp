@@ -265,6 +265,30 @@ TEST_F(WrittenFilesTest, SoundBeforeZeroKeepsItsTime) {
     EXPECT_EQ(pts.back(), 1024 * 46);
 }
 
+// Both streams begin 1/7 s after a whole second of 2023. A tick of sound is 10 us.
+TEST_F(WrittenFilesTest, PicturesAndSoundOfAWallClockBeginTogether) {
+    const Rational start = Rational(1700000000, 1) + Rational(1, 7);
+    const auto output = std::make_shared<OutputFormatContext>(path);
+    {
+        VideoStreamEncoder video(output, {rows, cols}, Rational(1, 1000000));
+        AudioStreamEncoder audio(output, 3, 96000, Rational());
+        for (int n = 0; n < 10; ++n)
+            video.writeNextFrame(numberedImage(rows, cols, n), start + Rational(n, 25));
+        for (int64_t i = 0; i < 18; ++i)
+            audio.writeNextFrame(numberedBlock(1024, 2), start + Rational(1024 * i, 96000));
+    }
+    output->finish();
+    const FileContents file = test::readFile(path);
+    const auto pictures = file.ptsOf(file.find(AVMEDIA_TYPE_VIDEO));
+    ASSERT_THAT(pictures, SizeIs(10));
+    for (size_t n = 0; n < pictures.size(); ++n)
+        EXPECT_NEAR(static_cast<double>(pictures[n]), 3600.0 * static_cast<double>(n), 1) << n;
+    const auto sound = file.ptsOf(file.find(AVMEDIA_TYPE_AUDIO));
+    ASSERT_THAT(sound, SizeIs(19));
+    for (size_t i = 0; i < sound.size(); ++i) // the encoder's delay comes first
+        EXPECT_NEAR(static_cast<double>(sound[i]), 1024.0 * (static_cast<double>(i) - 1), 2) << i;
+}
+
 TEST_F(WrittenFilesTest, AreMp4WhateverTheirNameSays) {
     for (const char* name : {"out.avi", "out.mkv", "out", "out.png"}) {
         writePictures(folder.file(name), Rational(1, 25), {0, 1});

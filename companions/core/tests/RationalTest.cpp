@@ -76,6 +76,26 @@ TEST(Rational, StructureOfOtherTypesIsRefused) {
     EXPECT_TRUE((std::is_convertible_v<MediaFraction, Rational>));
 }
 
+// `Rational half = 0.5` would have to be 0/1.
+TEST(Rational, FloatingPointDoesNotConvert) {
+    static_assert(!std::is_constructible_v<Rational, double>);
+    static_assert(!std::is_constructible_v<Rational, float>);
+    static_assert(!std::is_constructible_v<Rational, long double>);
+    static_assert(!std::is_convertible_v<double, Rational>);
+    static_assert(!std::is_constructible_v<Rational, double, int>);
+    static_assert(!std::is_constructible_v<Rational, int64_t, double>);
+    static_assert(!std::is_constructible_v<SmallRational, double>);
+    static_assert(!std::is_assignable_v<Rational&, double>);
+    static_assert(std::is_convertible_v<int, Rational> && std::is_convertible_v<int64_t, Rational>);
+    static_assert(std::is_constructible_v<Rational, int, int64_t>);
+}
+
+TEST(Rational, TheWaysToSayHalfASecondAreThoseOfTheHeader) {
+    const double seconds = 0.5;
+    EXPECT_FRACTION(Rational(1, 2), 1, 2);
+    EXPECT_FRACTION(Rational(std::llround(seconds * 1e6), 1000000), 1, 2);
+}
+
 TEST(Rational, Multiplies) {
     EXPECT_FRACTION(Rational(90000) * Rational(1, 90000), 1, 1);
     EXPECT_FRACTION(Rational(-1, 2) * Rational(2, 3), -1, 3);
@@ -118,7 +138,35 @@ TEST(Rational, WholeNumbersMixWithFractions) {
     EXPECT_TRUE(1 < Rational(3, 2));
 }
 
-TEST(Rational, ProductsWrapAround) {
+// 1.7e15 microseconds since 1970, in sevenths and at the clocks of pictures and sound.
+TEST(Rational, ProductsBeyondSixtyFourBitsAreExactOnceTheyAreReduced) {
+    const Rational sinceEpoch(1700000000123456, 1000000); // 26562500001929 / 15625
+    EXPECT_FRACTION(sinceEpoch / Rational(1, 1000000), 1700000000123456, 1);
+    EXPECT_FRACTION(Rational(1700000000123456) * Rational(1, 1000000), 26562500001929, 15625);
+    EXPECT_FRACTION(Rational(highest, 7) * Rational(7, highest - 1), highest, highest - 1);
+    EXPECT_FRACTION(Rational(lowest) * Rational(-3, -9), lowest, -3);
+    EXPECT_FRACTION(Rational(highest, 3) / Rational(highest, -6), -2, 1);
+    EXPECT_FRACTION(Rational(-highest, 3) * Rational(6, highest), -2, 1);
+}
+
+TEST(Rational, SumsBeyondSixtyFourBitsAreExactOnceTheyAreReduced) {
+    // (7e18 + 7e18) / 7e36 is 2 / 1e18 / 7.
+    const int64_t large = 7000000000000000000;
+    EXPECT_FRACTION(Rational(1, large) + Rational(1, large), 1, large / 2);
+    EXPECT_FRACTION(Rational(highest, 5) - Rational(highest - 5, 5), 1, 1);
+    EXPECT_FRACTION(Rational(highest) + lowest, -1, 1);
+    EXPECT_FRACTION(Rational(1700000000123457, 1000000) + Rational(1, 30000), 5100000000370471,
+                    3000000);
+}
+
+TEST(Rational, SmallFractionsAreFormedInSixtyFourBits) {
+    EXPECT_FRACTION(SmallRational(65536) * SmallRational(1, 65536), 1, 1);
+    EXPECT_FRACTION(SmallRational(1920, 1081) / SmallRational(1280, 1081), 3, 2);
+    EXPECT_FRACTION(SmallRational(100000, 3) * SmallRational(60000, 100001), 2000000000, 100001);
+    EXPECT_FRACTION(SmallRational(1, 100000) + SmallRational(1, 100000), 1, 50000);
+}
+
+TEST(Rational, WhatDoesNotFitWhenReducedWrapsAround) {
     // 2^63 * 1001 is an odd multiple of 2^63, which modulo 2^64 is 2^63 itself.
     EXPECT_FRACTION(Rational(lowest) * 1001, lowest, 1);
     // (2^63 - 1)^2 = 2^126 - 2^64 + 1, modulo 2^64 just 1.
@@ -126,6 +174,8 @@ TEST(Rational, ProductsWrapAround) {
     EXPECT_FRACTION(Rational(highest) + 1, lowest, 1);
     // 2^16 * 2^16 = 2^32 leaves nothing in 32 bits.
     EXPECT_FRACTION(SmallRational(65536) * 65536, 0, 1);
+    EXPECT_FRACTION(SmallRational(std::numeric_limits<int>::max()) + 1,
+                    std::numeric_limits<int>::min(), 1);
 }
 
 TEST(Rational, ToIntegerTruncatesTowardZero) {

@@ -1,4 +1,5 @@
 #include "base/checks.h"
+#include "base/ticks.h"
 #include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
 
@@ -78,15 +79,14 @@ Rational Packet::getDuration() const {
 }
 
 void Packet::setPts(Rational time) {
-    const int64_t ticks = (time / unitTime).toInteger();
-    // Unsigned, so that an unknown time (the smallest integer) wraps around instead of overflowing.
-    const uint64_t delay = static_cast<uint64_t>(packet->dts) - static_cast<uint64_t>(packet->pts);
-    packet->dts = static_cast<int64_t>(static_cast<uint64_t>(ticks) + delay);
+    const int64_t ticks = detail::wholeTicks(time, unitTime);
+    const int64_t delay = detail::wrappingDifference(packet->dts, packet->pts);
+    packet->dts = detail::wrappingSum(ticks, delay);
     packet->pts = ticks;
 }
 
 void Packet::setDts(Rational time) {
-    packet->dts = (time / unitTime).toInteger();
+    packet->dts = detail::wholeTicks(time, unitTime);
 }
 
 const unsigned char* Packet::getData(int& size) const {

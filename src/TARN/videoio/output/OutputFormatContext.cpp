@@ -194,7 +194,7 @@ void OutputFormatContext::writeHeldPackets() {
 void OutputFormatContext::writePacketWithOffset(AVPacket& packet) {
     const Rational reference(getStream(getReferenceStreamIndex())->time_base);
     const Rational own(getStream(packet.stream_index)->time_base);
-    const int64_t shift = (Rational(timeOffset, 1) * reference / own).toInteger();
+    const int64_t shift = detail::wholeTicks(Rational(timeOffset, 1) * reference, own);
     packet.pts = detail::wrappingSum(packet.pts, shift);
     packet.dts = detail::wrappingSum(packet.dts, shift);
     detail::checkResult(av_interleaved_write_frame(formatContext, &packet), at(188));

@@ -83,7 +83,7 @@ void PacketEncoder::requireFrame() const {
 
 void PacketEncoder::setFrameTime(Rational time) {
     requireFrame();
-    frame->pts = (time / timeBase).toInteger();
+    frame->pts = detail::wholeTicks(time, timeBase);
 }
 
 Rational PacketEncoder::getFrameTime() const {

@@ -27,9 +27,10 @@ struct IsNumDenStruct<Q, std::void_t<decltype(Q::num), decltype(Q::den)>>
 /// -3/-6 becomes -1/-2, not 1/2. A zero denominator is allowed and makes 1/0 or -1/0; 0/0 has no
 /// reduced form and stays as it is.
 ///
-/// Products and sums are formed in `T` and wrap around when they leave its range. They are not
-/// checked, because times and time bases of real media stay far inside 64 bits. Comparisons never
-/// overflow.
+/// Products and sums are exact whenever their reduced form fits into `T`: what leaves 64 bits
+/// before it is reduced goes through 128. One whose reduced form does not fit is formed in 64 bits,
+/// where it wraps around, reduced, and narrowed to `T`; there is no check. Comparisons are always
+/// exact.
 ///
 /// Thread rule: a plain value; different objects may be used from any threads.
 ///
@@ -53,6 +54,16 @@ public:
     /// `n`/`d`, reduced.
     constexpr Rational(T n, T d) noexcept : numerator(n), denominator(d) { reduce(); }
 
+    /// Floating-point values do not convert, because they would lose what is behind the point, and
+    /// most decimal fractions have no exact value to take over. Say which fraction is meant:
+    /// `Rational(1, 2)`; or choose how fine it shall be, here microseconds:
+    /// `Rational(std::llround(seconds * 1e6), 1000000)`.
+    template <typename F, std::enable_if_t<std::is_floating_point_v<F>, int> = 0>
+    Rational(F value) = delete;
+    template <typename N, typename D,
+              std::enable_if_t<std::is_floating_point_v<N> || std::is_floating_point_v<D>, int> = 0>
+    Rational(N n, D d) = delete;
+
     /// From any structure with two `int` members `num` and `den`, as media libraries keep
     /// fractions.
     template <typename Q, std::enable_if_t<detail::IsNumDenStruct<Q>::value, int> = 0>
@@ -68,7 +79,7 @@ public:
         if (denominator == 0)
             throw Exception("A fraction with denominator zero has no integer value");
         const bool negative = (numerator < 0) != (denominator < 0);
-        return withSign(magnitude(numerator) / magnitude(denominator), negative);
+        return static_cast<T>(withSign(magnitude(numerator) / magnitude(denominator), negative));
     }
 
     /// The nearest floating-point value; infinite or not a number if the denominator is zero.
@@ -77,24 +88,24 @@ public:
     }
 
     constexpr Rational operator-() const noexcept {
-        return Rational(wrap(0 - bits(numerator)), denominator);
+        return Rational(static_cast<T>(withSign(magnitude(numerator), numerator >= 0)),
+                        denominator);
     }
 
     friend constexpr Rational operator*(Rational a, Rational b) noexcept {
-        return Rational(product(a.numerator, b.numerator), product(a.denominator, b.denominator));
+        return reduced(product(a.numerator, b.numerator), product(a.denominator, b.denominator));
     }
     friend constexpr Rational operator/(Rational a, Rational b) noexcept {
-        return Rational(product(a.numerator, b.denominator), product(a.denominator, b.numerator));
+        return reduced(product(a.numerator, b.denominator), product(a.denominator, b.numerator));
     }
     friend constexpr Rational operator+(Rational a, Rational b) noexcept {
-        const auto sum =
-            bits(product(a.numerator, b.denominator)) + bits(product(b.numerator, a.denominator));
-        return Rational(wrap(sum), product(a.denominator, b.denominator));
+        // Fits: 2^127 would need four fields of -2^63, which do not stay so when they are reduced.
+        return reduced(product(a.numerator, b.denominator) + product(b.numerator, a.denominator),
+                       product(a.denominator, b.denominator));
     }
     friend constexpr Rational operator-(Rational a, Rational b) noexcept {
-        const auto difference =
-            bits(product(a.numerator, b.denominator)) - bits(product(b.numerator, a.denominator));
-        return Rational(wrap(difference), product(a.denominator, b.denominator));
+        return reduced(product(a.numerator, b.denominator) - product(b.numerator, a.denominator),
+                       product(a.denominator, b.denominator));
     }
 
     constexpr Rational& operator*=(Rational other) noexcept { return *this = *this * other; }
@@ -123,31 +134,59 @@ public:
 
 private:
     __extension__ typedef __int128 Wide;
+    __extension__ typedef unsigned __int128 WideBits;
 
-    // All arithmetic runs on 64 unsigned bits, where overflow is defined; `wrap` goes back to T.
-    static constexpr uint64_t bits(T value) noexcept { return static_cast<uint64_t>(value); }
-    static constexpr T wrap(uint64_t value) noexcept { return static_cast<T>(value); }
-    static constexpr T product(T a, T b) noexcept { return wrap(bits(a) * bits(b)); }
+    /// The unsigned counterpart of an integer, where overflow is defined and the most negative
+    /// value has a magnitude.
+    template <typename I>
+    using Bits = std::conditional_t<std::is_same_v<I, Wide>, WideBits, uint64_t>;
 
-    // The most negative value has no positive counterpart in T, hence the unsigned result.
-    static constexpr uint64_t magnitude(T value) noexcept {
+    template <typename I>
+    static constexpr Bits<I> bits(I value) noexcept {
+        return static_cast<Bits<I>>(value);
+    }
+    template <typename I>
+    static constexpr Bits<I> magnitude(I value) noexcept {
         return value < 0 ? 0 - bits(value) : bits(value);
     }
-    static constexpr T withSign(uint64_t value, bool negative) noexcept {
-        return wrap(negative ? 0 - value : value);
+    template <typename B>
+    static constexpr B withSign(B value, bool negative) noexcept {
+        return negative ? 0 - value : value;
     }
+    template <typename I>
+    static constexpr I divided(I value, Bits<I> divisor) noexcept {
+        return static_cast<I>(withSign(magnitude(value) / divisor, value < 0));
+    }
+    static constexpr bool fits(Wide value) noexcept { return static_cast<T>(value) == value; }
 
-    constexpr void reduce() noexcept {
-        uint64_t divisor = magnitude(numerator);
-        for (uint64_t rest = magnitude(denominator); rest != 0;) {
-            const uint64_t next = divisor % rest;
+    // Always fits: the fields have 64 bits at most.
+    static constexpr Wide product(T a, T b) noexcept { return Wide{a} * b; }
+
+    template <typename I>
+    static constexpr void reduce(I& n, I& d) noexcept {
+        Bits<I> divisor = magnitude(n);
+        for (Bits<I> rest = magnitude(d); rest != 0;) {
+            const Bits<I> next = divisor % rest;
             divisor = rest;
             rest = next;
         }
         if (divisor <= 1)
             return;
-        numerator = withSign(magnitude(numerator) / divisor, numerator < 0);
-        denominator = withSign(magnitude(denominator) / divisor, denominator < 0);
+        n = divided(n, divisor);
+        d = divided(d, divisor);
+    }
+    constexpr void reduce() noexcept { reduce(numerator, denominator); }
+
+    static constexpr Rational reduced(Wide n, Wide d) noexcept {
+        auto wrappedN = static_cast<int64_t>(n);
+        auto wrappedD = static_cast<int64_t>(d);
+        if (wrappedN != n || wrappedD != d) { // seldom; 128 bits divide slowly
+            reduce(n, d);
+            if (fits(n) && fits(d))
+                return Rational(static_cast<T>(n), static_cast<T>(d));
+        }
+        reduce(wrappedN, wrappedD);
+        return Rational(static_cast<T>(wrappedN), static_cast<T>(wrappedD));
     }
 
     static constexpr int sign(Wide value) noexcept { return (value > 0) - (value < 0); }
