@@ -94,15 +94,21 @@ void tellByPackets(const std::string& path, Facts& facts) {
     };
     auto packet = stream.getNextPacket();
     bool ended = false;
+    bool failedBefore = false;
     readToTheEnd([&] {
-        decoder.skipFailedPacket();
+        // A packet at which the codec fails waits and fails again; emptying the decoder leads on.
+        if (failedBefore && !decoder.offerWouldBeAccepted())
+            decoder.flush();
+        failedBefore = true;
         if (packet && decoder.offerPacket(packet))
             packet = stream.getNextPacket();
         else if (!packet && !ended && decoder.offerWouldBeAccepted()) {
             ended = true;
             decoder.end();
         }
-        return take() || packet != nullptr;
+        const bool more = take() || packet != nullptr;
+        failedBefore = false;
+        return more;
     });
 }
 

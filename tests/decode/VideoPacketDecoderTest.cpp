@@ -211,21 +211,6 @@ TEST_F(VideoPacketDecoderTest, EveryPictureCarriesTheUnitOfTheStream) {
         EXPECT_EQ(picture.unitTime, Rational(unit));
 }
 
-TEST_F(VideoPacketDecoderTest, SkippingAFrameConvertsAndTurnsNothing) {
-    ClipPlan plan;
-    plan.rotation = 90;
-    openClip(plan);
-    VideoPacketDecoder decoder;
-    int skipped = 0;
-    for (; packet; packet = stream->getNextPacket()) {
-        EXPECT_TRUE(decoder.offerPacket(packet));
-        skipped += decoder.skipNextFrame() ? 1 : 0;
-    }
-    EXPECT_GT(skipped, 0);
-    EXPECT_EQ(intercepted->sws_scale.count, 0);
-    EXPECT_EQ(intercepted->av_buffersrc_add_frame_flags.count, 0);
-}
-
 // No width leaves columns at the right edge unwritten: the clip's hash covers every byte.
 TEST_F(VideoPacketDecoderTest, FillsTheRightEdgeOfEveryWidth) {
     for (int width = 64; width < 80; width += 2) {

@@ -78,6 +78,15 @@ Cost costOf(const std::function<void()>& readOne) {
     return {allocations - allocatedBefore, pageFaults() - faultsBefore};
 }
 
+/// Decodes and converts nothing.
+class SkippingDecoder : public PacketDecoder {
+public:
+    using PacketDecoder::receiveFrame;
+
+protected:
+    void onCodecOpened() override {}
+};
+
 class SteadyStateTest : public ::testing::Test {
 protected:
     std::shared_ptr<InputFormatContext> openClip(bool withAudio = false) {
@@ -111,12 +120,12 @@ TEST_F(SteadyStateTest, AnNv12PictureTakesFourAllocations) {
 TEST_F(SteadyStateTest, ASkippedPictureTakesNoMoreThanItsPacket) {
     auto input = openClip();
     InputStream stream(input, 0);
-    VideoPacketDecoder decoder(PixelFormat::RGB);
+    SkippingDecoder decoder;
     const Cost cost = costOf([&] {
         auto packet = stream.getNextPacket();
         ASSERT_TRUE(packet);
         decoder.offerPacket(std::move(packet));
-        decoder.skipNextFrame();
+        decoder.receiveFrame();
     });
     EXPECT_LE(cost.allocations, measured);
 }

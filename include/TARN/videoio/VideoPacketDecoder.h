@@ -8,10 +8,11 @@
 
 #include <memory>
 
-class FfmpegVideoFilter;
-class SWScaleDecoder;
-
 namespace tio::ffmpeg {
+
+namespace detail {
+class PictureMaker;
+}
 
 /// Decodes video packets to upright pictures in the pixel format asked for.
 /// Thread rule: used by one thread at a time.
@@ -38,24 +39,11 @@ public:
     Frame readNextFrame();
 
 protected:
-    /// For subclasses that say how many threads FFmpeg decodes with; 0 takes one per core.
-    VideoPacketDecoder(PixelFormat pixelFormat, int threadCount);
-
     void onCodecOpened() override;
 
-    /// The frame just received as an upright picture in the format asked for.
-    /// @throws tio::Exception when it cannot be converted
-    [[nodiscard]] std::shared_ptr<tio::FrameBase> finishFrame();
-
 private:
-    void prepareFilter(const AVStream& stream);
-    void matchConverterToFrame();
-
-    std::shared_ptr<FfmpegVideoFilter> filter; // empty unless the stream is rotated
-    std::shared_ptr<SWScaleDecoder> converter; // empty until the codec is open, or knows a format
-    bool dimensionsSwapped = false;
+    std::unique_ptr<detail::PictureMaker> pictures;
     bool converterAskedFor = false;
-    PixelFormat pixelFormat;
 };
 
 } // namespace tio::ffmpeg

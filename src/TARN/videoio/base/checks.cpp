@@ -4,7 +4,6 @@
 
 #include <TARN/core/Exception.h>
 #include <TARN/logging/log.h>
-#include <TARN/videoio/Exception.h>
 
 #include <algorithm>
 #include <array>
@@ -63,6 +62,8 @@ void throwFfmpegFailure(int code, Location location, const std::string* context)
         throw Exception(message);
     message += " @ " + location.text();
     logLine(levelFfmpegFailure, message);
+    if (code == AVERROR(ENOMEM))
+        throw OutOfMemory(message);
     throw Exception(message);
 }
 

@@ -44,7 +44,7 @@ void StreamDecoder::seek(int64_t frame) {
 // out.
 bool StreamDecoder::takeFrame(FrameUse use) {
     try {
-        return use == FrameUse::Keep ? frameReady() : packetDecoder().skipNextFrame();
+        return use == FrameUse::Keep ? frameReady() : packetDecoder().receiveFrame();
     } catch (...) {
         packetDecoder().skipFailedPacket();
         throw;

@@ -1,10 +1,12 @@
 #include "exact/run/FrameDecoder.h"
 
+#include "base/checks.h"
 #include "base/hash.h"
 
 #include <TARN/videoio/Exception.h>
 
 #include <array>
+#include <new>
 
 namespace tio::ffmpeg::detail {
 
@@ -12,6 +14,10 @@ namespace {
 
 // A decoder that fails more often in a row than it can hold pictures will not recover.
 constexpr int toleratedFailures = 64;
+
+constexpr Location at(int number) {
+    return {"FrameDecoder", number};
+}
 
 uint64_t hashRows(const AVFrame& frame, int plane, int rows, uint64_t seed) {
     const auto format = static_cast<AVPixelFormat>(frame.format);
@@ -36,71 +42,109 @@ uint64_t hashPlanes(const AVFrame& frame, const AVPixFmtDescriptor& format, uint
 
 } // namespace
 
+FrameDecoder::FrameDecoder(PixelFormat format, int threadCount)
+    : decoder(threadCount), pictures(format), pending(av_packet_alloc()) {
+    if (!pending)
+        throw std::bad_alloc();
+}
+
 // The number travels in place of the times: whatever a container says of those, missing, repeated
 // or different after a seek, a picture is known by its packet.
 void FrameDecoder::send(const AVPacket& packet, uint32_t number, const AVStream& stream) {
-    auto numbered = std::make_shared<InputPacket>(&packet, &stream);
-    numbered->getPacket().pts = number;
-    numbered->getPacket().dts = number;
+    source = &stream;
+    if (decoder.state() == Decoder::State::Unopened)
+        decoder.open(*stream.codecpar, stream.time_base);
+    checkResult(av_packet_ref(pending.get(), &packet), at(10));
+    pending->pts = number;
+    pending->dts = number;
+    packetWaits = true;
     ++packets;
-    offerPacket(std::move(numbered));
 }
 
 void FrameDecoder::finish() {
     try {
-        end();
+        decoder.drain();
+    } catch (const OutOfMemory&) {
+        throw;
     } catch (const Exception&) {
-        noteFailure();
+        ++failures;
     }
 }
 
-// Damage makes a decoder fail the same way each time, and is counted. A picture that is missing for
-// want of memory would be taken for one that the stream does not have.
-void FrameDecoder::noteFailure() {
-    if (ranOutOfMemory())
+// A packet at which the decoder fails it would fail at again.
+void FrameDecoder::sendPending() {
+    if (wantsPacket())
+        return;
+    try {
+        const auto sent = decoder.send(*pending);
+        if (sent == Decoder::Sent::Waits)
+            return;
+        if (sent == Decoder::Sent::Invalid)
+            ++failures;
+    } catch (const OutOfMemory&) {
         throw;
-    ++failures;
+    } catch (const Exception&) {
+        forgetPending();
+        throw;
+    }
+    forgetPending();
 }
 
+void FrameDecoder::forgetPending() noexcept {
+    av_packet_unref(pending.get());
+    packetWaits = false;
+}
+
+// Damage makes a decoder fail the same way each time, and is counted. A picture that is missing for
+// lack of memory would be taken for one that the stream does not have.
 bool FrameDecoder::receive() {
-    prepareOnce(); // outside of what is taken for damage
-    for (int tries = 0; tries < toleratedFailures; ++tries) {
+    for (int tries = 0; source != nullptr && tries < toleratedFailures; ++tries) {
         try {
-            if (!receiveAnyFrame())
+            sendPending();
+            if (decoder.receive() != Decoder::Received::Frame)
                 return false;
-            ++pictures;
+            ++received;
             // A picture without a number is one more of the packet before.
-            if (getFrame()->pts >= 0 && getFrame()->pts < UINT32_MAX)
-                current = static_cast<uint32_t>(getFrame()->pts);
+            if (decoded().pts >= 0 && decoded().pts < UINT32_MAX)
+                current = static_cast<uint32_t>(decoded().pts);
             return true;
+        } catch (const OutOfMemory&) {
+            throw;
         } catch (const Exception&) {
-            noteFailure();
-            skipFailedPacket();
+            ++failures;
         }
     }
     return false;
 }
 
+std::shared_ptr<tio::FrameBase> FrameDecoder::picture() {
+    if (!turningKnown)
+        pictures.turnAs(*source);
+    turningKnown = true;
+    return pictures.make(decoded());
+}
+
 void FrameDecoder::restart() {
-    flush();
+    decoder.flush();
+    forgetPending();
     current = 0;
 }
 
 bool FrameDecoder::isPictureDamaged() const {
-    const AVFrame& decoded = *getFrame();
-    return decoded.decode_error_flags != 0 || (decoded.flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    const AVFrame& frame = decoded();
+    return frame.decode_error_flags != 0 || (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0;
 }
 
 uint32_t FrameDecoder::checksum() const {
-    const AVFrame& decoded = *getFrame();
+    const AVFrame& frame = decoded();
     const AVPixFmtDescriptor* format =
-        av_pix_fmt_desc_get(static_cast<AVPixelFormat>(decoded.format));
+        av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
     if (format == nullptr)
         return 0;
     const std::array<uint8_t, 3> kind = {static_cast<uint8_t>(format->nb_components),
                                          format->log2_chroma_w, format->log2_chroma_h};
-    uint64_t hash = hashBytes(kind.data(), kind.size(), static_cast<uint64_t>(decoded.width));
-    return folded(hashPlanes(decoded, *format, hash + static_cast<uint64_t>(decoded.height)));
+    uint64_t hash = hashBytes(kind.data(), kind.size(), static_cast<uint64_t>(frame.width));
+    return folded(hashPlanes(frame, *format, hash + static_cast<uint64_t>(frame.height)));
 }
 
 } // namespace tio::ffmpeg::detail
