@@ -3,7 +3,6 @@
 // are.
 
 #include "picture/orientation.h"
-#include "picture/rotation.h"
 #include "support/ClipMaker.h"
 #include "support/Ffmpeg.h"
 #include "support/Mp4Edits.h"

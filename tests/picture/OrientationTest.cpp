@@ -1,5 +1,7 @@
 #include "picture/orientation.h"
 
+#include "ffmpeg_compat.h"
+#include "support/BareObjects.h"
 #include "support/Ffmpeg.h"
 
 extern "C" {
@@ -97,6 +99,75 @@ TEST_F(OrientationOfFrame, AMatrixThatIsNoQuarterTurnIsUpright) {
 TEST_F(OrientationOfFrame, AMatrixOfTooFewBytesIsIgnored) {
     ASSERT_NE(av_frame_new_side_data(frame.get(), AV_FRAME_DATA_DISPLAYMATRIX, 8), nullptr);
     EXPECT_EQ(orientationOf(*frame), 1);
+}
+
+TEST_P(OrientationMatrix, IsThatOfAStreamToo) {
+    const auto [a, b, c, d] = GetParam().corner;
+    const std::array<int32_t, 9> matrix = {a * 65536, b * 65536, 0, c * 65536, d * 65536,
+                                           0,         0,         0, 1 << 30};
+    const Turning found = turningOfMatrix(matrix.data());
+    EXPECT_EQ(found.way, GetParam().orientation);
+    EXPECT_TRUE(found.exact);
+}
+
+// Turning clockwise and then mirroring left to right, each as a matrix over (column, row), gives
+// the corner of the display matrix again.
+TEST_P(OrientationMatrix, IsATurnClockwiseAndThenAMirror) {
+    const Turning found{GetParam().orientation, true};
+    std::array<int32_t, 4> corner = {1, 0, 0, 1};
+    for (int quarter = 0; quarter < found.degreesClockwise() / 90; ++quarter)
+        corner = {-corner[1], corner[0], -corner[3], corner[2]};
+    if (found.isMirrored())
+        corner = {-corner[0], corner[1], -corner[2], corner[3]};
+    EXPECT_EQ(corner, GetParam().corner);
+    EXPECT_EQ(found.isOnItsSide(), corner[0] == 0);
+}
+
+class NearestTurn : public ::testing::TestWithParam<std::pair<double, int>> {};
+
+TEST_P(NearestTurn, IsTakenOfAnAngleBetween) {
+    std::array<int32_t, 9> matrix{};
+    av_display_rotation_set(matrix.data(), GetParam().first); // clockwise
+    const Turning found = turningOfMatrix(matrix.data());
+    EXPECT_EQ(found.way, GetParam().second);
+    EXPECT_FALSE(found.exact);
+}
+
+INSTANTIATE_TEST_SUITE_P(Angles, NearestTurn,
+                         ::testing::Values(std::pair(10.0, 1), std::pair(44.0, 1),
+                                           std::pair(46.0, 6), std::pair(100.0, 6),
+                                           std::pair(170.0, 3), std::pair(-100.0, 8),
+                                           std::pair(-10.0, 1)));
+
+TEST(NearestTurnTest, OfAMatrixThatLeadsEverythingToOnePlaceIsNone) {
+    const std::array<int32_t, 9> matrix{};
+    const Turning found = turningOfMatrix(matrix.data());
+    EXPECT_EQ(found.way, 1);
+    EXPECT_FALSE(found.exact);
+}
+
+class OrientationOfStream : public ::testing::Test {
+protected:
+    void giveTag(const char* value) {
+        test::check(av_dict_set(&context.stream().metadata, "rotate", value, 0), "tag");
+    }
+
+    const test::BareContext context;
+};
+
+TEST_F(OrientationOfStream, IsThatOfItsTagWhereItHasNoMatrix) {
+    giveTag("90");
+    EXPECT_EQ(turningOf(context.stream()).way, 6);
+    giveTag("-90");
+    EXPECT_EQ(turningOf(context.stream()).way, 8);
+    giveTag("180");
+    EXPECT_EQ(turningOf(context.stream()).way, 3);
+}
+
+TEST_F(OrientationOfStream, IsThatOfItsMatrixWhateverTheTagSays) {
+    giveTag("180");
+    test::check(compat::setRotation(context.stream(), 3), "matrix");
+    EXPECT_EQ(turningOf(context.stream()).way, 8);
 }
 
 // A stored image of two rows and three columns:

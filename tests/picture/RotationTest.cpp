@@ -1,4 +1,4 @@
-#include "picture/rotation.h"
+#include "picture/orientation.h"
 
 #include "support/BareObjects.h"
 #include "support/Expectations.h"

@@ -1,12 +1,21 @@
 #include "picture/orientation.h"
 
+#include "base/checks.h"
 #include "base/parseInteger.h"
 #include "ffmpeg_compat.h"
 
+#include <TARN/logging/log.h>
+#include <TARN/videoio/Types.h>
+
+#include <array>
+#include <cmath>
 #include <cstddef>
+#include <exception>
 #include <stdexcept>
 
-namespace tio::ffmpeg::detail {
+namespace tio::ffmpeg {
+
+namespace detail {
 
 namespace {
 
@@ -14,23 +23,17 @@ constexpr int upright = 1;
 
 using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 
-// A display matrix takes the stored column and row to the shown ones: its first column makes the
-// shown column, its second the shown row.
-int orientationOfMatrix(const int32_t* matrix) {
-    const int32_t columnToColumn = matrix[0];
-    const int32_t columnToRow = matrix[1];
-    const int32_t rowToColumn = matrix[3];
-    const int32_t rowToRow = matrix[4];
-    if (columnToRow == 0 && rowToColumn == 0) {
-        if (rowToRow > 0)
-            return columnToColumn < 0 ? 2 : upright;
-        return columnToColumn < 0 ? 3 : 4;
-    }
-    if (columnToColumn != 0 || rowToRow != 0)
-        return upright; // no quarter turn
-    if (columnToRow > 0)
-        return rowToColumn > 0 ? 5 : 6;
-    return rowToColumn < 0 ? 7 : 8;
+constexpr std::array<int, 4> turns = {1, 6, 3, 8}; // by quarters, clockwise
+
+constexpr Turning turnedBy(long quarters, bool exact) {
+    return {turns[static_cast<size_t>(quarters & 3)], exact};
+}
+
+Turning nearestTurn(const int32_t* matrix) {
+    const double counterClockwise = av_display_rotation_get(matrix);
+    if (std::isnan(counterClockwise))
+        return {upright, false};
+    return turnedBy(std::lround(-counterClockwise / 90), false);
 }
 
 int orientationOfTag(const char* value) {
@@ -75,6 +78,40 @@ Walk walkFor(int orientation, std::ptrdiff_t rows, std::ptrdiff_t cols) {
 
 } // namespace
 
+int Turning::degreesClockwise() const noexcept {
+    constexpr std::array<int, 8> degrees = {0, 0, 180, 180, 90, 90, 270, 270};
+    return degrees[static_cast<size_t>(way - 1)];
+}
+
+bool Turning::isMirrored() const noexcept {
+    return way == 2 || way == 4 || way == 5 || way == 7;
+}
+
+// A display matrix takes the stored column and row to the shown ones: its first column makes the
+// shown column, its second the shown row.
+Turning turningOfMatrix(const int32_t* matrix) {
+    const int32_t columnToColumn = matrix[0];
+    const int32_t columnToRow = matrix[1];
+    const int32_t rowToColumn = matrix[3];
+    const int32_t rowToRow = matrix[4];
+    if (columnToRow == 0 && rowToColumn == 0 && columnToColumn != 0 && rowToRow != 0) {
+        if (rowToRow > 0)
+            return {columnToColumn < 0 ? 2 : upright};
+        return {columnToColumn < 0 ? 3 : 4};
+    }
+    if (columnToColumn != 0 || rowToRow != 0 || columnToRow == 0 || rowToColumn == 0)
+        return nearestTurn(matrix);
+    if (columnToRow > 0)
+        return {rowToColumn > 0 ? 5 : 6};
+    return {rowToColumn < 0 ? 7 : 8};
+}
+
+Turning turningOf(const AVStream& stream) {
+    if (const int32_t* matrix = compat::displayMatrix(stream))
+        return turningOfMatrix(matrix);
+    return turnedBy(getStreamRotation(&stream), true);
+}
+
 // The tag is what EXIF says, on the frame up to FFmpeg 7.1. Release 9 gives the display matrix
 // alone, which release 4.3 did not make.
 int orientationOf(const AVFrame& photo) {
@@ -83,7 +120,29 @@ int orientationOf(const AVFrame& photo) {
     const auto* matrix = av_frame_get_side_data(&photo, AV_FRAME_DATA_DISPLAYMATRIX);
     if (matrix == nullptr || static_cast<size_t>(matrix->size) < 9 * sizeof(int32_t))
         return upright;
-    return orientationOfMatrix(reinterpret_cast<const int32_t*>(matrix->data));
+    const Turning stated = turningOfMatrix(reinterpret_cast<const int32_t*>(matrix->data));
+    return stated.exact ? stated.way : upright;
+}
+
+int parseQuarterTurns(const std::string& value) {
+    size_t used = 0;
+    int degrees = parseInteger(value, &used);
+    if (used != value.size())
+        throw std::invalid_argument("unexpected rotation value format");
+    if (degrees < 0)
+        degrees += 360;
+    switch (degrees) {
+    case 0:
+        return 0;
+    case 90:
+        return 1;
+    case 180:
+        return 2;
+    case 270:
+        return 3;
+    default:
+        throw std::invalid_argument("invalid rotation value");
+    }
 }
 
 Image turnUpright(const Image& stored, int orientation) {
@@ -100,4 +159,23 @@ Image turnUpright(const Image& stored, int orientation) {
     return turned;
 }
 
-} // namespace tio::ffmpeg::detail
+} // namespace detail
+
+int getStreamRotation(const AVStream* stream) {
+    if (stream->metadata == nullptr)
+        return 0;
+    const AVDictionaryEntry* tag = av_dict_get(stream->metadata, "rotate", nullptr, 0);
+    if (tag == nullptr || tag->value == nullptr)
+        return 0;
+    try {
+        return detail::parseQuarterTurns(tag->value);
+    } catch (const std::exception&) {
+        constexpr int levelMalformed = 3;
+        log::_output(detail::rootLogger, static_cast<log::Level>(levelMalformed),
+                     std::string("Unable to parse video rotation metadata: \"") + tag->value +
+                         "\". Assuming no rotation");
+        return 0;
+    }
+}
+
+} // namespace tio::ffmpeg
