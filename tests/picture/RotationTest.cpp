@@ -1,5 +1,4 @@
 #include "picture/orientation.h"
-
 #include "support/BareObjects.h"
 #include "support/Expectations.h"
 #include "support/LogCapture.h"

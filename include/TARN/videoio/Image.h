@@ -25,6 +25,15 @@ enum class PictureFormat : int32_t {
     Yuv444P10 = 10, ///< as Yuv444, likewise
 };
 
+/// What a decoded picture's samples are taken for when they become RGB or grey. The values are part
+/// of the interface and never change.
+enum class Colours : int32_t {
+    /// What each picture is tagged with: its matrix and its range. What is not tagged is BT.601 in
+    /// limited range; grey is in full range.
+    Tagged = 0,
+    Bt601 = 1, ///< BT.601 in limited range whatever the tags say, as the stream decoders take it
+};
+
 /// The planes that any format has at most.
 constexpr int mostPlanes = 3;
 
