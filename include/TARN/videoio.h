@@ -26,6 +26,7 @@
 #include <TARN/videoio/PacketEncoder.h>
 #include <TARN/videoio/PacketReader.h>
 #include <TARN/videoio/ReadImage.h>
+#include <TARN/videoio/Source.h>
 #include <TARN/videoio/Stream.h>
 #include <TARN/videoio/StreamDecoder.h>
 #include <TARN/videoio/StreamEncoder.h>

@@ -97,6 +97,39 @@ TEST_F(OpenOptionsTest, AMissingFileIsToldAsWithoutOptions) {
               "No such file or directory: " + path);
 }
 
+/// The code of what opening throws.
+int codeOfOpening(const std::string& url, const OpenOptions& options) {
+    try {
+        InputFormatContext input(url, options);
+    } catch (const Exception& failure) {
+        return failure.code();
+    }
+    ADD_FAILURE() << url << " was opened";
+    return 0;
+}
+
+TEST_F(OpenOptionsTest, AFailureCarriesTheCodeOfFfmpeg) {
+    const std::string noise = folder.file("noise.bin");
+    std::ofstream(noise) << std::string(4096, 'x');
+    EXPECT_EQ(codeOfOpening(folder.file("none.mp4"), options), AVERROR(ENOENT));
+    EXPECT_EQ(codeOfOpening(folder.path().string(), options), AVERROR(EISDIR));
+    EXPECT_EQ(codeOfOpening(noise, options), AVERROR_INVALIDDATA);
+}
+
+TEST_F(OpenOptionsTest, ATimeLimitAndCancellingAreToldApartByTheirCodes) {
+    const LoopbackServer server(waitForClose);
+    options.openTimeout = 100ms;
+    EXPECT_EQ(codeOfOpening(server.url("rtsp"), options), AVERROR(ETIMEDOUT));
+    options.cancelToken.cancel();
+    EXPECT_EQ(codeOfOpening(server.url("rtsp"), options), AVERROR_EXIT);
+}
+
+TEST_F(OpenOptionsTest, WhatIsNoFailureOfFfmpegHasNoCode) {
+    EXPECT_EQ(Exception("words").code(), 0);
+    EXPECT_FALSE(Exception("words").isTimeout());
+    EXPECT_FALSE(Exception("words").isCancelled());
+}
+
 // Settings
 
 TEST_F(OpenOptionsTest, OptionsReachTheDemuxerOnTopOfThoseForRtsp) {

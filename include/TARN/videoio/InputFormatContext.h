@@ -5,6 +5,7 @@
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/OpenOptions.h>
 #include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Source.h>
 #include <TARN/videoio/Types.h>
 
 #include <cstdint>
@@ -17,11 +18,11 @@ struct AVPacket;
 namespace tio::ffmpeg {
 
 namespace detail {
-class InputWatch;
+class OpenInput;
 struct InputAccess;
 } // namespace detail
 
-/// One opened media source: a local file or an `rtsp://` URL.
+/// One opened media source: a local file or a URL, memory, or a stream of the caller's.
 ///
 /// Held by std::shared_ptr and shared by every stream and decoder that reads from it. Packets of
 /// all streams come from one place in the file, and a reader of one stream drops the packets of the
@@ -40,6 +41,13 @@ public:
     /// @throws tio::Exception when there is no demuxer of that name, or an option is not known to
     ///         the demuxer and its protocol
     InputFormatContext(std::string url, OpenOptions options);
+
+    /// The same for any kind of source, with the options that it was made with. What a stream of
+    /// the caller's does wrong ends in an exception of the call that was reading.
+    explicit InputFormatContext(const Source& source);
+
+    /// The same as with a std::string.
+    explicit InputFormatContext(const char* url) : InputFormatContext(std::string(url)) {}
     ~InputFormatContext() override;
 
     /// @name What the source holds
@@ -99,6 +107,8 @@ public:
     /// unreferences. Empty packets are passed over, packets of other streams are dropped.
     /// @returns false at the end of the input and equally when reading fails; getEndReason() tells
     ///          which
+    /// @throws tio::ffmpeg::Exception when a stream of the caller's fails; told once, and then the
+    ///         input is at its end until it is sought in
     bool getNextPacketForStream(AVPacket* packet, int streamIndex);
 
     /// Why the last packet asked for did not come; Kind::None when it did.
@@ -115,7 +125,7 @@ public:
     /// 2147483647/1 before the first one.
     [[nodiscard]] Rational getEarliestTimestamp() { return earliestTimestamp; }
 
-    /// The URL that was opened.
+    /// The URL that was opened, or the name of the source.
     [[nodiscard]] std::string getUrl() const;
 
     /// @}
@@ -126,13 +136,10 @@ private:
     template <typename Wanted>
     bool readNext(AVPacket* packet, Wanted wanted);
     void noteTimestamp(const AVPacket& packet);
-    void startClock();
-    int readPacket(AVPacket* packet);
-    void noteEnd(int result);
 
     Rational earliestTimestamp;
     EndReason endReason;
-    std::unique_ptr<detail::InputWatch> watch; // only of an input that was opened with options
+    std::unique_ptr<detail::OpenInput> opened; // owns the format context
 };
 
 } // namespace tio::ffmpeg

@@ -59,12 +59,12 @@ void throwFfmpegFailure(int code, Location location, const std::string* context)
     if (context != nullptr)
         message += ": " + *context;
     if (isFileSystemError(code))
-        throw Exception(message);
+        throw Exception(message, code);
     message += " @ " + location.text();
     logLine(levelFfmpegFailure, message);
     if (code == AVERROR(ENOMEM))
-        throw OutOfMemory(message);
-    throw Exception(message);
+        throw OutOfMemory(message, code);
+    throw Exception(message, code);
 }
 
 void failPlainly(const std::string& message) {

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "ffmpeg_compat.h"
-#include "input/InputWatch.h"
+#include "input/OpenInput.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 
-#include <memory>
+#include <cstdint>
 #include <vector>
 
 namespace tio::ffmpeg::detail {
@@ -20,13 +20,23 @@ struct InputAccess {
     [[nodiscard]] static bool readNext(InputFormatContext& input, AVPacket* packet,
                                        const std::vector<int>& streams);
 
-    /// The same source once more, from its start, with the options that it was opened with.
-    /// @throws tio::ffmpeg::Exception as opening it does
-    [[nodiscard]] static std::shared_ptr<InputFormatContext>
-    reopen(const InputFormatContext& input) {
-        if (input.watch)
-            return std::make_shared<InputFormatContext>(input.getUrl(), input.watch->options);
-        return std::make_shared<InputFormatContext>(input.getUrl());
+    /// What it was opened from, to open it once more.
+    [[nodiscard]] static const Source& sourceOf(const InputFormatContext& input) {
+        return input.opened->source();
+    }
+
+    /// As OpenInput::seek().
+    /// @throws tio::ffmpeg::Exception what a stream of the caller's does wrong
+    [[nodiscard]] static int seek(InputFormatContext& input, int stream, int64_t target,
+                                  int flags) {
+        const int sought = input.opened->seek(stream, target, flags);
+        input.opened->rethrowFailure();
+        return sought;
+    }
+
+    /// Whether the packets ended before the source did.
+    [[nodiscard]] static bool wasCutShort(const InputFormatContext& input) {
+        return input.opened->wasCutShort();
     }
 };
 

@@ -1,20 +1,21 @@
-#include "base/Options.h"
 #include "base/checks.h"
 #include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
 #include "input/InputAccess.h"
-#include "input/InputWatch.h"
-#include "input/openInput.h"
+#include "input/OpenInput.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 #include <utility>
 
 namespace tio::ffmpeg {
 
 namespace {
+
+using detail::OpenInput;
 
 constexpr detail::Location at(int number) {
     return {"InputFormatContext", number};
@@ -33,6 +34,22 @@ int requireBestStream(AVFormatContext* context, AVMediaType type) {
     return index;
 }
 
+__extension__ using Wide = __int128;
+
+// An unknown pts is the most negative number of ticks, and so the smallest time there is.
+Rational secondsOf(int64_t ticks, AVRational timeBase) {
+    int64_t product = 0;
+    if (__builtin_mul_overflow(ticks, int64_t{timeBase.num}, &product))
+        product =
+            ticks < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    return Rational(product, timeBase.den);
+}
+
+// Both denominators are positive, or one is that of a stream without a time base.
+bool isEarlier(const Rational& time, const Rational& other) {
+    return Wide{time.numerator} * other.denominator < Wide{other.numerator} * time.denominator;
+}
+
 // Exactly these two texts turn the size: a tag such as "-90" does not, although the pictures of
 // such a stream come out turned. Kept: the size query answers for the tag that cameras write.
 bool rotateTagSwapsSides(const AVStream& stream) {
@@ -48,32 +65,36 @@ bool rotateTagSwapsSides(const AVStream& stream) {
 
 } // namespace
 
-InputFormatContext::InputFormatContext(std::string url) : earliestTimestamp(noTimestampYet) {
-    detail::Options options;
-    detail::setTransportOptions(url, options);
-    const int opened = avformat_open_input(&formatContext, url.c_str(), nullptr, options.address());
-    detail::checkResult(opened, at(60), url);
-    // Kept: when this fails the context stays open, because the destructor of an object whose
-    // constructor threw does not run. FFmpeg fails here only when memory runs out or the input's
-    // data breaks off inside a header that it needs.
-    detail::checkResult(avformat_find_stream_info(formatContext, nullptr), at(65), url);
-    const int restored = compat::restoreRotateTags(*formatContext);
-    if (restored < 0)
-        avformat_close_input(&formatContext);
-    detail::checkResult(restored, at(70), url);
+InputFormatContext::InputFormatContext(std::string url)
+    : earliestTimestamp(noTimestampYet),
+      opened(std::make_unique<OpenInput>(Source(std::move(url)), OpenInput::clip,
+                                         OpenInput::Watching::No)) {
+    opened->open();
+    formatContext = opened->context();
+    try {
+        opened->findStreams();
+    } catch (...) {
+        // Kept: the context stays open. FFmpeg fails here only when memory runs out or the input's
+        // data breaks off inside a header that it needs.
+        opened->letGo();
+        throw;
+    }
+    opened->restoreTags();
 }
 
 InputFormatContext::InputFormatContext(std::string url, OpenOptions options)
+    : InputFormatContext(Source(std::move(url), std::move(options))) {}
+
+InputFormatContext::InputFormatContext(const Source& source)
     : earliestTimestamp(noTimestampYet),
-      watch(std::make_unique<detail::InputWatch>(std::move(options))) {
-    formatContext = detail::openInput(url, *watch).release();
+      opened(std::make_unique<OpenInput>(source, OpenInput::clip, OpenInput::Watching::Yes)) {
+    opened->open();
+    opened->findStreams();
+    opened->restoreTags();
+    formatContext = opened->context();
 }
 
-InputFormatContext::~InputFormatContext() {
-    if (watch)
-        watch->allow(watch->options.readTimeout); // a server may be slow to hear the farewell
-    avformat_close_input(&formatContext);
-}
+InputFormatContext::~InputFormatContext() = default;
 
 int InputFormatContext::getStreamCount() const {
     return static_cast<int>(formatContext->nb_streams);
@@ -153,9 +174,9 @@ bool detail::InputAccess::readNext(InputFormatContext& input, AVPacket* packet,
 
 template <typename Wanted>
 bool InputFormatContext::readNext(AVPacket* packet, Wanted wanted) {
-    startClock();
+    opened->startClock();
     int result = 0;
-    while ((result = readPacket(packet)) >= 0) {
+    while ((result = opened->readPacket(packet)) >= 0) {
         noteTimestamp(*packet);
         if (wanted(packet->stream_index) && packet->size != 0) {
             endReason = {};
@@ -163,68 +184,29 @@ bool InputFormatContext::readNext(AVPacket* packet, Wanted wanted) {
         }
         av_packet_unref(packet);
     }
-    noteEnd(result);
+    endReason = opened->reasonFor(result);
+    opened->rethrowFailure();
     return false;
-}
-
-void InputFormatContext::startClock() {
-    if (!watch)
-        return;
-    AVIOContext* file = formatContext->pb;
-    if (watch->verdict() == detail::InputWatch::Verdict::TimedOut && file != nullptr) {
-        file->eof_reached = 0; // FFmpeg would not ask the source again
-        file->error = 0;
-    }
-    watch->allow(watch->options.readTimeout);
-}
-
-// FFmpeg asks the watch only while it waits; packets that are there already are not held up.
-int InputFormatContext::readPacket(AVPacket* packet) {
-    if (watch && detail::InputWatch::shouldGiveUp(watch.get()) != 0)
-        return AVERROR_EXIT;
-    return av_read_frame(formatContext, packet);
-}
-
-// Demuxers tend to take any failure of a read for the end of the file; the file itself knows.
-void InputFormatContext::noteEnd(int result) {
-    using Verdict = detail::InputWatch::Verdict;
-    using Kind = EndReason::Kind;
-    const Verdict verdict = watch ? watch->verdict() : Verdict::GoOn;
-    const AVIOContext* file = formatContext->pb;
-    if (result == AVERROR_EOF && file != nullptr && file->error < 0)
-        result = file->error;
-    if (verdict == Verdict::TimedOut)
-        endReason = {Kind::Timeout, 0, {}};
-    else if (verdict == Verdict::Cancelled)
-        endReason = {Kind::Cancelled, 0, {}};
-    else if (result == AVERROR_EOF)
-        endReason = {Kind::EndOfStream, 0, {}};
-    else
-        endReason = {Kind::Error, result, detail::ffmpegText(result)};
 }
 
 EndReason InputFormatContext::getEndReason() const {
     return endReason;
 }
 
-// An unknown pts counts like any other here, as the smallest time there can be.
 void InputFormatContext::noteTimestamp(const AVPacket& packet) {
-    const Rational time =
-        Rational(packet.pts, 1) * Rational(getStream(packet.stream_index)->time_base);
-    const Rational difference = earliestTimestamp - time;
-    const bool numeratorPositive = difference.numerator > 0;
-    const bool denominatorPositive = difference.denominator > 0;
-    if (difference.numerator != 0 && numeratorPositive == denominatorPositive)
+    const AVRational base = getStream(packet.stream_index)->time_base;
+    const Rational time = secondsOf(packet.pts, base);
+    if (isEarlier(time, earliestTimestamp))
         earliestTimestamp = time;
 }
 
 void InputFormatContext::seekStreamToOrBefore(int64_t timestamp, int streamIndex) {
     // The demuxer's own seek-by-pts bit goes along in the seek flags; releases that give the bit no
     // meaning there ignore it.
-    startClock();
     const int flags = AVSEEK_FLAG_BACKWARD | (formatContext->iformat->flags & AVFMT_SEEK_TO_PTS);
-    detail::checkResult(av_seek_frame(formatContext, streamIndex, timestamp, flags), at(140),
-                        "Seeking");
+    const int sought = opened->seek(streamIndex, timestamp, flags);
+    opened->rethrowFailure();
+    detail::checkResult(sought, at(140), "Seeking");
 }
 
 bool InputFormatContext::isPtsSeekable() const {
@@ -232,7 +214,7 @@ bool InputFormatContext::isPtsSeekable() const {
 }
 
 std::string InputFormatContext::getUrl() const {
-    return formatContext->url != nullptr ? formatContext->url : "";
+    return opened->source().name();
 }
 
 } // namespace tio::ffmpeg

@@ -82,7 +82,7 @@ void InputStream::buildIndexWhenMissing() const {
         return;
     try {
         buildIndex(Scan::Whole);
-    } catch (const std::bad_alloc&) { // the first part of an index would be taken for a whole one
+    } catch (...) { // the first part of an index would be taken for a whole one
         frameNumToTimestamp.clear();
         av_packet_unref(packet.get());
         throw;

@@ -4,26 +4,32 @@
 #include "exact/index/SourceIdentity.h"
 #include "input/InputAccess.h"
 
+#include <TARN/videoio/Exception.h>
+
 #include <new>
+#include <string>
 #include <utility>
 
 namespace tio::ffmpeg::detail {
 
-PacketSource::PacketSource(std::shared_ptr<InputFormatContext> opened, int streamIndex)
-    : origin(std::move(opened)), current(av_packet_alloc()), index(streamIndex) {
+PacketSource::PacketSource(const Source& origin, int streamIndex)
+    : source(origin), current(av_packet_alloc()), index(streamIndex) {
     if (!current)
         throw std::bad_alloc();
     reopen();
 }
 
+PacketSource::PacketSource(const std::shared_ptr<InputFormatContext>& origin, int streamIndex)
+    : PacketSource(InputAccess::sourceOf(*origin), streamIndex) {}
+
 void PacketSource::reopen() {
     av_packet_unref(current.get());
-    if (isPipe(origin->getUrl()))
-        failPlainly("\"" + origin->getUrl() + "\" is a pipe, which cannot be opened once more");
-    input = InputAccess::reopen(*origin);
+    if (source.kind() == Source::Kind::Url && isPipe(source.name()))
+        failPlainly("\"" + source.name() + "\" is a pipe, which cannot be opened once more");
+    input = std::make_unique<InputFormatContext>(source);
     ++openings;
     if (index >= input->getStreamCount())
-        failPlainly("\"" + origin->getUrl() + "\" has lost its stream " + std::to_string(index));
+        failPlainly("\"" + source.name() + "\" has lost its stream " + std::to_string(index));
     for (int other = 0; other < input->getStreamCount(); ++other)
         if (other != index)
             input->getStream(other)->discard = AVDISCARD_ALL;
@@ -34,9 +40,23 @@ bool PacketSource::read() {
     if (input->getNextPacketForStream(current.get(), index))
         return true;
     // Taken for the end, it would make a shorter stream of this one.
-    if (input->getEndReason().code == AVERROR(ENOMEM))
-        checkResult(AVERROR(ENOMEM), {"PacketSource", 1});
+    const EndReason reason = input->getEndReason();
+    if (InputAccess::wasCutShort(*input) || reason.code == AVERROR(ENOMEM))
+        failReading(reason);
     return false;
+}
+
+void PacketSource::failReading(const EndReason& reason) const {
+    using Kind = EndReason::Kind;
+    if (reason.kind == Kind::Timeout)
+        throw Exception("Reading took longer than " +
+                            std::to_string(source.options().readTimeout.count()) +
+                            " ms: " + source.name(),
+                        AVERROR(ETIMEDOUT));
+    if (reason.kind == Kind::Cancelled)
+        throw Exception("Reading was cancelled: " + source.name(), AVERROR_EXIT);
+    throwFfmpegFailure(reason.code < 0 ? reason.code : AVERROR_EXTERNAL, {"PacketSource", 1},
+                       &source.name());
 }
 
 const AVFormatContext& PacketSource::format() const {
@@ -46,7 +66,7 @@ const AVFormatContext& PacketSource::format() const {
 bool PacketSource::seek(int64_t target, int flags) {
     av_packet_unref(current.get());
     ++seeks;
-    return av_seek_frame(&InputAccess::contextOf(*input), index, target, flags) >= 0;
+    return InputAccess::seek(*input, index, target, flags) >= 0;
 }
 
 bool PacketSource::seekToTime(int64_t ticks) {

@@ -3,6 +3,7 @@
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/Source.h>
 #include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
@@ -14,16 +15,21 @@ namespace tio::ffmpeg::detail {
 /// readers of the caller's. The other streams are not read at all.
 class PacketSource {
 public:
-    /// Opens the source of `origin` once more.
-    /// @throws tio::ffmpeg::Exception as opening it did
-    PacketSource(std::shared_ptr<InputFormatContext> origin, int streamIndex);
+    /// Opens the source.
+    /// @throws tio::Exception for a pipe, and where there is no such stream
+    /// @throws tio::ffmpeg::Exception as opening an InputFormatContext
+    PacketSource(const Source& source, int streamIndex);
+
+    /// Opens the source of an input once more.
+    PacketSource(const std::shared_ptr<InputFormatContext>& origin, int streamIndex);
 
     /// Goes to the start of the source, in a way that every container allows: by opening it anew.
     /// Packets read before must not be used any more.
     void reopen();
 
-    /// Goes to the next packet; false at the end, and when reading fails.
-    /// @throws tio::ffmpeg::Exception when it fails for want of memory
+    /// Goes to the next packet; false at the end, damage included that the demuxer does not pass.
+    /// @throws tio::ffmpeg::Exception when bytes cannot be had, a time limit passes, the reading is
+    ///         cancelled, or memory runs out
     [[nodiscard]] bool read();
 
     /// The packet that read() went to.
@@ -44,8 +50,10 @@ public:
 private:
     [[nodiscard]] bool seek(int64_t target, int flags);
 
-    std::shared_ptr<InputFormatContext> origin; // tells how to open
-    std::shared_ptr<InputFormatContext> input;
+    [[noreturn]] void failReading(const EndReason& reason) const;
+
+    Source source;
+    std::unique_ptr<InputFormatContext> input;
     PacketHandle current;
     int index;
     int64_t openings = 0;
