@@ -1,6 +1,7 @@
+#include "input/SourceRecipe.h"
+
 #include "base/checks.h"
 #include "ffmpeg_compat.h"
-#include "input/SourceRecipe.h"
 
 #include <TARN/videoio/Exception.h>
 
