@@ -196,6 +196,24 @@ TEST_F(AtomicFileTest, AppendsToStandardOutputUnderItsName) {
     EXPECT_EQ(textOf(path), "before text after");
 }
 
+// Whoever opened the name himself would begin at its start, and so overwrite what is there.
+TEST_F(AtomicFileTest, AppendsWhatAnotherHasWrittenByNameToStandardOutput) {
+    const std::string large(200'000, 'x'); // of more than one block
+    const test::ChildProcess child([&]() -> std::string {
+        const int out = ::open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+        ::dup2(out, STDOUT_FILENO);
+        static_cast<void>(::write(STDOUT_FILENO, "before ", 7));
+        AtomicFile file("/dev/stdout");
+        file.makeWay();
+        test::writeBytes(file.pathToWrite(), {large.begin(), large.end()});
+        file.publish();
+        static_cast<void>(::write(STDOUT_FILENO, " after", 6));
+        return "done";
+    });
+    EXPECT_EQ(child.text(), "done");
+    EXPECT_EQ(textOf(path), "before " + large + " after");
+}
+
 TEST_F(AtomicFileTest, PublishesWhatAnotherHasWrittenByName) {
     AtomicFile file(path);
     file.makeWay();

@@ -1,8 +1,7 @@
 #include "commands/Commands.h"
-#include "media/FrameWalker.h"
+#include "media/ClipFrames.h"
 #include "media/ImageWriter.h"
 #include "media/OutputFile.h"
-#include "media/StoredIndex.h"
 #include "media/TimeList.h"
 #include "terminal/Progress.h"
 
@@ -55,20 +54,20 @@ public:
           options(ofCommand),
           type(formatOf(options)),
           write(imageWriter(type)),
-          walker(program.input, [this](const std::string& text) { warn(text); }) {}
+          clip(program.input, [this](const std::string& text) { warn(text); }) {}
 
     void writeSingle() {
         const auto picture = readRequired(*options.single);
         write(picture.frame->toRgb(), options.output);
         if (!program.quiet)
             std::cout << oneLine(options.output) << ": frame " << *options.single << " at "
-                      << text(picture.timestamp) << " s\n";
+                      << text(picture.time) << " s\n";
     }
 
     void writeRange() {
         auto picture = readRequired(options.from);
-        if (options.to && walker.frameCount() && *options.to >= *walker.frameCount())
-            failNoSuchFrame(program.input, *options.to, *walker.frameCount());
+        if (options.to && clip.frameCount() && *options.to >= *clip.frameCount())
+            failNoSuchFrame(program.input, *options.to, *clip.frameCount());
         makeFolder(options.output);
         int64_t written = 0;
         {
@@ -79,30 +78,32 @@ public:
                 progress.advance();
                 if (options.to && *options.to - number < options.every)
                     break;
-                picture = walker.read(number + options.every);
+                picture = clip.read(number + options.every);
             }
         }
         if (!program.quiet)
             std::cout << oneLine(options.output) << ": " << written << " frames written\n";
         if (!picture.frame && options.to)
-            failNoSuchFrame(program.input, *options.to, *walker.frameCount());
+            failNoSuchFrame(program.input, *options.to, *clip.frameCount());
     }
 
     void writeAtTimes(const std::vector<ffmpeg::Rational>& times) {
-        ffmpeg::FrameReaderOptions reading;
-        reading.index = storedFrameIndex(program.input);
-        ffmpeg::FrameReader frames(openInput(program.input.url), ffmpeg::PixelFormat::RGB, reading);
         std::set<int64_t> numbers;
-        for (const ffmpeg::Rational& time : times)
-            numbers.insert(frames.frameNumberAt(time));
+        reading(program.input.url, [&] {
+            for (const ffmpeg::Rational& time : times)
+                numbers.insert(clip.byNumber().frameNumberAt(time));
+        });
         makeFolder(options.output);
         {
             Progress progress("frames", "frames", static_cast<int64_t>(numbers.size()),
                               program.quiet);
-            frames.readFrames({numbers.begin(), numbers.end()}, [&](const auto& picture) {
-                write(picture.frame->toRgb(), pathOf(picture.number));
-                progress.advance();
-                return true;
+            reading(program.input.url, [&] {
+                clip.byNumber().readFrames(
+                    {numbers.begin(), numbers.end()}, [&](const auto& picture) {
+                        write(picture.frame->toRgb(), pathOf(picture.number));
+                        progress.advance();
+                        return true;
+                    });
             });
         }
         if (!program.quiet)
@@ -110,18 +111,18 @@ public:
     }
 
 private:
-    FrameWalker::Picture readRequired(int64_t number) {
-        auto picture = walker.read(number);
+    ClipFrames::Picture readRequired(int64_t number) {
+        auto picture = clip.read(number);
         if (!picture.frame)
-            failNoSuchFrame(program.input, number, *walker.frameCount());
+            failNoSuchFrame(program.input, number, *clip.frameCount());
         return picture;
     }
 
     /// How many frames will be written, where that is known.
     [[nodiscard]] std::optional<int64_t> stepCount() const {
         std::optional<int64_t> last = options.to;
-        if (!last && walker.frameCount())
-            last = *walker.frameCount() - 1;
+        if (!last && clip.frameCount())
+            last = *clip.frameCount() - 1;
         if (!last)
             return std::nullopt;
         return (*last - options.from) / options.every + 1;
@@ -133,10 +134,8 @@ private:
         return std::filesystem::path(options.output) / (name + imageExtension(type));
     }
 
-    // Counting takes longer, but what comes out is the same. It is worth a word to whoever asks,
-    // and to whoever gave an index to avoid it.
     void warn(const std::string& text) const {
-        if (program.verbose || (program.input.index && !program.quiet))
+        if (!program.quiet)
             printError(text);
     }
 
@@ -144,7 +143,7 @@ private:
     const FramesOptions& options;
     ffmpeg::ImageFileType type;
     ImageWriter write;
-    FrameWalker walker;
+    ClipFrames clip;
 };
 
 ExitCode runFrames(const Program& program, const FramesOptions& options) {
@@ -152,6 +151,8 @@ ExitCode runFrames(const Program& program, const FramesOptions& options) {
         throw Failure(ExitCode::Usage, program.input.url, "--to lies before --from");
     const auto times =
         options.times.empty() ? std::vector<ffmpeg::Rational>() : parseTimes(options.times);
+    if (!times.empty())
+        requireReadAgain(program.input.url);
     Extraction extraction(program, options);
     if (!times.empty())
         extraction.writeAtTimes(times);

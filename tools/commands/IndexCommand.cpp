@@ -1,12 +1,17 @@
 #include "commands/Commands.h"
-#include "media/MemoryFile.h"
+#include "media/Input.h"
 #include "media/OutputFile.h"
 
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/InputStream.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <functional>
 #include <iostream>
 #include <memory>
+#include <system_error>
+#include <vector>
 
 namespace tio::tool {
 
@@ -32,22 +37,29 @@ void storeFrameIndex(const Program& program, const IndexOptions& options) {
                   << (index.isDamaged() ? ", damaged" : "") << '\n';
 }
 
-// Two frames of one time can be indexed but not loaded again, so what was stored is loaded here
-// before the file gets its name.
+// Two frames of one time can be indexed but not loaded again.
+bool canBeLoaded(ffmpeg::InputStream& packets) {
+    const std::vector<ffmpeg::Rational> times = packets.getFrameMsMap();
+    return std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()) == times.end();
+}
+
 void storeSeekingIndex(const Program& program, const std::string& output) {
-    const auto context = openInput(program.input.url);
-    ffmpeg::InputStream packets(context, context->findBestVideoStreamIndex());
+    const auto clip = openInput(program.input.url);
+    ffmpeg::InputStream packets(clip, clip->findBestVideoStreamIndex());
     const int64_t count = packets.getFrameCount();
-    const MemoryFile stored;
-    packets.storeSeekingIndex(stored.path());
-    try {
-        packets.loadSeekingIndex(stored.path());
-    } catch (const std::exception&) {
+    if (!canBeLoaded(packets))
         throw Failure(ExitCode::Input, program.input.url,
                       "no index can be stored: several frames have the same time, or none");
-    }
     OutputFile file(output);
-    stored.forEachBlock([&](const void* data, size_t size) { file.write(data, size); });
+    file.makeWay();
+    errno = 0;
+    try {
+        packets.storeSeekingIndex(file.pathToWrite());
+    } catch (const std::exception& error) { // it names the temporary file
+        throw Failure(ExitCode::Output, output,
+                      errno != 0 ? std::generic_category().message(errno)
+                                 : reasonOf(error, output));
+    }
     file.publish();
     if (!program.quiet)
         std::cout << oneLine(output) << ": " << count << " frames\n";

@@ -1,6 +1,6 @@
 #include "commands/Commands.h"
+#include "media/ClipFrames.h"
 #include "media/ContactSheet.h"
-#include "media/FrameWalker.h"
 #include "media/ImageWriter.h"
 #include "terminal/Clock.h"
 #include "terminal/Progress.h"
@@ -28,23 +28,24 @@ int64_t frameOfCell(int64_t cell, int64_t cells, int64_t frames) {
     return (2 * cell + 1) * frames / (2 * cells);
 }
 
-std::string labelOf(int64_t number, const FrameWalker::Picture& picture) {
+std::string labelOf(int64_t number, const ClipFrames::Picture& picture) {
     return '#' + std::to_string(number) + "  " +
-           clockText(picture.timestamp.toDouble(), ClockPrecision::Milliseconds);
+           clockText(picture.time.toDouble(), ClockPrecision::Milliseconds);
 }
 
 ContactSheet makeSheet(const Program& program, const SheetOptions& options) {
-    FrameWalker walker(program.input, [&](const std::string& text) {
-        if (program.verbose || (program.input.index && !program.quiet))
+    requireReadAgain(program.input.url);
+    ClipFrames clip(program.input, [&](const std::string& text) {
+        if (!program.quiet)
             printError(text);
     });
-    const int64_t frames = walker.countFrames();
+    const int64_t frames = clip.byNumber().frameCount();
     const int64_t cells = std::min<int64_t>(frames, int64_t{options.columns} * options.rows);
     ContactSheet sheet({options.columns, options.width, cells});
     Progress progress("sheet", "frames", cells, program.quiet);
     for (int64_t cell = 0; cell < cells; ++cell) {
         const int64_t number = frameOfCell(cell, cells, frames);
-        const auto picture = walker.read(number);
+        const auto picture = clip.read(number);
         if (!picture.frame)
             break; // a clip that breaks off has fewer pictures than its index promises
         writing(options.output, [&] { sheet.add(*picture.frame, labelOf(number, picture)); });

@@ -1,5 +1,5 @@
 #include "commands/Commands.h"
-#include "media/FrameWalker.h"
+#include "media/ClipFrames.h"
 #include "media/OutputClip.h"
 #include "media/SoundTrack.h"
 #include "terminal/Progress.h"
@@ -7,6 +7,7 @@
 #include <TARN/videoio/OutputStream.h>
 #include <TARN/videoio/VideoPacketEncoder.h>
 
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -24,23 +25,23 @@ struct TranscodeOptions {
     bool noAudio = false;
 };
 
+using Picture = ClipFrames::Picture;
+
 /// The picture side of the clip that is being written.
 class PictureTrack {
 public:
-    PictureTrack(const OutputClip& clip, const FrameWalker::Picture& first,
+    PictureTrack(const OutputClip& clip, const Picture& first, ffmpeg::Rational unitTime,
                  const std::map<std::string, std::string>& options)
-        : encoder(sizeOf(first), first.unitTime, options), stream(clip.context(), first.unitTime) {}
+        : encoder(sizeOf(first), unitTime, options), stream(clip.context(), unitTime) {}
 
-    void write(const FrameWalker::Picture& picture) {
-        writePackets(encoder.writeNextFrame(picture.frame->toRgb(), picture.timestamp));
+    void write(const Picture& picture) {
+        writePackets(encoder.writeNextFrame(picture.frame->toRgb(), picture.time));
     }
 
     void finish() { writePackets(encoder.flush()); }
 
 private:
-    static tio::Vec<int, 2> sizeOf(const FrameWalker::Picture& picture) {
-        return picture.frame->toRgb().size;
-    }
+    static tio::Vec<int, 2> sizeOf(const Picture& picture) { return picture.frame->toRgb().size; }
 
     void writePackets(const std::vector<ffmpeg::OutputPacket>& packets) {
         for (const auto& packet : packets)
@@ -57,19 +58,24 @@ public:
     Transcoding(const Program& ofProgram, const TranscodeOptions& ofCommand)
         : program(ofProgram),
           options(ofCommand),
-          walker(program.input, [](const std::string&) {}) {}
+          frames(program.input, [&](const std::string& text) {
+              if (!program.quiet)
+                  printError(text);
+          }) {}
 
     int64_t run() {
-        auto picture = walker.read(options.from);
+        auto picture = frames.read(options.from);
         if (!picture.frame)
             throw Failure(ExitCode::Input, program.input.url,
                           "there is no frame " + std::to_string(options.from));
         OutputClip clip(options.output);
         {
             // Both are made before the first packet is written: each announces its stream.
-            auto pictures = clip.write(
-                [&] { return std::make_unique<PictureTrack>(clip, picture, options.encoder); });
-            const auto sound = openSound(clip, picture.timestamp);
+            auto pictures = clip.write([&] {
+                return std::make_unique<PictureTrack>(clip, picture, frames.unitTime(),
+                                                      options.encoder);
+            });
+            const auto sound = openSound(clip, picture.time);
             writeAll(clip, *pictures, sound.get(), std::move(picture));
             clip.write([&] { pictures->finish(); });
         }
@@ -79,21 +85,25 @@ public:
 
 private:
     std::unique_ptr<SoundTrack> openSound(const OutputClip& clip, ffmpeg::Rational start) const {
-        if (options.noAudio || openInput(program.input.url)->hasAudioStream() == 0)
+        if (options.noAudio || frames.clip()->hasAudioStream() == 0)
             return nullptr;
+        if (std::filesystem::is_fifo(program.input.url)) // the sound is read beside the pictures
+            throw Failure(ExitCode::Input, program.input.url,
+                          "a pipe can be read for the pictures or for the sound; see --no-audio");
         return std::make_unique<SoundTrack>(program.input.url, clip, start);
     }
 
     // The sound follows the pictures closely, so that little of either waits in memory.
     void writeAll(const OutputClip& clip, PictureTrack& pictures, SoundTrack* sound,
-                  FrameWalker::Picture picture) {
+                  Picture picture) {
         Progress progress("transcode", "frames", stepCount(), program.quiet);
-        ffmpeg::Rational last = picture.timestamp;
-        ffmpeg::Rational duration = picture.unitTime;
-        for (int64_t number = options.from; picture.frame; picture = walker.read(++number)) {
+        ffmpeg::Rational last = picture.time;
+        ffmpeg::Rational duration = frames.unitTime();
+        for (int64_t number = options.from; picture.frame; picture = frames.read(++number)) {
+            picture.time = picture.time + shift;
             if (written > 0)
-                duration = picture.timestamp - last;
-            last = picture.timestamp;
+                duration = distanceTo(picture, last, duration);
+            last = picture.time;
             if (sound != nullptr)
                 sound->writeUpTo(last);
             clip.write([&] { pictures.write(picture); });
@@ -106,10 +116,19 @@ private:
             sound->finishAt(options.to ? std::optional(last + duration) : std::nullopt);
     }
 
+    // Where clips were joined times begin anew. A file has to go on: from there all are shifted.
+    ffmpeg::Rational distanceTo(Picture& picture, ffmpeg::Rational last, ffmpeg::Rational usual) {
+        if (picture.time <= last) {
+            shift = shift + (last + usual - picture.time);
+            picture.time = last + usual;
+        }
+        return picture.time - last;
+    }
+
     [[nodiscard]] std::optional<int64_t> stepCount() const {
         std::optional<int64_t> last = options.to;
-        if (!last && walker.frameCount())
-            last = *walker.frameCount() - 1;
+        if (!last && frames.frameCount())
+            last = *frames.frameCount() - 1;
         if (!last)
             return std::nullopt;
         return *last - options.from + 1;
@@ -117,7 +136,8 @@ private:
 
     const Program& program;
     const TranscodeOptions& options;
-    FrameWalker walker;
+    ClipFrames frames;
+    ffmpeg::Rational shift; // of the times
     int64_t written = 0;
 };
 

@@ -1,6 +1,5 @@
 #include "commands/Commands.h"
 #include "media/FrameSource.h"
-#include "media/StoredIndex.h"
 #include "terminal/Progress.h"
 
 #include <algorithm>
@@ -39,15 +38,17 @@ struct Sources {
 };
 
 Sources openSources(const InputOptions& input, const VerifyOptions& options) {
+    requireReadAgain(input.url);
     if (!options.reader)
         return {std::make_unique<DecoderSource>(InputOptions{input.url, {}}),
                 std::make_unique<DecoderSource>(input)};
     ffmpeg::FrameReaderOptions reading;
-    reading.index = storedFrameIndex(input);
+    const auto clip = openInput(input.url);
+    reading.index = storedFrameIndex(input, clip);
     reading.checksums = options.checksums;
-    auto byNumber = std::make_unique<ReaderSource>(input, reading);
+    auto byNumber = std::make_unique<ReaderSource>(clip, reading);
     reading.index = byNumber->index();
-    return {std::make_unique<ReaderSource>(input, reading), std::move(byNumber)};
+    return {std::make_unique<ReaderSource>(clip, reading), std::move(byNumber)};
 }
 
 /// Reads a clip forward, then frame by frame in other orders, and compares.

@@ -9,8 +9,6 @@ namespace tio::tool {
 
 namespace {
 
-using Context = std::shared_ptr<ffmpeg::InputFormatContext>;
-
 // Which way round the size is that the container query gives depends on how the rotation tag is
 // written. The decoder always knows, so it is asked where it matters and can be.
 Size uprightSize(const std::string& url, Size shown) {
@@ -23,7 +21,7 @@ Size uprightSize(const std::string& url, Size shown) {
     }
 }
 
-void gatherSizes(const Context& context, const std::string& url, int index, bool best,
+void gatherSizes(const Clip& context, const std::string& url, int index, bool best,
                  StreamFacts& facts) {
     const int quarterTurns = ffmpeg::getStreamRotation(context->getStream(index));
     facts.rotation = quarterTurns * 90;
@@ -40,7 +38,7 @@ void gatherSizes(const Context& context, const std::string& url, int index, bool
     facts.codedSize = shown;
 }
 
-StreamFacts gatherStream(const Context& context, const std::string& url, int index, bool best) {
+StreamFacts gatherStream(const Clip& context, const std::string& url, int index, bool best) {
     StreamFacts facts;
     facts.type = context->getTypeOfStream(index);
     facts.codec = context->getCodecNameOfStream(index);
@@ -52,28 +50,33 @@ StreamFacts gatherStream(const Context& context, const std::string& url, int ind
     return facts;
 }
 
-int64_t countPictures(const std::string& url) {
-    ffmpeg::VideoStreamDecoder decoder(openInput(url), ffmpeg::PixelFormat::NV12);
+// Each picture has to be decoded where the clip cannot be read again for them.
+int64_t countPictures(const Clip& clip) {
+    ffmpeg::VideoStreamDecoder decoder(clip, ffmpeg::PixelFormat::NV12);
     int64_t count = 0;
     while (decoder.readNextFrame().frame)
         ++count;
     return count;
 }
 
-int64_t countFrames(const Context& context, int index, const InputOptions& input) {
-    ffmpeg::InputStream packets(context, index);
-    loadIndex(packets, input.index);
-    try {
+int64_t countFrames(const Clip& clip, int stream, const InputOptions& input) {
+    if (const auto index = storedFrameIndex(input, clip))
+        return index->frameCount();
+    if (input.index) {
+        ffmpeg::InputStream packets(clip, stream);
+        loadIndex(packets, input.index);
         return packets.getFrameCount();
-    } catch (const std::exception&) {
-        return countPictures(input.url); // some inputs cannot be rewound, which an index needs
     }
+    return reading(input.url, [&] {
+        return canBeReadAgain(input.url) ? ffmpeg::FrameIndex::build(clip).frameCount()
+                                         : countPictures(clip);
+    });
 }
 
 } // namespace
 
 ClipFacts gatherFacts(const InputOptions& input, bool count) {
-    const Context context = openInput(input.url);
+    const Clip context = openInput(input.url);
     ClipFacts facts;
     facts.file = input.url;
     facts.container = context->getContainerName();

@@ -56,8 +56,8 @@ private:
 /// The frame reader.
 class ReaderSource : public FrameSource {
 public:
-    ReaderSource(const InputOptions& input, ffmpeg::FrameReaderOptions options)
-        : reader(openInput(input.url), ffmpeg::PixelFormat::RGB, std::move(options)) {}
+    ReaderSource(const Clip& clip, ffmpeg::FrameReaderOptions options)
+        : reader(clip, ffmpeg::PixelFormat::RGB, std::move(options)) {}
     Reading readNext() override;
     Reading readAt(int64_t number) override;
     int64_t frameCount() override { return reader.frameCount(); }

@@ -78,6 +78,22 @@ TEST_F(OutputStreamsTest, EndsSilentlyWhenNobodyReads) {
     EXPECT_EQ(result.err, "");
 }
 
+TEST_F(OutputStreamsTest, SummaryFollowsAPictureOnStandardOutput) {
+    ProgramSetup setup;
+    writeBytes(folder.file("redirected"), {});
+    setup.standardOutput = folder.file("redirected");
+    const std::string picture = folder.file("picture.ppm");
+    ASSERT_EQ(runProgram({"frames", clip, "--frame", "0", "-o", picture}).exitCode, 0);
+    ASSERT_EQ(
+        runProgram({"frames", clip, "--frame", "0", "--format", "ppm", "-o", "/dev/stdout"}, setup)
+            .exitCode,
+        0);
+    std::vector<uint8_t> expected = readBytes(picture);
+    const std::string summary = "/dev/stdout: frame 0 at 0/1 s\n";
+    expected.insert(expected.end(), summary.begin(), summary.end());
+    EXPECT_EQ(readBytes(*setup.standardOutput), expected);
+}
+
 TEST_F(OutputStreamsTest, PrintsVersion) {
     const ProgramResult result = runProgram({"--version"});
     EXPECT_EQ(result.exitCode, 0);

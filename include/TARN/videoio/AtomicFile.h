@@ -53,7 +53,8 @@ public:
     /// @throws tio::ffmpeg::Exception the system's words, ": " and the path
     void write(const void* data, size_t size);
 
-    /// Where the content lies until it is published, for code that opens files by name.
+    /// Where the content lies until it is published, for code that opens files by name. Of what is
+    /// written to directly it is the name itself before makeWay(), and a file in memory after it.
     [[nodiscard]] const std::string& pathToWrite() const noexcept {
         return temporary.empty() ? name : temporary;
     }
@@ -61,9 +62,10 @@ public:
     /// Whether it is written to directly: then there is nothing to rename or to remove.
     [[nodiscard]] bool isDirect() const noexcept { return direct; }
 
-    /// Removes the empty temporary file again, for code that makes the one at pathToWrite() by
-    /// itself. Were it there and truncated, some file systems would write all of it out when it is
-    /// closed. write() may not be called after it.
+    /// Leaves the writing to code that makes a file at pathToWrite() by itself, and may go to and
+    /// fro in it. The empty temporary file is removed: were it there and truncated, some file
+    /// systems would write all of it out when it is closed. What is to be written to directly gets
+    /// its content when it is published. write() may not be called after it.
     /// @throws tio::ffmpeg::Exception as write()
     void makeWay();
 
@@ -75,6 +77,7 @@ private:
     void findTarget();
     void openTemporary();
     void flushToDisk();
+    void passOnMemory();
     void closeDescriptor();
     [[nodiscard]] bool rename() const;
     void require(bool done, int place) const;
@@ -82,6 +85,7 @@ private:
     std::string name;      // as the caller gave it
     std::string target;    // where that leads: links are followed
     std::string temporary; // empty when there is none, or no longer
+    int memory = -1;       // of what another writes for a direct target
     bool direct = false;
     bool mayReplace;
     mode_t permissions = 0; // of the file that is replaced; 0 when there is none

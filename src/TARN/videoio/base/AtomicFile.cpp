@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <random>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -76,9 +77,10 @@ AtomicFile::AtomicFile(std::string path, Existing existing)
 }
 
 AtomicFile::~AtomicFile() {
-    if (descriptor >= 0)
-        ::close(descriptor);
-    if (!temporary.empty() && owner == ::getpid())
+    for (const int open : {descriptor, memory})
+        if (open >= 0)
+            ::close(open);
+    if (!direct && !temporary.empty() && owner == ::getpid())
         ::unlink(temporary.c_str());
 }
 
@@ -131,14 +133,19 @@ void AtomicFile::write(const void* data, size_t size) {
 }
 
 void AtomicFile::makeWay() {
-    if (direct)
+    if (direct) {
+        memory = ::memfd_create("tarn-videoio", MFD_CLOEXEC);
+        require(memory >= 0, 51);
+        temporary = "/proc/self/fd/" + std::to_string(memory);
         return;
+    }
     require(::unlink(temporary.c_str()) == 0, 50);
     closeDescriptor();
 }
 
 void AtomicFile::publish(Flush flush) {
     if (direct) {
+        passOnMemory();
         closeDescriptor();
         return;
     }
@@ -151,6 +158,18 @@ void AtomicFile::publish(Flush flush) {
     temporary.clear();
     if (flush == Flush::ToDisk)
         flushFolder(target);
+}
+
+void AtomicFile::passOnMemory() {
+    std::array<char, size_t{64} << 10> block;
+    for (off_t offset = 0; memory >= 0;) {
+        const ssize_t count = ::pread(memory, block.data(), block.size(), offset);
+        require(count >= 0, 61);
+        if (count == 0)
+            return;
+        write(block.data(), static_cast<size_t>(count));
+        offset += count;
+    }
 }
 
 void AtomicFile::flushToDisk() {

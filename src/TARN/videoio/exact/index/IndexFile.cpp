@@ -168,6 +168,7 @@ bool writeContent(std::FILE* opened, const IndexData& index) {
 bool writeAndPublish(const std::string& path, const IndexData& index) {
     try {
         AtomicFile file(path);
+        file.makeWay();
         FileHandle handle(std::fopen(file.pathToWrite().c_str(), "wb"));
         if (!handle || !writeContent(handle.get(), index))
             return false;
