@@ -1,6 +1,7 @@
 #include "support/BareObjects.h"
 #include "support/Expectations.h"
 #include "support/Interception.h"
+#include "support/KeptPacket.h"
 #include "support/LogCapture.h"
 
 #include <TARN/core/Exception.h>
@@ -430,7 +431,7 @@ TEST_F(OutputPacketTest, CopiesKnowTheParametersToo) {
 TEST_F(OutputPacketTest, KeepsBytesAliveAsLongAsAnyCopy) {
     auto bytes = std::make_shared<std::vector<uint8_t>>(4);
     const std::weak_ptr<std::vector<uint8_t>> watched = bytes;
-    auto original = std::make_unique<OutputPacket>(packetOf(AV_CODEC_ID_H264));
+    auto original = std::make_unique<test::KeptPacket>(packetOf(AV_CODEC_ID_H264));
     original->setKeepAlive(std::move(bytes));
     auto copy = std::make_unique<OutputPacket>(*original);
     OutputPacket assigned = packetOf(AV_CODEC_ID_H264);
@@ -446,7 +447,7 @@ TEST_F(OutputPacketTest, KeepsBytesAliveAsLongAsAnyCopy) {
 TEST_F(OutputPacketTest, ReleasesTheBytesThroughTheBaseClass) {
     auto bytes = std::make_shared<std::vector<uint8_t>>(4);
     const std::weak_ptr<std::vector<uint8_t>> watched = bytes;
-    auto packet = std::make_unique<OutputPacket>(packetOf(AV_CODEC_ID_AAC));
+    auto packet = std::make_unique<test::KeptPacket>(packetOf(AV_CODEC_ID_AAC));
     packet->setKeepAlive(std::move(bytes));
     std::unique_ptr<Packet> base = std::move(packet);
     base.reset();

@@ -79,8 +79,6 @@ TEST_F(OutputFormatContextTest, OpensNoFileWhenMade) {
     EXPECT_EQ(intercepted->avio_open.count, 0);
     EXPECT_FALSE(fileExists());
     EXPECT_FALSE(context->readyForPackets());
-    EXPECT_FALSE(context->hasFailed());
-    EXPECT_NO_THROW(context->rethrowFailure());
     EXPECT_EQ(context->getPath(), path);
 }
 
@@ -209,6 +207,13 @@ TEST_F(OutputFormatContextTest, ThrowsWhenFfmpegAddsNoStream) {
                                                          placeText("OutputFormatContext", 75))));
 }
 
+TEST_F(OutputFormatContextTest, ThrowsWithoutParametersAndAddsNothing) {
+    open(1);
+    EXPECT_EQ(thrownText<tio::Exception>([this] { context->addStream(nullptr); }),
+              "A stream of \"" + path + "\" needs codec parameters");
+    EXPECT_EQ(context->addStream(test::videoParameters().get()), 0);
+}
+
 TEST_F(OutputFormatContextTest, ThrowsWhenTheParametersCannotBeCopied) {
     intercepted->avcodec_parameters_copy.instead =
         [](AVCodecParameters*, const AVCodecParameters*) { return AVERROR(ENOMEM); };
@@ -227,7 +232,6 @@ TEST_F(OutputFormatContextTest, AStreamWhoseParametersCannotBeCopiedIsNotAddedTw
     intercepted->avcodec_parameters_copy.instead = nullptr;
     EXPECT_THROW(context->addStream(parameters.get()), Exception);
     EXPECT_EQ(intercepted->avformat_new_stream.count, 1);
-    EXPECT_TRUE(context->hasFailed()) << "encoders must not write their last packets";
 }
 
 TEST_F(OutputFormatContextTest, NoStreamCanBeAnnouncedOrAddedAfterTheHeader) {
@@ -252,7 +256,6 @@ TEST_F(OutputFormatContextTest, APathThatCannotBeOpenedGivesFfmpegsWordsAloneAnd
               ffmpegText(AVERROR(ENOENT)));
     EXPECT_THAT(ownLines(log), IsEmpty());
     EXPECT_FALSE(context->readyForPackets());
-    EXPECT_TRUE(context->hasFailed());
 }
 
 TEST_F(OutputFormatContextTest, AnotherFailureOfOpeningTellsThePlace) {
@@ -268,7 +271,6 @@ TEST_F(OutputFormatContextTest, ACodecThatMp4DoesNotHoldFailsInTheHeader) {
     raw->codec_id = AV_CODEC_ID_FFVHUFF;
     expectFailure(AVERROR(EINVAL), 56, [&] { openWith({raw}); });
     EXPECT_FALSE(context->readyForPackets());
-    EXPECT_TRUE(context->hasFailed());
 }
 
 TEST_F(OutputFormatContextTest, AfterAFailedHeaderEveryCallFailsAlikeAndAddsNothing) {
@@ -278,7 +280,7 @@ TEST_F(OutputFormatContextTest, AfterAFailedHeaderEveryCallFailsAlikeAndAddsNoth
         EXPECT_EQ(
             thrownText<Exception>([this] { context->addStream(test::videoParameters().get()); }),
             ffmpegText(AVERROR(ENOENT)));
-        EXPECT_EQ(thrownText<Exception>([this] { context->rethrowFailure(); }),
+        EXPECT_EQ(thrownText<Exception>([this] { context->finish(); }),
                   ffmpegText(AVERROR(ENOENT)));
     }
     EXPECT_EQ(intercepted->avformat_new_stream.count, 1);
@@ -425,6 +427,23 @@ TEST_F(OutputFormatContextTest, TheLargestTimesAreShiftedWithoutOverflow) {
     EXPECT_EQ(muxer.packets[1].pts, std::numeric_limits<int64_t>::min() + 99);
 }
 
+// A failure among the packets that wait
+
+TEST_F(OutputFormatContextTest, AHeldPacketThatIsRefusedDoesNotTakeTheOthersAlong) {
+    test::MuxerRecord muxer;
+    openWith({test::audioParameters(), test::videoParameters()});
+    for (uint8_t i = 1; i <= 3; ++i)
+        write(0, i, 1024 * i);
+    const auto swallow = intercepted->av_interleaved_write_frame.instead;
+    intercepted->av_interleaved_write_frame.instead = [&](AVFormatContext* to, AVPacket* written) {
+        return written->data[0] == 2 ? AVERROR(EINVAL) : swallow(to, written);
+    };
+    expectFailure(AVERROR(EINVAL), 188, [this] { write(1, 4, 0); });
+    EXPECT_THAT(muxer.marks(), ElementsAre(1));
+    write(1, 4, 0); // the caller has kept it
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 3, 4));
+}
+
 // Whose data it is
 
 TEST_F(OutputFormatContextTest, APacketThatIsWrittenAtOnceIsBlankAfterwards) {
@@ -478,7 +497,6 @@ TEST_F(OutputFormatContextTest, ATimeThatDoesNotRiseIsRefusedAndWritingGoesOn) {
     write(0, 1, 0);
     write(0, 2, 3600);
     expectFailure(AVERROR(EINVAL), 188, [this] { write(0, 3, 3600); });
-    EXPECT_FALSE(context->hasFailed()) << "the file is as good as before";
     EXPECT_NO_THROW(write(0, 4, 7200));
     EXPECT_NO_THROW(context->finish());
 }
@@ -567,11 +585,38 @@ TEST_F(OutputFormatContextTest, FinishingTwiceOrBeforeTheDestructorWritesOneTrai
     EXPECT_EQ(intercepted->av_write_trailer.count, 1);
 }
 
-TEST_F(OutputFormatContextTest, FinishingWithoutAHeaderDoesNothing) {
-    open(1);
-    EXPECT_NO_THROW(context->finish());
+TEST_F(OutputFormatContextTest, FinishingThrowsWhenAnAnnouncedStreamWasNeverAdded) {
+    open(2);
+    context->addStream(test::videoParameters().get());
+    const std::string message =
+        "There is no file \"" + path + "\": of 2 streams that were announced, only 1 were added";
+    EXPECT_EQ(thrownText<tio::Exception>([this] { context->finish(); }), message);
+    EXPECT_THAT(ownLines(log),
+                ElementsAre(IsLogLine("root", 4, message + placeText("OutputFormatContext", 202)),
+                            IsLogLine("root", 4, "Assertion failed: readyForPackets()")));
     EXPECT_EQ(intercepted->av_write_trailer.count, 0);
     EXPECT_FALSE(fileExists());
+    context->addStream(test::audioParameters().get());
+    EXPECT_NO_THROW(context->finish()) << "nothing was changed by the first attempt";
+}
+
+TEST_F(OutputFormatContextTest, FinishingThrowsWhenNoStreamWasAnnounced) {
+    open(0);
+    EXPECT_EQ(thrownText<tio::Exception>([this] { context->finish(); }),
+              "There is no file \"" + path + "\": no stream was made for it");
+}
+
+TEST_F(OutputFormatContextTest, FinishingThrowsWhilePacketsWaitForTheReferenceStream) {
+    test::MuxerRecord muxer;
+    openWith({test::audioParameters(), test::videoParameters()});
+    write(0, 1, 0);
+    write(0, 2, 1024);
+    EXPECT_EQ(thrownText<tio::Exception>([this] { context->finish(); }),
+              "2 packets of \"" + path + "\" wait for the first packet of stream 1");
+    EXPECT_EQ(intercepted->av_write_trailer.count, 0);
+    write(1, 3, 0);
+    EXPECT_NO_THROW(context->finish());
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 2, 3));
 }
 
 TEST_F(OutputFormatContextTest, FinishingReportsATrailerThatFailsAndDoesNotTryAgain) {
@@ -603,20 +648,16 @@ TEST_F(OutputFormatContextTest, AHeaderThatDoesNotFitOnTheDiskThrowsFfmpegsWords
     EXPECT_EQ(thrownText<Exception>([this] { openWith({test::videoParameters()}); }),
               ffmpegText(AVERROR(ENOSPC)));
     EXPECT_THAT(ownLines(log), IsEmpty());
-    EXPECT_TRUE(context->hasFailed());
     context.reset(); // and the program lives
 }
 
 TEST_F(OutputFormatContextTest, APacketThatDoesNotFitOnTheDiskThrowsFfmpegsWordsAlone) {
     const test::FullDisk disk(1000);
     openWith({test::videoParameters()});
-    EXPECT_FALSE(context->hasFailed());
     const auto packet = makePacket(std::vector<uint8_t>(100000));
     EXPECT_EQ(thrownText<Exception>([&] { context->writePacket(*packet); }),
               ffmpegText(AVERROR(ENOSPC)));
     EXPECT_THAT(ownLines(log), IsEmpty());
-    EXPECT_TRUE(context->hasFailed());
-    EXPECT_NO_THROW(context->rethrowFailure()) << "the header is written";
     context.reset();
 }
 

@@ -1,18 +1,23 @@
 #include "support/Expectations.h"
 #include "support/FullDisk.h"
+#include "support/KeptPacket.h"
 #include "support/Muxing.h"
 #include "support/WritingTest.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/OutputStream.h>
 
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -178,7 +183,7 @@ TEST_F(OutputStreamTest, HeldPacketsKeepTheirDataAndParametersOwnerAlive) {
     {
         const auto bytes = std::make_shared<std::vector<uint8_t>>(4);
         watched = bytes;
-        auto kept = picture(10, 0);
+        test::KeptPacket kept(picture(10, 0));
         kept.setKeepAlive(bytes);
         pictures->writePacket(kept);
     }
@@ -260,7 +265,7 @@ TEST_F(OutputStreamTest, WhatWasWrittenBeforeAFailureIsNotWrittenAgain) {
     EXPECT_THAT(muxer.marks(), ElementsAre(9, 1, 2, 3, 4));
 }
 
-TEST_F(OutputStreamTest, WhatFfmpegRefusedIsLetGoWithOneLine) {
+TEST_F(OutputStreamTest, WhatFfmpegRefusesOnceMoreIsLetGoWithOneLine) {
     open();
     auto stream = makeStream();
     stream->writePacket(picture(1, 0));
@@ -270,8 +275,127 @@ TEST_F(OutputStreamTest, WhatFfmpegRefusedIsLetGoWithOneLine) {
     const int writes = intercepted->av_interleaved_write_frame.count;
     stream.reset();
     EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(1))));
-    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, writes) << "not tried again";
+    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, writes + 1) << "tried once more";
     EXPECT_NO_THROW(context->finish());
+}
+
+TEST_F(OutputStreamTest, WhatFailedOnceIsWrittenByTheDestructorInOrder) {
+    test::MuxerRecord muxer;
+    open();
+    auto stream = makeStream();
+    stream->writePacket(picture(1, 0));
+    const auto swallow = intercepted->av_interleaved_write_frame.instead;
+    intercepted->av_interleaved_write_frame.instead = [](AVFormatContext*, AVPacket*) {
+        return AVERROR(EIO);
+    };
+    EXPECT_THROW(stream->writePacket(picture(2, 3600)), Exception);
+    EXPECT_THROW(stream->writePacket(picture(3, 7200)), Exception);
+    intercepted->av_interleaved_write_frame.instead = swallow;
+    log.clear();
+    stream.reset();
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 2, 3));
+    EXPECT_THAT(ownLines(log), IsEmpty());
+}
+
+TEST_F(OutputStreamTest, OnlyWhatFailsAgainIsLetGo) {
+    test::MuxerRecord muxer;
+    open();
+    auto stream = makeStream();
+    stream->writePacket(picture(1, 0));
+    const auto swallow = intercepted->av_interleaved_write_frame.instead;
+    intercepted->av_interleaved_write_frame.instead = [&](AVFormatContext* to, AVPacket* written) {
+        return written->data[0] == 2 ? AVERROR(EINVAL) : swallow(to, written);
+    };
+    EXPECT_THROW(stream->writePacket(picture(2, 3600)), Exception);
+    EXPECT_THROW(stream->writePacket(picture(3, 7200)), Exception) << "the one before stands first";
+    log.clear();
+    stream.reset();
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 3));
+    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(1))));
+}
+
+// Pauses. 2^31 - 3 ticks: FFmpeg takes fewer than 2^31 - 1, and both ends are rounded.
+
+TEST_F(OutputStreamTest, APauseLongerThanMp4TakesIsRefusedAndTheNextPacketTaken) {
+    test::MuxerRecord muxer(test::MuxerRecord::Then::PassOn);
+    open();
+    auto stream = makeStream();
+    stream->writePacket(picture(1, 0));
+    const std::string message = "A pause of 23860.929 s is too long for \"" + path +
+                                "\": MP4 takes up to 23860.929 s in this stream";
+    EXPECT_EQ(thrownText<tio::Exception>([&] { stream->writePacket(picture(2, 2147483646)); }),
+              message);
+    EXPECT_THAT(ownLines(log),
+                ElementsAre(IsLogLine("root", 4, message + placeText("OutputStream", 50)),
+                            IsLogLine("root", 4, "Assertion failed: pause <= longest")));
+    stream->writePacket(picture(3, 3600));
+    stream.reset();
+    EXPECT_NO_THROW(context->finish());
+    EXPECT_THAT(muxer.marks(), ElementsAre(1, 3));
+    EXPECT_THAT(muxer.pts(), ElementsAre(0, 3600));
+}
+
+TEST_F(OutputStreamTest, TheLongestPauseIsKeptToTheTick) {
+    open();
+    auto stream = makeStream();
+    stream->writePacket(picture(1, 0));
+    stream->writePacket(picture(2, 2147483645));
+    stream.reset();
+    context->finish();
+    EXPECT_EQ(test::readFile(path).ptsOf(0), (std::vector<int64_t>{0, 2147483645}));
+}
+
+TEST_F(OutputStreamTest, APauseIsRefusedAlsoWhilePacketsWaitForTheHeader) {
+    open();
+    auto pictures = makeStream();
+    const auto sounds = makeStream();
+    pictures->writePacket(picture(1, 0));
+    EXPECT_THROW(pictures->writePacket(picture(2, 3000000000)), tio::Exception);
+    sounds->writePacket(sound(3, 0));
+    pictures.reset(); // and the program lives
+    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, 2);
+}
+
+TEST_F(OutputStreamTest, APauseOfSoundIsCountedInSamples) {
+    open();
+    const auto stream = makeStream();
+    stream->writePacket(sound(1, 0));
+    // 2^31 - 3 samples at 48000 a second
+    EXPECT_THAT(thrownText<tio::Exception>([&] { stream->writePacket(sound(2, 2147483646)); }),
+                ::testing::HasSubstr("MP4 takes up to 44739.243 s"));
+    EXPECT_NO_THROW(stream->writePacket(sound(3, 2147483645)));
+}
+
+TEST_F(OutputStreamTest, ANullContextIsRefused) {
+    EXPECT_EQ(thrownText<tio::Exception>([this] { makeStream(); }),
+              "An output stream needs a context");
+}
+
+// Finishing without a packet for one of the streams
+
+TEST_F(OutputStreamTest, FinishingNamesTheStreamThatNeverGotAPacketAndTheLoss) {
+    open();
+    auto pictures = makeStream();
+    auto silent = makeStream(Rational(1, 48000));
+    for (int i = 0; i < 100; ++i)
+        pictures->writePacket(picture(1, 3600 * i));
+    pictures.reset();
+    silent.reset();
+    EXPECT_EQ(thrownText<tio::Exception>([this] { context->finish(); }),
+              "There is no file \"" + path +
+                  "\": stream 2 of 2 (time base 1/48000) never got a packet; 100 packets of others "
+                  "are lost");
+}
+
+TEST_F(OutputStreamTest, FinishingNamesEveryStreamThatNeverGotAPacket) {
+    open();
+    const auto first = makeStream(Rational(1, 25));
+    const auto second = makeStream();
+    const auto third = makeStream(Rational(1, 48000));
+    second->writePacket(picture(1, 0));
+    EXPECT_THAT(thrownText<tio::Exception>([this] { context->finish(); }),
+                ::testing::EndsWith("stream 1 of 3 (time base 1/25), stream 3 of 3 (time base "
+                                    "1/48000) never got a packet"));
 }
 
 TEST_F(OutputStreamTest, APathThatCannotBeOpenedThrowsEveryTimeAndAddsOneStreamOnly) {
@@ -388,35 +512,31 @@ TEST_F(OutputStreamTest, AfterAFullDiskThePacketsAreLetGoWithOneLine) {
     context.reset();
 }
 
-TEST_F(OutputStreamTest, LastPacketsOfAFileThatFailedAreLetGoWithOneLine) {
-    path = badPath;
-    open();
-    auto stream = makeStream();
-    EXPECT_THROW(stream->writePacket(picture(1, 0)), Exception);
-    stream->writeLast({picture(2, 3600), picture(3, 7200)});
-    stream.reset();
-    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(2))));
-}
+// What is there for the other classes of the wing alone
 
-TEST_F(OutputStreamTest, LastPacketsAndHeldOnesOfAFileThatFailedGoWithOneLine) {
-    path = badPath;
-    open();
-    auto pictures = makeStream();
-    auto sounds = makeStream();
-    pictures->writePacket(picture(1, 0));
-    EXPECT_THROW(sounds->writePacket(sound(2, 0)), Exception);
-    pictures->writeLast({picture(3, 3600), picture(4, 7200)});
-    pictures.reset();
-    EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 4, lossOf(3))));
-}
+#define IS_PUBLIC(name, call)                                                                      \
+    template <typename T, typename = void>                                                         \
+    struct name : std::false_type {};                                                              \
+    template <typename T>                                                                          \
+    struct name<T, std::void_t<decltype(call)>> : std::true_type {}
 
-TEST_F(OutputStreamTest, LastPacketsOfAFileThatIsWellAreWrittenLikeAnyOther) {
-    test::MuxerRecord muxer;
-    open();
-    const auto stream = makeStream();
-    stream->writeLast({picture(1, 0), picture(2, 3600)});
-    EXPECT_THAT(muxer.marks(), ElementsAre(1, 2));
-    EXPECT_THAT(ownLines(log), IsEmpty());
+IS_PUBLIC(HasFailedIsPublic, std::declval<const T&>().hasFailed());
+IS_PUBLIC(RethrowIsPublic, std::declval<const T&>().rethrowFailure());
+IS_PUBLIC(LetGoIsPublic, std::declval<const T&>().letGo(1));
+IS_PUBLIC(AdoptIsPublic, std::declval<T&>().adopt(0, std::deque<OutputPacket>()));
+IS_PUBLIC(WriteLastIsPublic, std::declval<T&>().writeLast(std::vector<OutputPacket>()));
+IS_PUBLIC(SetKeepAliveIsPublic, std::declval<T&>().setKeepAlive(nullptr));
+IS_PUBLIC(AddStreamIsPublic, std::declval<T&>().addStream(nullptr));
+
+TEST(WritingInterfaceTest, PlumbingIsNotPublic) {
+    EXPECT_FALSE(HasFailedIsPublic<OutputFormatContext>::value);
+    EXPECT_FALSE(RethrowIsPublic<OutputFormatContext>::value);
+    EXPECT_FALSE(LetGoIsPublic<OutputFormatContext>::value);
+    EXPECT_FALSE(AdoptIsPublic<OutputFormatContext>::value);
+    EXPECT_FALSE(WriteLastIsPublic<OutputStream>::value);
+    EXPECT_FALSE(SetKeepAliveIsPublic<OutputPacket>::value);
+    EXPECT_TRUE(AddStreamIsPublic<OutputFormatContext>::value)
+        << "the question can be answered yes";
 }
 
 TEST_F(OutputStreamDeathTest, AFailureInTheDestructorEndsTheProgram) {

@@ -338,12 +338,20 @@ TEST_F(PacketEncoderTest, PacketsCountInTheTimeBaseAlsoWhereTheEncoderChoseAnoth
         EXPECT_THAT(packet.getUnitTime(), IsFraction(1, 1000));
 }
 
-TEST_F(PacketEncoderTest, AVideoPacketLastsFromThePacketBeforeTheFirstOneTick) {
+TEST_F(PacketEncoderTest, AVideoPacketLastsTheShorterOfTheTwoDistancesBeforeItTheFirstOneTick) {
     open(Rational(1, 90000));
-    scriptCodec({{}, {3600}, {}, {7200, 7300}, {}, {90000}});
+    scriptCodec({{}, {3600}, {}, {7200, 7300}, {}, {90000}, {}, {93600}});
     EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(1));
     EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(3600, 100));
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(82700));
+    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(100)) << "and not the pause";
+    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(3600));
+}
+
+TEST_F(PacketEncoderTest, AVideoPacketLastsNoLongerThanToTheNextPictureThatTheEncoderHas) {
+    open(Rational(1, 90000));
+    // A second picture after a pause: were it the last one, the pause is all that is known.
+    const auto packets = encodeAll({0, 5400000, 5403000, 5406000});
+    EXPECT_THAT(durationsOf(packets), ElementsAre(1, 3000, 3000, 3000));
 }
 
 TEST_F(PacketEncoderTest, AnAudioPacketKeepsItsDuration) {

@@ -3,6 +3,7 @@
 #include "support/FullDisk.h"
 #include "support/Muxing.h"
 #include "support/WritingTest.h"
+#include "support/WrittenFile.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/AudioStreamEncoder.h>
@@ -300,6 +301,54 @@ TEST_F(StreamEncoderTest, AnImageOfAnotherSizeReachesTheCallerAndTheFileIsNotHar
     video.reset();
     EXPECT_NO_THROW(context->finish());
     EXPECT_EQ(intercepted->av_interleaved_write_frame.count, 3);
+}
+
+// 6 h 37 min. The packets would come out in the destructor, where an exception ends the program.
+TEST_F(StreamEncoderTest, APictureAfterTooLongAPauseIsRefusedAndTheNextOneTaken) {
+    open();
+    auto video = makeVideo();
+    writePictures(*video, 0, 2);
+    EXPECT_EQ(thrownText<tio::Exception>(
+                  [&] { video->writeNextFrame(plainImage(48, 64), Rational(25000, 1)); }),
+              "A pause of 24999.960 s is too long for \"" + path +
+                  "\": MP4 takes up to 23860.929 s in this stream");
+    video->writeNextFrame(plainImage(48, 64), Rational(23860, 1));
+    video.reset();
+    context->finish();
+    EXPECT_EQ(test::readFile(path).ptsOf(0),
+              (std::vector<int64_t>{0, 3600, int64_t{23860} * 90000}));
+}
+
+TEST_F(StreamEncoderTest, ABlockAfterTooLongAPauseIsRefusedAndTheNextOneTaken) {
+    open();
+    auto audio = makeAudio();
+    writeSound(*audio, 0, 2);
+    EXPECT_THAT(thrownText<tio::Exception>(
+                    [&] { audio->writeNextFrame(numberedBlock(1024, 2), Rational(44740, 1)); }),
+                ::testing::HasSubstr("MP4 takes up to 44739.243 s in this stream"));
+    writeSound(*audio, 2, 4);
+    audio.reset();
+    EXPECT_NO_THROW(context->finish());
+    EXPECT_EQ(intercepted->av_interleaved_write_frame.count, 5);
+}
+
+// Times of an encoder are truncated to its ticks before they are compared.
+TEST_F(StreamEncoderTest, APauseIsMeasuredInTheTicksOfTheEncoder) {
+    open();
+    auto video = makeVideo(Rational(1, 1));
+    video->writeNextFrame(plainImage(48, 64), Rational(9, 10));
+    EXPECT_THROW(video->writeNextFrame(plainImage(48, 64), Rational(47723, 2)), tio::Exception)
+        << "23860.6 s, but 23861 ticks of a second";
+    video->writeNextFrame(plainImage(48, 64), Rational(23860, 1));
+    video.reset(); // and the program lives
+    EXPECT_NO_THROW(context->finish());
+}
+
+TEST_F(StreamEncoderTest, ANullContextIsRefused) {
+    EXPECT_EQ(thrownText<tio::Exception>([this] { makeVideo(); }),
+              "An output stream needs a context");
+    EXPECT_EQ(thrownText<tio::Exception>([this] { makeAudio(); }),
+              "An output stream needs a context");
 }
 
 TEST_F(StreamEncoderTest, APathThatCannotBeOpenedThrowsEveryTimeAndTheProgramLives) {

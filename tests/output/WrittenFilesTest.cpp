@@ -151,18 +151,18 @@ protected:
     test::Interception intercepted;
 };
 
-TEST_F(PacketDurationTest, EachPictureLastsAsLongAsTheDistanceBeforeItTheFirstOneTick) {
+TEST_F(PacketDurationTest, EachPictureLastsTheShorterOfTheTwoDistancesBeforeIt) {
     test::MuxerRecord muxer(test::MuxerRecord::Then::PassOn);
     writePictures(folder.file("out.mp4"), Rational(1, 30), {0, 1, 3, 10});
     // In the file's time base of 1/90000 a tick is 3000.
     EXPECT_THAT(muxer.all(&test::MuxedPacket::duration),
-                ::testing::ElementsAre(3000, 3000, 6000, 21000));
+                ::testing::ElementsAre(3000, 3000, 3000, 6000));
 }
 
 TEST_F(PacketDurationTest, TheFirstPictureOfAFineTimeBaseLastsOneTickOfIt) {
     test::MuxerRecord muxer(test::MuxerRecord::Then::PassOn);
     writePictures(folder.file("out.mp4"), Rational(1, 90000), {0, 3600, 7203});
-    EXPECT_THAT(muxer.all(&test::MuxedPacket::duration), ::testing::ElementsAre(1, 3600, 3603));
+    EXPECT_THAT(muxer.all(&test::MuxedPacket::duration), ::testing::ElementsAre(1, 3600, 3600));
 }
 
 // What is in the files
@@ -205,6 +205,18 @@ TEST_F(WrittenFilesTest, TheVideoStreamIsH264High) {
     EXPECT_EQ(video.frames, 25);
     EXPECT_EQ(file.ptsOf(0), evenTicks(25, 3600));
     EXPECT_TRUE(file.packets[0].key);
+}
+
+// 300 pictures, nothing for 60 s, 5 pictures: 70 s and 5/30, not 60 s more.
+TEST_F(WrittenFilesTest, APauseDoesNotMakeTheFileLonger) {
+    auto ticks = evenTicks(300, 1);
+    for (const int64_t tick : evenTicks(5, 1))
+        ticks.push_back(2100 + tick);
+    writePictures(path, Rational(1, 30), ticks);
+    const FileContents file = test::readFile(path);
+    EXPECT_EQ(file.streams[0].duration, 2105 * 3000);
+    EXPECT_EQ(test::openInput(path)->duration, 70167000) << "the file itself counts milliseconds";
+    EXPECT_EQ(file.of(0).back().duration, 3000);
 }
 
 TEST_F(WrittenFilesTest, TheAudioStreamIsAacLowComplexity) {

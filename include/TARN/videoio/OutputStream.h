@@ -5,8 +5,11 @@
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/Stream.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -16,43 +19,48 @@ namespace tio::ffmpeg {
 /// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API OutputStream : public Stream {
 public:
-    /// Announces the stream to the context. Packets carry a time base of their own; the one given
-    /// here is kept as information.
-    /// @throws tio::Exception when the context's header has been written
+    /// Announces the stream to the context, which it keeps alive. Packets carry a time base of
+    /// their own; the one given here is kept as information.
+    /// @throws tio::Exception when there is no context, or its header has been written
     OutputStream(std::shared_ptr<OutputFormatContext> context, Rational timeBase);
 
-    /// Writes what is still held, or leaves it to the context while the header is not written. An
-    /// exception there ends the program; packets that can no longer get into the file are let go
-    /// with one line in the log.
+    /// Writes what is still held, or leaves it to the context while the header is not written. What
+    /// a failed write left behind is tried once more; what fails again is let go with one line in
+    /// the log. A failure that nobody has been told of ends the program. (Destroying a `ClipWriter`
+    /// never does.)
     ~OutputStream() override;
 
     /// Has players turn the pictures clockwise by so many quarter turns (0 to 3) to show them
     /// upright. Before the first packet; packets copied from an input bring no rotation along.
-    void setRotation(int quarterTurns) { rotation = quarterTurns; }
+    void setRotation(int quarterTurns) noexcept { rotation = quarterTurns; }
 
     /// Writes the packet, or holds a copy of it. The first packet decides the stream's codec
     /// parameters, later ones' are not looked at.
     /// @throws tio::ffmpeg::Exception when the file cannot be opened or written, or FFmpeg refuses
-    ///         the packet, which is then held still
+    ///         the packet, which is then held still and tried again first
+    /// @throws tio::Exception for a packet that is decoded too long after the one before, 6 h 37
+    /// min
+    ///         for video; it is not taken, and the text tells the longest pause
     void writePacket(const OutputPacket& packet);
 
-    /// Writes packets that come from a destructor: when the file has failed they are let go with
-    /// one line in the log, since whoever wrote before has had the exception.
-    /// @throws as writePacket()
-    void writeLast(const std::vector<OutputPacket>& packets);
-
     /// The time base given to the constructor.
-    [[nodiscard]] Rational getUnitTime() const { return timeBase; }
+    [[nodiscard]] Rational getUnitTime() const noexcept { return timeBase; }
 
 private:
-    [[nodiscard]] std::shared_ptr<OutputFormatContext> context() const;
+    friend class StreamEncoder;
+
+    [[nodiscard]] OutputFormatContext& context() const;
+    void writeLast(const std::vector<OutputPacket>& packets);
     void writeHeldPackets();
     void writeNow(const OutputPacket& packet);
+    [[nodiscard]] size_t tryHeldPacketsOnceMore() noexcept;
 
     Rational timeBase;
-    int rotation = 0;                     // in quarter turns
-    bool lastWriteFailed = false;         // and its caller had the exception
     std::deque<OutputPacket> heldPackets; // oldest first
+    int rotation = 0;                     // in quarter turns
+    uint32_t announcement;                // its number among those of the context
+    bool lastWriteFailed = false;         // and its caller had the exception
+    std::optional<Rational> lastDts;      // of the last packet taken
 };
 
 } // namespace tio::ffmpeg

@@ -126,6 +126,9 @@ public:
     /// Codec of the packet's data.
     [[nodiscard]] Codec getEncodingCodec() const;
 
+protected:
+    friend class PacketEncoder;
+
     /// Keeps bytes that the codec parameters refer to alive as long as any copy of this packet.
     void setKeepAlive(std::shared_ptr<std::vector<uint8_t>> bytes) { keepAlive = std::move(bytes); }
 

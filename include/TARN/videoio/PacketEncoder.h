@@ -38,9 +38,14 @@ public:
 
     /// The time base: frame times are truncated toward zero to multiples of it, packets count in
     /// it.
-    [[nodiscard]] Rational getUnitTime() const { return timeBase; }
+    [[nodiscard]] Rational getUnitTime() const noexcept { return timeBase; }
 
-    /// The encoder for a codec.
+    /// What every packet carries; as long as the encoder.
+    [[nodiscard]] const AVCodecParameters& getCodecParameters() const noexcept {
+        return *codecParameters;
+    }
+
+    /// The encoder for a codec, which is FFmpeg's.
     /// @throws tio::Exception "Could not find ffmpeg's h264 encoder", whichever was asked for
     [[nodiscard]] static const AVCodec* findEncoder(AVCodecID codecId);
 
@@ -93,7 +98,10 @@ private:
     [[nodiscard]] OutputPacket takePacket(AVPacket& packet);
     void giveVideoDuration(AVPacket& packet);
 
-    int64_t lastPacketDts; // of the packet before, for the duration of the next
+    // For the duration of the next packet:
+    int64_t lastPacketDts;
+    int64_t lastDistance = 0;      // from the packet before the last; 0 until there were two
+    std::deque<int64_t> sentTimes; // of frames whose packets have not come out
 };
 
 } // namespace tio::ffmpeg

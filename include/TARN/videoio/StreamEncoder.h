@@ -5,6 +5,7 @@
 #include <TARN/videoio/PacketEncoder.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -19,15 +20,24 @@ public:
     StreamEncoder(const StreamEncoder&) = delete;
     StreamEncoder& operator=(const StreamEncoder&) = delete;
 
-    /// Flushes the encoder into the stream. An exception there ends the program; packets that can
-    /// no longer get into the file are let go with one line in the log.
+    /// Flushes the encoder into the stream. A failure that nobody has been told of ends the
+    /// program; after one that was told, what fails again is let go with one line in the log.
+    /// (Destroying a `ClipWriter` never ends the program.)
     virtual ~StreamEncoder();
 
 protected:
     StreamEncoder(std::shared_ptr<OutputFormatContext> context, Rational timeBase,
                   std::shared_ptr<PacketEncoder> encoder);
 
-    void writePackets(const std::vector<OutputPacket>& packets);
+    /// The frame's time as the encoder will count it; to be called before it is encoded, so that a
+    /// refused one leaves the encoder as it was.
+    /// @throws tio::Exception when it is too long after the frame before; the text tells the
+    /// longest
+    ///         pause
+    void requireShortPause(Rational time) const;
+
+    /// Writes what came of the frame at that time.
+    void writePackets(const std::vector<OutputPacket>& packets, Rational time);
 
     /// Minus one tick: the time of every frame that is written without one.
     [[nodiscard]] Rational timeWithoutTime() const { return -encoder->getUnitTime(); }
@@ -40,6 +50,7 @@ protected:
 private:
     OutputStream outputStream;
     std::shared_ptr<PacketEncoder> encoder;
+    std::optional<Rational> lastTime; // of the last frame taken
 };
 
 } // namespace tio::ffmpeg

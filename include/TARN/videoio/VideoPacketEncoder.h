@@ -42,7 +42,6 @@ public:
 private:
     void allocateFrame();
 
-    tio::Vec<int, 2> imageSize; // as asked for, before rounding up
     std::shared_ptr<SWScaleEncoder> swscaleEncoder;
 };
 

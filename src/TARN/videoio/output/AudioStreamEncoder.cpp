@@ -24,7 +24,8 @@ size_t AudioStreamEncoder::getFrameWidth() const {
 }
 
 void AudioStreamEncoder::writeNextFrame(AudioPacketEncoder::Samples samples, Rational time) {
-    writePackets(encoderAs<AudioPacketEncoder>().writeNextFrame(std::move(samples), time));
+    requireShortPause(time);
+    writePackets(encoderAs<AudioPacketEncoder>().writeNextFrame(std::move(samples), time), time);
 }
 
 // Kept: every block gets the same time, as every image of the video encoder's does.

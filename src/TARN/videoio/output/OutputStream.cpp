@@ -1,46 +1,72 @@
+#include "base/checks.h"
+#include "output/pauses.h"
+
 #include <TARN/videoio/OutputStream.h>
 
 #include <utility>
 
 namespace tio::ffmpeg {
 
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"OutputStream", number};
+}
+
+OutputFormatContext& required(const std::shared_ptr<OutputFormatContext>& context) {
+    if (context == nullptr)
+        detail::failAssertion("An output stream needs a context", "context", at(30));
+    return *context;
+}
+
+} // namespace
+
 OutputStream::OutputStream(std::shared_ptr<OutputFormatContext> output, Rational unitTime)
-    : Stream(output, -1), timeBase(unitTime) {
-    output->addExpectedStream();
-}
+    : Stream(output, -1), timeBase(unitTime), announcement(required(output).announce(unitTime)) {}
 
-// Where the file has failed or FFmpeg refused a packet, what is held can never get into it: a write
-// would bring FFmpeg down or fail once more. Whoever wrote has had the exception already.
+// Where the file has failed, what is held can never get into it: a write would bring FFmpeg down or
+// fail once more.
 OutputStream::~OutputStream() {
-    if (context()->hasFailed() || lastWriteFailed)
-        context()->letGo(heldPackets.size());
-    else if (context()->readyForPackets())
-        writeHeldPackets();
+    if (context().hasFailed())
+        context().letGo(heldPackets.size());
+    else if (!context().readyForPackets())
+        context().adopt(streamIndex, heldPackets);
+    else if (lastWriteFailed)
+        context().letGo(tryHeldPacketsOnceMore());
     else
-        context()->adopt(streamIndex, heldPackets);
+        writeHeldPackets();
 }
 
+// The last packets of an encoder that is being destroyed. After a failure that was told they wait
+// for the stream's own destructor, which throws nothing then.
 void OutputStream::writeLast(const std::vector<OutputPacket>& packets) {
-    if (context()->hasFailed() || lastWriteFailed) {
+    if (context().hasFailed() || lastWriteFailed) {
         heldPackets.insert(heldPackets.end(), packets.begin(), packets.end());
-        return; // the destructor lets all go with one line
+        return;
     }
     for (const OutputPacket& packet : packets)
         writePacket(packet);
 }
 
-std::shared_ptr<OutputFormatContext> OutputStream::context() const {
-    return std::static_pointer_cast<OutputFormatContext>(formatContext);
+OutputFormatContext& OutputStream::context() const {
+    return static_cast<OutputFormatContext&>(*formatContext);
 }
 
 void OutputStream::writePacket(const OutputPacket& packet) {
-    const auto output = context();
     // Also on a stream that was added before another one's header failed.
-    output->rethrowFailure();
-    if (streamIndex < 0)
-        streamIndex = output->addStream(&packet.getCodecParameters(), rotation);
+    context().rethrowFailure();
+    if (lastDts && packet.hasDts())
+        detail::requireShortPause(packet.getDts() - *lastDts,
+                                  detail::longestPause(packet.getCodecParameters()),
+                                  context().getPath(), at(50));
+    if (streamIndex < 0) {
+        streamIndex = context().addStream(&packet.getCodecParameters(), rotation);
+        context().forgetAnnouncement(announcement);
+    }
     heldPackets.push_back(packet);
-    if (output->readyForPackets())
+    if (packet.hasDts())
+        lastDts = packet.getDts();
+    if (context().readyForPackets())
         writeHeldPackets();
 }
 
@@ -53,8 +79,19 @@ void OutputStream::writeHeldPackets() {
     lastWriteFailed = false;
 }
 
+/// In order, each once.
+/// @returns how many failed again
+size_t OutputStream::tryHeldPacketsOnceMore() noexcept {
+    size_t failures = 0;
+    for (const OutputPacket& packet : heldPackets) {
+        if (!context().tryToWrite(packet, streamIndex))
+            ++failures;
+    }
+    return failures;
+}
+
 void OutputStream::writeNow(const OutputPacket& packet) {
-    context()->writePacket(packet, streamIndex);
+    context().writePacket(packet, streamIndex);
 }
 
 } // namespace tio::ffmpeg

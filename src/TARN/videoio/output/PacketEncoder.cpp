@@ -8,6 +8,7 @@
 
 #include <TARN/videoio/PacketEncoder.h>
 
+#include <algorithm>
 #include <new>
 #include <thread>
 
@@ -99,6 +100,8 @@ std::vector<OutputPacket> PacketEncoder::encodeFrameAt(Rational time) {
 std::vector<OutputPacket> PacketEncoder::encodeFrame() {
     auto packets = receivePackets();
     detail::checkResult(avcodec_send_frame(codecContext, frame), at(140));
+    if (frame != nullptr && codecContext->codec_type == AVMEDIA_TYPE_VIDEO)
+        sentTimes.push_back(frame->pts);
     for (const OutputPacket& packet : receivePackets())
         packets.push_back(packet); // never by assignment, which would keep the wrong time base
     return {packets.begin(), packets.end()};
@@ -134,10 +137,19 @@ OutputPacket PacketEncoder::takePacket(AVPacket& packet) {
 }
 
 // The H.264 encoder leaves durations out. The last picture of an MP4 track would then last for no
-// time at all, and FFmpeg's reader drops such a picture.
+// time at all, and FFmpeg's reader drops such a picture. Any packet may be the last, so that each
+// gets what suits the last one: no more than the two distances before it, since one of them may be
+// a pause, nor than the distance to the next picture, as far as that is known.
 void PacketEncoder::giveVideoDuration(AVPacket& packet) {
     const bool first = lastPacketDts == AV_NOPTS_VALUE;
-    packet.duration = first ? 1 : detail::wrappingDifference(packet.dts, lastPacketDts);
+    const int64_t distance = first ? 1 : detail::wrappingDifference(packet.dts, lastPacketDts);
+    packet.duration = lastDistance > 0 ? std::min(distance, lastDistance) : distance;
+    while (!sentTimes.empty() && sentTimes.front() <= packet.pts)
+        sentTimes.pop_front();
+    if (!sentTimes.empty())
+        packet.duration =
+            std::min(packet.duration, detail::wrappingDifference(sentTimes.front(), packet.pts));
+    lastDistance = first ? 0 : distance;
     lastPacketDts = packet.dts;
 }
 

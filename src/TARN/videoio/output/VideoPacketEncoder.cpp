@@ -48,7 +48,7 @@ VideoPacketEncoder::Image padToEven(VideoPacketEncoder::Image image) {
 
 VideoPacketEncoder::VideoPacketEncoder(tio::Vec<int, 2> size, Rational unitTime,
                                        const std::map<std::string, std::string>& options)
-    : PacketEncoder(unitTime, AV_CODEC_ID_H264), imageSize(size) {
+    : PacketEncoder(unitTime, AV_CODEC_ID_H264) {
     codecContext->width = evenUp(size[1]);
     codecContext->height = evenUp(size[0]);
     codecContext->pix_fmt = AV_PIX_FMT_YUV420P;

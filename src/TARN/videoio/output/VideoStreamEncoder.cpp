@@ -15,7 +15,8 @@ VideoStreamEncoder::VideoStreamEncoder(std::shared_ptr<OutputFormatContext> cont
 VideoStreamEncoder::~VideoStreamEncoder() = default;
 
 void VideoStreamEncoder::writeNextFrame(VideoPacketEncoder::Image image, Rational time) {
-    writePackets(encoderAs<VideoPacketEncoder>().writeNextFrame(std::move(image), time));
+    requireShortPause(time);
+    writePackets(encoderAs<VideoPacketEncoder>().writeNextFrame(std::move(image), time), time);
 }
 
 // Kept: unlike the packet encoder, which counts ticks, this gives every image the same time.
