@@ -23,8 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     unsigned char* pps = nullptr;
     size_t spsSize = 0;
     size_t ppsSize = 0;
-    const int result = tio::videolib::extradata_to_spspps(bytes, static_cast<int>(count), &sps,
-                                                          &spsSize, &pps, &ppsSize);
+    const uint8_t none = 0; // the first byte is looked at even of nothing
+    const int result = tio::videolib::extradata_to_spspps(
+        count == 0 ? &none : bytes, static_cast<int>(count), &sps, &spsSize, &pps, &ppsSize);
     check(sps, spsSize, 7);
     check(pps, ppsSize, 8);
     if (result != 0 && (sps != nullptr || pps != nullptr))

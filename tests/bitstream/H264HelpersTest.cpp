@@ -94,8 +94,12 @@ TEST(ExtractAllNals, WithoutCallbackItFailsAtTheFirstUnit) {
 TEST(ExtractAllNals, ReleasesTheCallbackBeforeItReturns) {
     const auto held = std::make_shared<int>();
     const Unit stream = {0, 0, 1, 0x65};
-    helper::extract_all_nals(stream.data(), stream.size(), [held](size_t, Unit&) {});
-    EXPECT_EQ(held.use_count(), 1);
+    long holders = 0;
+    // One statement: until its end the compiler keeps the argument.
+    static_cast<void>(
+        helper::extract_all_nals(stream.data(), stream.size(), [held](size_t, Unit&) {})),
+        holders = held.use_count();
+    EXPECT_EQ(holders, 1);
 }
 
 TEST(ExtractAllNals, TheCallbackMayKeepTheBytes) {
@@ -115,9 +119,9 @@ struct Sets {
 };
 
 /// The sets of some extradata, which lie in a block of exactly their size so that a sanitizer sees
-/// a read beyond it.
+/// a read beyond it. The first byte is looked at in any case.
 Sets setsOf(const Unit& extradata) {
-    const auto exact = std::make_unique<unsigned char[]>(extradata.size());
+    const auto exact = std::make_unique<unsigned char[]>(std::max(extradata.size(), size_t{1}));
     std::copy(extradata.begin(), extradata.end(), exact.get());
     unsigned char untouched = 0;
     unsigned char* sps = &untouched;
@@ -171,6 +175,21 @@ TEST(ExtradataToSpsPps, ASetThatIsAbsentIsNoFailure) {
     EXPECT_EQ(sets.result, 0);
     EXPECT_THAT(sets.sps, ElementsAre(0, 0, 1, 0x67, 1));
     EXPECT_THAT(sets.pps, IsEmpty());
+}
+
+TEST(ExtradataToSpsPps, ARecordOfNoBytesIsMalformed) {
+    for (const int size : {0, -1, 1, 10}) {
+        const auto exact = std::make_unique<unsigned char[]>(10);
+        exact[0] = 1;
+        unsigned char* sps = nullptr;
+        unsigned char* pps = nullptr;
+        size_t spsSize = 0;
+        size_t ppsSize = 0;
+        EXPECT_EQ(extradata_to_spspps(exact.get(), size, &sps, &spsSize, &pps, &ppsSize), -1)
+            << size;
+        EXPECT_EQ(sps, nullptr);
+        EXPECT_EQ(pps, nullptr);
+    }
 }
 
 TEST(ExtradataToSpsPps, NoExtradataHaveNoSets) {

@@ -1,3 +1,5 @@
+#include "bitstream/nalUnits.h"
+
 #include <TARN/videoio/H264Helpers.h>
 
 #include <algorithm>
@@ -27,22 +29,17 @@ struct StartCode {
     [[nodiscard]] size_t end() const { return position + length; }
 };
 
-/// The first start code from `position` on; at the end of the bytes when there is none.
-StartCode findStartCode(Bytes bytes, size_t position) {
-    while (bytes.size - position >= 4) {
-        const unsigned char* next = bytes.data + position;
-        if (next[2] > 1) { // neither here nor at the two places that follow
-            position += std::min(size_t{3}, bytes.size - position);
-            continue;
-        }
-        const bool zeros = next[0] == 0 && next[1] == 0;
-        if (zeros && next[2] == 1)
-            return {position, 3};
-        if (zeros && next[3] == 1 && bytes.size - position >= 5)
-            return {position, 4};
-        ++position;
-    }
-    return {bytes.size, 0};
+/// The first start code from `position` on that has a byte after it; at the end of the bytes when
+/// there is none.
+StartCode nextStartCode(Bytes bytes, size_t position) {
+    const unsigned char* const from = bytes.data + position;
+    const unsigned char* const end = bytes.data + bytes.size;
+    const unsigned char* const code = ffmpeg::detail::findStartCode(from, end);
+    if (end - code < 4)
+        return {bytes.size, 0};
+    const auto place = static_cast<size_t>(code - bytes.data);
+    const bool longer = code > from && code[-1] == 0;
+    return longer ? StartCode{place - 1, 4} : StartCode{place, 3};
 }
 
 int typeOfUnit(Bytes bytes, StartCode code) {
@@ -61,17 +58,17 @@ struct Found {
 /// The first unit of a type, with its start code, unless a slice comes before it.
 /// @throws std::bad_alloc
 Found findParameterSet(Bytes bytes, int type) {
-    StartCode code = findStartCode(bytes, 0);
+    StartCode code = nextStartCode(bytes, 0);
     while (code.length != 0 && typeOfUnit(bytes, code) != type) {
         const int other = typeOfUnit(bytes, code);
         if (other == slice || other == keySlice)
             return {};
-        code = findStartCode(bytes, code.end());
+        code = nextStartCode(bytes, code.end());
     }
     if (code.length == 0)
         return {};
     Found found;
-    found.size = findStartCode(bytes, code.end()).position - code.position;
+    found.size = nextStartCode(bytes, code.end()).position - code.position;
     found.unit.reset(static_cast<unsigned char*>(std::malloc(found.size)));
     if (!found.unit)
         throw std::bad_alloc();
@@ -112,9 +109,9 @@ int extradata_to_spspps(const unsigned char* extradata, int size, unsigned char*
                         size_t* spsSize, unsigned char** pps, size_t* ppsSize) try {
     *pps = nullptr;
     *sps = nullptr;
-    if (extradata == nullptr || size <= 0)
+    if (extradata == nullptr)
         return 0;
-    Bytes bytes{extradata, static_cast<size_t>(size)};
+    Bytes bytes{extradata, static_cast<size_t>(std::max(size, 0))};
     std::vector<unsigned char> converted;
     if (extradata[0] == 1) {
         converted = annexBOfRecord(bytes);
@@ -139,12 +136,13 @@ int helper::extract_all_nals(const unsigned char* data, size_t size,
                              std::function<void(size_t, std::vector<unsigned char>&)> callback) {
     const Bytes bytes{data, size};
     int count = 0;
-    for (StartCode code = findStartCode(bytes, 0); code.length != 0; ++count) {
-        const StartCode next = findStartCode(bytes, code.end());
+    for (StartCode code = nextStartCode(bytes, 0); code.length != 0; ++count) {
+        const StartCode next = nextStartCode(bytes, code.end());
         std::vector<unsigned char> unit(data + code.end(), data + next.position);
         callback(code.length, unit);
         code = next;
     }
+    callback = nullptr; // what it holds is let go before the caller goes on
     return count;
 }
 
