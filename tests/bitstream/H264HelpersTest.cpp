@@ -94,10 +94,10 @@ TEST(ExtractAllNals, WithoutCallbackItFailsAtTheFirstUnit) {
 TEST(ExtractAllNals, ReleasesTheCallbackBeforeItReturns) {
     const auto held = std::make_shared<int>();
     const Unit stream = {0, 0, 1, 0x65};
+    std::function<void(size_t, Unit&)> callback = [held](size_t, Unit&) {};
     long holders = 0;
     // One statement: until its end the compiler keeps the argument.
-    static_cast<void>(
-        helper::extract_all_nals(stream.data(), stream.size(), [held](size_t, Unit&) {})),
+    static_cast<void>(helper::extract_all_nals(stream.data(), stream.size(), std::move(callback))),
         holders = held.use_count();
     EXPECT_EQ(holders, 1);
 }
