@@ -12,4 +12,4 @@ option(TARN_INSTALL "Install the libraries and their packages" ${PROJECT_IS_TOP_
 set(TARN_COMPANIONS "bundled" CACHE STRING "bundled: build the companions; system: find_package(tarn_core), …")
 set_property(CACHE TARN_COMPANIONS PROPERTY STRINGS bundled system)
 set(TARN_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize, such as address,undefined or thread")
-option(TARN_COVERAGE "Instrument for coverage" OFF)
+option(TARN_COVERAGE "Count which lines of the libraries and the program run (gcov)" OFF)

@@ -27,8 +27,16 @@ function(tarn_target_defaults target)
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
     endif()
     if(TARN_COVERAGE)
-        target_compile_options(${target} PRIVATE --coverage)
         target_link_options(${target} PUBLIC --coverage)
+    endif()
+endfunction()
+
+# tarn_measured(<target>): counts which of its lines run, where TARN_COVERAGE asks for it. For what is
+# under test, the libraries and the program: the tests are compiled as without, so that ccache has them.
+# Not optimised, because then a line may stand for several.
+function(tarn_measured target)
+    if(TARN_COVERAGE)
+        target_compile_options(${target} PRIVATE --coverage -O0)
     endif()
 endfunction()
 
@@ -45,6 +53,7 @@ endfunction()
 function(tarn_hidden target)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    tarn_measured(${target})
 endfunction()
 
 # tarn_shared_library(<target> <alias>): hidden by default, versioned.

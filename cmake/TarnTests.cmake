@@ -35,4 +35,11 @@ function(tarn_discover_tests target room)
     gtest_discover_tests(${target} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${room})
     tarn_room(${room} ${target})
+    set_property(GLOBAL APPEND_STRING PROPERTY TARN_TEST_PROGRAMS "${room} $<TARGET_FILE:${target}>\n")
+endfunction()
+
+# tarn_list_test_programs(): writes what scripts/run-whole reads, a room and a program a line.
+function(tarn_list_test_programs)
+    get_property(programs GLOBAL PROPERTY TARN_TEST_PROGRAMS)
+    file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/test-programs.txt CONTENT "${programs}")
 endfunction()

@@ -1,5 +1,6 @@
 #include "splitRgb.h"
 
+#include <cstddef>
 #include <libyuv.h>
 
 namespace tio::PixelFormat {
@@ -13,9 +14,10 @@ void splitRgb(const uint8_t* rgb, uint8_t* red, uint8_t* green, uint8_t* blue,
     if (whole != 0)
         libyuv::SplitRGBPlane(rgb, 0, red, 0, green, 0, blue, 0, whole, 1);
     for (int i = whole; i < pixels; ++i) {
-        red[i] = rgb[3 * i];
-        green[i] = rgb[3 * i + 1];
-        blue[i] = rgb[3 * i + 2];
+        const uint8_t* const pixel = rgb + std::ptrdiff_t{3} * i;
+        red[i] = pixel[0];
+        green[i] = pixel[1];
+        blue[i] = pixel[2];
     }
 }
 
