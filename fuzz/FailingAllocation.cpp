@@ -59,7 +59,7 @@ public:
         ++held;
     }
 
-    // Those behind move up, so that a search may stop at the first gap.
+    // Those after it move up, so that a search may stop at the first gap.
     void remove(void* block) {
         if (held == 0)
             return;

@@ -15,8 +15,8 @@ public:
     /// Which allocations are counted, and may fail.
     enum class Kind { All, OfCpp };
 
-    /// Starts anew: of the allocations made within scopes from now on, number `first` (from 0) and
-    /// the `count` - 1 behind it fail, except those that are spared.
+    /// Starts again: of the allocations made within scopes from now on, number `first` (from 0) and
+    /// the `count` - 1 after it fail, except those that are spared.
     static void plan(uint32_t first, uint32_t count, Kind kind = Kind::All);
 
     /// Allocations that the program causes by calling one of these functions of a shared library

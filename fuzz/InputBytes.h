@@ -7,7 +7,7 @@
 
 namespace tio::fuzz {
 
-/// Takes an input apart, from its first byte to its last; behind the end there are zeros.
+/// Takes an input apart, from its first byte to its last; past the end there are zeros.
 class InputBytes {
 public:
     InputBytes(const uint8_t* firstByte, size_t count) : next(firstByte), left(count) {}

@@ -18,7 +18,7 @@ MemoryFile::MemoryFile(const uint8_t* bytes, size_t count)
     }
 }
 
-// Loading a damaged index leaves its file open, which is known behaviour of the library. After some
+// Loading a damaged index leaves its file open, as docs/behaviour.md says. After some
 // thousand inputs there would be no descriptor left.
 MemoryFile::~MemoryFile() {
     constexpr int farthest = 16;

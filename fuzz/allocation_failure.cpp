@@ -1,5 +1,5 @@
 // The n-th allocation fails, of FFmpeg or of C++, in one of the library's works. Each step of a
-// work either succeeds or throws std::bad_alloc or an exception of the library; the steps behind it
+// work either succeeds or throws std::bad_alloc or an exception of the library; the steps after it
 // then go on with the same objects, and what they give is right; in the end nothing is left behind.
 //   byte 0         which work; bit 7: only allocations of C++ count, as they always do on other
 //                  releases of FFmpeg than 5
@@ -83,7 +83,7 @@ const Media& media() {
     return made;
 }
 
-/// Does something that may fail for want of memory.
+/// Does something that may fail because memory ran out.
 /// @returns whether it succeeded
 template <typename Action>
 bool step(const Action& action, Account account = Account::Kept) {

@@ -60,7 +60,7 @@ public:
         struct stat status = {};
         if (file >= 0 && ::fstat(file, &status) == 0) {
             length = static_cast<size_t>(status.st_size);
-            // More than the file, because swscale reads a little behind the last picture; writable,
+            // More than the file, because swscale reads a little past the last picture; writable,
             // as some interfaces seem to want.
             mapped = ::mmap(nullptr, length + spare, PROT_READ | PROT_WRITE,
                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

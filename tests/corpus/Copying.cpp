@@ -144,7 +144,7 @@ void copyDirectly(const std::string& path, const std::vector<int>& streams,
     test::check(av_write_trailer(made), "trailer");
 }
 
-// ---- pictures and sound, encoded anew -----------------------------------------------------------
+// ---- pictures and sound, encoded again ----------------------------------------------------------
 
 constexpr int mostPictures = 12;
 constexpr int mostBlocks = 12;
@@ -196,7 +196,7 @@ int transcodeSound(const std::string& path, const std::string& target) {
         ffmpeg::AudioStreamEncoder encoder(output, block.channelLayout, block.sampleRate, 0);
         const auto width = static_cast<int>(encoder.getFrameWidth());
         for (; block.samples.count != 0 && written < mostBlocks; block = readOn(decoder)) {
-            // Of the length that the encoder wants: the block's samples, and silence behind them.
+            // Of the length that the encoder wants: the block's samples, and silence after them.
             ffmpeg::AudioPacketEncoder::Samples samples(Vec<int, 2>(width, block.samples.cols()));
             std::fill_n(samples.data(), samples.count, 0.0F);
             std::copy_n(block.samples.data(), std::min(block.samples.count, samples.count),

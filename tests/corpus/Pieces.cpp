@@ -88,7 +88,7 @@ void tellRecord(const std::vector<unsigned char>& record, Facts& facts) {
     facts.insert(facts.end(), found.begin(), found.end());
 }
 
-/// Where a start code begins that has a byte behind it.
+/// Where a start code begins that has a byte after it.
 std::vector<std::size_t> startCodes(const std::vector<uint8_t>& bytes) {
     std::vector<std::size_t> places;
     for (std::size_t i = 0; i + 3 < bytes.size(); ++i) {

@@ -41,7 +41,7 @@ void tellFrames(FrameReader& reader, Facts& facts) {
     facts.push_back(countText(reader.frameCount()));
 }
 
-// Damage may show only while reading: the stream is then counted anew, and read by checksums.
+// Damage may show only while reading: the stream is then counted again, and read by checksums.
 Reading readWith(const std::string& path, const ffmpeg::FrameReaderOptions& options) {
     Reading reading;
     reading.account = accountOf([&](Facts& facts) {

@@ -52,7 +52,7 @@ void makeCut(const std::string& path) {
 }
 
 /// Pictures in the order of the file, each with the pts that `ptsOf` gives for its number. The
-/// decoding times stay two ticks behind at most, which leaves room for a pts to go back.
+/// decoding times lag two ticks at most, which leaves room for a pts to go back.
 void makeWithPts(const std::string& path, const std::function<int64_t(int64_t)>& ptsOf) {
     ClipPlan plan;
     plan.maxBFrames = 0;

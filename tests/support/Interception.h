@@ -90,7 +90,7 @@ struct Calls {
 /// What is being intercepted now.
 Calls& calls();
 
-/// Starts from a clean slate and leaves one behind. One at a time; a test that intercepts makes one
+/// Starts from a clean slate and leaves one. One at a time; a test that intercepts makes one
 /// first.
 class Interception {
 public:

@@ -58,7 +58,7 @@ struct OracleOptions {
     bool nv12Too = false;     ///< hash each picture as NV12 as well
 
     /// Leave nothing out: neither pictures without a time, nor those whose time does not rise, nor
-    /// those behind a failure.
+    /// those after a failure.
     bool everyPicture = false;
 
     /// Keep the memory of every picture to the end, so that none is used for another. What a

@@ -44,7 +44,7 @@ void makeWithoutFirstKey(const std::string& path) {
     writePackets(path, "mpegts", {track});
 }
 
-/// The clock of a transport stream has 33 bits of 1/90000 s, and begins anew in mid-clip.
+/// The clock of a transport stream has 33 bits of 1/90000 s, and starts again at zero in mid-clip.
 void makeAcrossClockWrap(const std::string& path) {
     ClipPlan plan;
     plan.format = "mpegts";

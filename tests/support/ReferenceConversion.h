@@ -22,7 +22,7 @@ inline ScalerPointer makeScaler(int width, int height, AVPixelFormat source, AVP
                                     "pixel conversion"));
 }
 
-/// What swscale itself makes of a frame where every row has room to spare behind it.
+/// What swscale itself makes of a frame where every row has room to spare after it.
 class ReferenceConversion {
 public:
     ReferenceConversion(const AVFrame& frame, AVPixelFormat target) {
@@ -89,7 +89,7 @@ private:
     std::vector<RoomyPlane> planes;
 };
 
-/// How many bytes behind its last row swscale writes for a picture of RGB without gaps.
+/// How many bytes after its last row swscale writes for a picture of RGB without gaps.
 inline std::ptrdiff_t reachPastTheEnd(const AVFrame& frame) {
     constexpr std::size_t guard = 4096;
     constexpr uint8_t untouched = 0xA5;

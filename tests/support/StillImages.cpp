@@ -83,7 +83,7 @@ void addExifOrientation(const std::string& path, int orientation) {
         0,    0,    0,    1,    0, value, 0, 0, // of one value
         0,    0,    0,    0};                   // no further directory
     std::vector<uint8_t> bytes = readBytes(path);
-    bytes.insert(bytes.begin() + 2, block.begin(), block.end()); // behind the start of the image
+    bytes.insert(bytes.begin() + 2, block.begin(), block.end()); // after the start of the image
     writeBytes(path, bytes);
 }
 

@@ -13,7 +13,7 @@ namespace tio {
 using detail::Block;
 using detail::BlockCache;
 
-/// The cache behind its lock. Nothing is allocated or freed while the lock is held: both may mean
+/// The cache and its lock. Nothing is allocated or freed while the lock is held: both may mean
 /// a call into the system.
 class MatAlloc::Pool {
 public:

@@ -26,7 +26,7 @@ PlaneBuffer::PlaneBuffer(int rows, int rowStep_)
     : storage(MatAlloc::getGlobalMatAlloc()->getBytes(static_cast<std::size_t>(rows) *
                                                       static_cast<std::size_t>(rowStep_))),
       rowStep(rowStep_) {
-    // SIMD code multiplies what lies behind the last row by zero; memory checkers want it defined.
+    // SIMD code multiplies what lies after the last row by zero; memory checkers want it defined.
     std::memset(row(rows), 0, MatAlloc::spareBytes);
 }
 

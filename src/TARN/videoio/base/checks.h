@@ -10,8 +10,8 @@
 
 namespace tio::ffmpeg::detail {
 
-/// The place of a check. The numbers are stable identifiers that log readers rely on; they do not
-/// follow the lines of the source.
+/// The place of a check. The numbers are stable identifiers, by which a line of a log is searched
+/// for; they do not follow the lines of the source.
 struct Location {
     const char* file; ///< bare name of the source, such as "PacketDecoder"
     int number;
@@ -46,7 +46,7 @@ inline void checkResult(int code, Location location) {
         throwFfmpegFailure(code, location, nullptr);
 }
 
-/// The same, with what was asked for behind FFmpeg's words.
+/// The same, with what was asked for after FFmpeg's words.
 inline void checkResult(int code, Location location, const std::string& context) {
     if (code < 0)
         throwFfmpegFailure(code, location, &context);

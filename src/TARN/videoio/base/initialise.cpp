@@ -46,7 +46,7 @@ void forwardLine(void* context, int ffmpegLevel, const char* format, va_list arg
     if (length < 0)
         return;
     // The buffer size counts FFmpeg's closing zero, so that zero takes the place of the line's last
-    // character, the newline as a rule. Kept: readers of the log know the lines in this form.
+    // character, the newline as a rule. That is wanted: the logger ends lines itself.
     std::string line(static_cast<size_t>(length), ' ');
     formatLine(context, ffmpegLevel, format, arguments, line.data(), length);
     log::_output(ffmpegLogger, static_cast<log::Level>(level), line);
@@ -55,7 +55,7 @@ void forwardLine(void* context, int ffmpegLevel, const char* format, va_list arg
 } // namespace
 
 // Nothing may be thrown through FFmpeg, which is C: it would neither free nor unlock anything. What
-// cannot be said for want of memory is not said.
+// cannot be said because memory ran out is not said.
 void forwardFfmpegLog(void* context, int ffmpegLevel, const char* format,
                       va_list arguments) noexcept {
     try {

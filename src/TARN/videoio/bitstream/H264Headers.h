@@ -11,7 +11,7 @@ namespace tio::ffmpeg::detail {
 /// What the header of a slice tells about its picture.
 struct H264Slice {
     bool reference;     ///< other pictures may refer to it
-    bool instantaneous; ///< an IDR picture: numbering starts anew
+    bool instantaneous; ///< an IDR picture: numbering starts again
     uint32_t frameNumber;
     bool field;  ///< one of the two fields of a frame
     bool bottom; ///< the second of its lines

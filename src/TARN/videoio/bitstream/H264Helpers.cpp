@@ -91,7 +91,7 @@ std::vector<unsigned char> annexBOfRecord(Bytes record) {
     if (spsLength + smallest > record.size)
         return {};
     const unsigned char* sps = record.data + spsLengthAt + 2;
-    const size_t ppsLengthAt = spsLengthAt + 2 + spsLength + 1; // behind the number of PPS
+    const size_t ppsLengthAt = spsLengthAt + 2 + spsLength + 1; // after the number of PPS
     const size_t ppsLength = length(ppsLengthAt);
     if (spsLength + smallest + ppsLength > record.size)
         return {};

@@ -31,7 +31,7 @@ struct NalUnit {
 }
 
 /// Calls `visit` with each unit until it returns false. `lengthSize` is the number of bytes of the
-/// length in front of each; 0 for units behind start codes.
+/// length in front of each; 0 for units after start codes.
 template <typename Visit>
 void forEachNalUnit(const uint8_t* data, size_t size, size_t lengthSize, Visit&& visit) {
     const uint8_t* const end = data + size;

@@ -37,7 +37,7 @@ Packet::Packet(const Packet& other) : packet(makeBlankPacket()) {
 }
 
 // The time base stays: callers re-time packets by assigning into one that counts in the base they
-// want. Assignment to itself empties the packet, which is kept as well; both are known behaviour.
+// want. What the packet held is released first, so assignment to itself empties it.
 Packet& Packet::operator=(const Packet& other) {
     if (!packet) // moved from: FFmpeg must not be given a null packet
         packet = makeBlankPacket();

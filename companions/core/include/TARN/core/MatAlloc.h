@@ -27,7 +27,7 @@ public:
     /// Every block starts at a multiple of this, a cache line and the widest SIMD register.
     static constexpr std::size_t alignment = 64;
 
-    /// Usable bytes behind the count asked for: SIMD converters write whole registers at the end of
+    /// Usable bytes after the count asked for: SIMD converters write whole registers at the end of
     /// a picture.
     static constexpr std::size_t spareBytes = 64;
 

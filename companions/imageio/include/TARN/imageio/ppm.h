@@ -14,7 +14,7 @@ namespace tio {
 /// each, the higher one first.
 ///
 /// Rows are the image's height, columns its width, elements its pixels (R, G, B). The stream is
-/// left behind the last sample read, so that images that follow each other can be read one by one.
+/// left after the last sample read, so that images that follow each other can be read one by one.
 /// Memory is taken as samples arrive and not as the header announces them.
 ///
 /// Thread rule: no state; any thread, but a stream is used by one thread at a time.

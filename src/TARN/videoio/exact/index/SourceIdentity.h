@@ -5,7 +5,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// By what a file is known again: size, time of its last change and a hash of its first and of its
+/// By what a file is recognised: size, time of its last change and a hash of its first and of its
 /// last block.
 struct SourceIdentity {
     enum class Likeness { Same, Changed, Other };
