@@ -26,6 +26,9 @@
 #include <TARN/videoio/PacketEncoder.h>
 #include <TARN/videoio/PacketReader.h>
 #include <TARN/videoio/ReadImage.h>
+#include <TARN/videoio/SampleIndex.h>
+#include <TARN/videoio/SampleIndexOptions.h>
+#include <TARN/videoio/SampleReader.h>
 #include <TARN/videoio/Source.h>
 #include <TARN/videoio/Stream.h>
 #include <TARN/videoio/StreamDecoder.h>

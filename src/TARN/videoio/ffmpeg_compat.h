@@ -27,6 +27,7 @@ extern "C" {
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 // FFmpeg 5.1 brought AVChannelLayout; 7.0 removed the separate count and mask.
 #define TARN_FFMPEG_HAS_CHANNEL_LAYOUT (LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 28, 100))
@@ -104,6 +105,30 @@ inline void copyChannels(AVFrame& frame, const AVCodecContext& context) {
     frame.channel_layout = context.channel_layout;
     frame.channels = context.channels;
 #endif
+}
+
+/// FFmpeg's words for the order of the channels, such as "stereo" or "5.1(side)". Where nothing but
+/// their number is known, that of the usual order, as the ffmpeg program takes it.
+template <typename Owner>
+std::string channelLayoutText(const Owner& owner) {
+    std::array<char, 128> text{};
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    AVChannelLayout usual{};
+    const AVChannelLayout* layout = &owner.ch_layout;
+    if (layout->order == AV_CHANNEL_ORDER_UNSPEC) {
+        av_channel_layout_default(&usual, layout->nb_channels);
+        layout = &usual;
+    }
+    av_channel_layout_describe(layout, text.data(), text.size());
+    av_channel_layout_uninit(&usual);
+#else
+    const uint64_t mask =
+        owner.channel_layout != 0
+            ? owner.channel_layout
+            : static_cast<uint64_t>(av_get_default_channel_layout(owner.channels));
+    av_get_channel_layout_string(text.data(), static_cast<int>(text.size()), owner.channels, mask);
+#endif
+    return text.data();
 }
 
 /// @}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <TARN/videoio/Export.h>
+#include <TARN/videoio/Packet.h>
+#include <TARN/videoio/SampleIndexOptions.h>
+#include <TARN/videoio/Source.h>
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace tio::ffmpeg {
+
+namespace detail {
+struct SampleIndexAccess;
+struct SoundIndexData;
+} // namespace detail
+
+/// What a sound stream consists of: its packets, and which of them give which samples.
+///
+/// Sample n is the n-th sample of each channel that comes out when the stream is decoded from its
+/// start to its end, without the priming and the padding that the container tells of, as
+/// `ffmpeg -f f32le` gives it.
+///
+/// An index is a value: copies share what it holds, which never changes.
+/// Thread rule: any number of threads may use an index and its copies.
+class TARN_VIDEOIO_API SampleIndex {
+public:
+    /// A place where the times of two samples that follow each other do not: a gap, which is not
+    /// filled, or an overlap.
+    struct TimeBreak {
+        int64_t sample = 0; ///< the first one behind the break
+        Rational expected;  ///< its time in seconds if there were no break
+        Rational told;      ///< its time as the container tells it: later in a gap
+    };
+
+    /// Makes the index.
+    /// @throws IndexingCancelled
+    /// @throws tio::Exception when there is no such stream, or it is not of sound
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", when there is no
+    ///         decoder, and what opening throws
+    [[nodiscard]] static SampleIndex build(const Source& source,
+                                           const SampleIndexOptions& options = {});
+
+    [[nodiscard]] int64_t sampleCount() const noexcept;
+
+    /// Whether it holds a checksum of what every packet gives.
+    [[nodiscard]] bool hasChecksums() const noexcept;
+
+    /// Gaps and overlaps, by rising numbers. Deviations of one tick of the container and one sample
+    /// are none.
+    [[nodiscard]] std::vector<TimeBreak> timeBreaks() const;
+
+    /// Bytes that the index takes in memory.
+    [[nodiscard]] int64_t byteCount() const noexcept;
+
+private:
+    friend struct detail::SampleIndexAccess;
+    explicit SampleIndex(std::shared_ptr<const detail::SoundIndexData> made)
+        : data(std::move(made)) {}
+
+    std::shared_ptr<const detail::SoundIndexData> data; // never null
+};
+
+} // namespace tio::ffmpeg
