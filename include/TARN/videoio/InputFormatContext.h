@@ -133,8 +133,7 @@ public:
 private:
     friend struct detail::InputAccess; // by which classes of the library do more than callers may
 
-    template <typename Wanted>
-    bool readNext(AVPacket* packet, Wanted wanted);
+    bool readNext(AVPacket* packet, const int* firstStream, const int* lastStream);
     void noteTimestamp(const AVPacket& packet);
 
     Rational earliestTimestamp;

@@ -18,7 +18,9 @@ struct InputAccess {
 
     /// Goes on to the next packet of any of these streams; false at the end and when reading fails.
     [[nodiscard]] static bool readNext(InputFormatContext& input, AVPacket* packet,
-                                       const std::vector<int>& streams);
+                                       const std::vector<int>& streams) {
+        return input.readNext(packet, streams.data(), streams.data() + streams.size());
+    }
 
     /// What it was opened from, to open it once more.
     [[nodiscard]] static const Source& sourceOf(const InputFormatContext& input) {

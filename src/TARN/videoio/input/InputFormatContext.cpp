@@ -1,7 +1,6 @@
 #include "base/checks.h"
 #include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
-#include "input/InputAccess.h"
 #include "input/OpenInput.h"
 
 #include <TARN/videoio/InputFormatContext.h>
@@ -162,23 +161,17 @@ bool InputFormatContext::getResolutionOfStream(int index, int& width, int& heigh
 }
 
 bool InputFormatContext::getNextPacketForStream(AVPacket* packet, int streamIndex) {
-    return readNext(packet, [streamIndex](int index) { return index == streamIndex; });
+    return readNext(packet, &streamIndex, &streamIndex + 1);
 }
 
-bool detail::InputAccess::readNext(InputFormatContext& input, AVPacket* packet,
-                                   const std::vector<int>& streams) {
-    return input.readNext(packet, [&streams](int index) {
-        return std::find(streams.begin(), streams.end(), index) != streams.end();
-    });
-}
-
-template <typename Wanted>
-bool InputFormatContext::readNext(AVPacket* packet, Wanted wanted) {
+// Takes the streams from `firstStream` up to the one before `lastStream`.
+bool InputFormatContext::readNext(AVPacket* packet, const int* firstStream, const int* lastStream) {
     opened->startClock();
     int result = 0;
     while ((result = opened->readPacket(packet)) >= 0) {
         noteTimestamp(*packet);
-        if (wanted(packet->stream_index) && packet->size != 0) {
+        const bool wanted = std::find(firstStream, lastStream, packet->stream_index) != lastStream;
+        if (wanted && packet->size != 0) {
             endReason = {};
             return true;
         }

@@ -1,12 +1,10 @@
 #include "exact/run/DecodingRun.h"
 
-#include <utility>
-
 namespace tio::ffmpeg::detail {
 
-DecodingRun::DecodingRun(std::shared_ptr<InputFormatContext> input, const IndexData& index,
+DecodingRun::DecodingRun(const std::shared_ptr<InputFormatContext>& input, const IndexData& index,
                          PixelFormat pixelFormat, int threadCount)
-    : source(std::move(input), index.stream),
+    : source(input, index.stream),
       cursor(source, index),
       format(pixelFormat),
       threads(threadCount) {

@@ -26,7 +26,7 @@ public:
     };
 
     /// Stands before packet 0. The index must outlive the run.
-    DecodingRun(std::shared_ptr<InputFormatContext> input, const IndexData& index,
+    DecodingRun(const std::shared_ptr<InputFormatContext>& input, const IndexData& index,
                 PixelFormat format, int threads);
 
     /// Goes on from packet `number`, with nothing left of what came before.
