@@ -74,6 +74,7 @@ private:
 
     static ffmpeg::FrameReaderOptions optionsFor(bool checksums) {
         ffmpeg::FrameReaderOptions options;
+        options.colours = ffmpeg::Colours::Bt601; // as the truth takes them
         options.checksums = checksums;
         return options;
     }

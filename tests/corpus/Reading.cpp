@@ -76,6 +76,7 @@ void tellDirectly(const std::string& path, DirectWay way, Facts& facts) {
 
 Verdict judgeReader(const std::string& path, bool checksums) {
     ffmpeg::FrameReaderOptions options;
+    options.colours = ffmpeg::Colours::Bt601; // as the direct decoding takes them
     options.checksums = checksums;
     const Reading ours = readWith(path, options);
     const auto direct =
@@ -106,6 +107,7 @@ void tellIndexFile(const std::string& path, const std::string& folder, Facts& fa
     facts.push_back(countText(loaded.index ? loaded.index->frameCount() : -1));
     // Read by the index that was loaded: the first and the last.
     ffmpeg::FrameReaderOptions options;
+    options.colours = ffmpeg::Colours::Bt601; // as the direct decoding takes them
     options.index = loaded.index;
     FrameReader reader(input, ffmpeg::PixelFormat::RGB, options);
     if (!made.isDamaged() && reader.frameCount() > 0)

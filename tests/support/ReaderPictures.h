@@ -33,8 +33,10 @@ inline int numberIn(const ffmpeg::FrameReader::Picture& picture) {
     return readPictureNumber(rgb.plane.data(), rgb.size[1], rgb.size[0]);
 }
 
+/// In the colours that the oracle takes for granted.
 inline std::unique_ptr<ffmpeg::FrameReader> openReader(const std::string& path,
                                                        ffmpeg::FrameReaderOptions options = {}) {
+    options.colours = ffmpeg::Colours::Bt601;
     return std::make_unique<ffmpeg::FrameReader>(std::make_shared<ffmpeg::InputFormatContext>(path),
                                                  ffmpeg::PixelFormat::RGB, std::move(options));
 }

@@ -3,10 +3,13 @@
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/Frame.h>
 #include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/Image.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Source.h>
 #include <TARN/videoio/Types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -27,6 +30,22 @@ struct FrameReaderOptions {
     /// Threads of FFmpeg's decoder; 0 for one per core.
     int threads = 0;
 
+    /// The stream, by its number in the container; without one the best video stream, which an
+    /// attached picture (a cover) is only where there is no other.
+    std::optional<int> stream;
+
+    /// What the pictures consist of. A reader with a PixelFormat has that instead.
+    PictureFormat format = PictureFormat::Rgb8;
+
+    /// What their colours are taken for.
+    Colours colours = Colours::Tagged;
+
+    /// Size of the pictures, upright, in pixels; both 0 for their own. A smaller picture is made of
+    /// the averages of areas, without one of full size between. A reader with a PixelFormat takes
+    /// no size.
+    int height = 0;
+    int width = 0;
+
     /// How many bytes of finished pictures readFrames() may hold back because earlier ones were
     /// asked for first. At least one picture is held whatever is said here.
     int64_t byteBudget = int64_t{256} << 20;
@@ -37,9 +56,8 @@ struct FrameReaderOptions {
 /// The pictures of a video by number or time, in any order.
 ///
 /// @code
-/// auto input = std::make_shared<tio::ffmpeg::InputFormatContext>("clip.mp4");
-/// tio::ffmpeg::FrameReader reader(input, tio::ffmpeg::PixelFormat::RGB);
-/// auto last = reader.readFrame(reader.frameCount() - 1);
+/// tio::ffmpeg::FrameReader reader(tio::ffmpeg::Source("clip.mp4"));
+/// auto last = reader.readFrame(reader.frameCount() - 1).image;
 /// reader.readFrames({900, 30, 31}, [](const auto& picture) { …; return true; });
 /// @endcode
 ///
@@ -56,9 +74,16 @@ struct FrameReaderOptions {
 /// in mid-stream gives the same picture as one that did not: key frames may lie, and damage
 /// spreads. With checksums that is checked for each picture.
 ///
-/// The pictures are those of VideoStreamDecoder: upright, in the pixel format asked for.
-/// The source has to end and to be there once more: it is opened again, so that the context given
-/// stays free for other readers. A live stream cannot be read by number.
+/// Pictures are upright in all eight ways that a display matrix can tell, and in the colours that
+/// each is tagged with. The image that a caller gets is his own: nothing that is done to its pixels
+/// shows in any other, nor in that of the same frame asked for again.
+///
+/// The source has to end and to be there once more: it is opened again. A live stream cannot be
+/// read by number.
+///
+/// A reader that was made before fork() works on in the parent and in every child: each notices
+/// that it is another process, leaves the decoder of the other alone, whose memory it does not give
+/// back, and opens its own. No other thread may be in a call of the reader during fork().
 /// Thread rule: used by one thread at a time.
 class TARN_VIDEOIO_API FrameReader {
 public:
@@ -72,15 +97,27 @@ public:
 
     /// One picture and what it is.
     struct Picture {
-        std::shared_ptr<tio::FrameBase> frame; ///< never empty
+        Image image; ///< empty where the reader has a PixelFormat, or wrote into given memory
+        std::shared_ptr<tio::FrameBase> frame; ///< of a reader with a PixelFormat; else empty
         int64_t number = 0;
         Rational time;     ///< at which it is shown, in seconds
         Rational duration; ///< for which it is shown
+        Rational unitTime; ///< one tick of the stream, in seconds
         Reached reached = Reached::Exact;
+        bool keyFrame = false;   ///< see isKeyFrame()
+        char type = '?';         ///< how it is coded: 'I', 'P', 'B' or another letter of FFmpeg's
+        bool interlaced = false; ///< whether it consists of two fields
+        bool topFieldFirst = false; ///< which of them is shown first
     };
 
     /// Receives pictures; returns whether to go on.
     using Callback = std::function<bool(const Picture&)>;
+
+    /// Where a picture goes, by its place in the list of frames asked for.
+    using PlaceCallback = std::function<ImageView(std::size_t place)>;
+
+    /// Receives word of what is written; returns whether to go on.
+    using WrittenCallback = std::function<bool(std::size_t place, const Picture&)>;
 
     /// What the reader has done so far.
     struct Counters {
@@ -88,10 +125,20 @@ public:
         int64_t seeks = 0;             ///< in the source
         int64_t packetsDecoded = 0;    ///< given to the decoder
         int64_t picturesDecoded = 0;   ///< that came out of it
-        int64_t picturesConverted = 0; ///< that were turned and converted
+        int64_t picturesConverted = 0; ///< that were turned and converted, once for each reading
     };
 
-    /// Opens the best video stream, and makes the index where none is given.
+    /// Opens the source, and makes the index where none is given.
+    /// @throws IndexingCancelled
+    /// @throws tio::Exception for options that do not fit: a format or size that does not exist, a
+    ///         stream that is not there or no video, an index that is not of this stream
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
+    ///         throws
+    explicit FrameReader(const Source& source, FrameReaderOptions options = {});
+
+    /// The same from an input, which stays free for other readers, with pictures as the stream
+    /// decoders give them (Picture::frame). Where those take the colours for what they are and turn
+    /// the pictures right, the pictures are theirs bit for bit.
     /// @throws IndexingCancelled
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
     ///         throws
@@ -126,6 +173,22 @@ public:
     /// stays for its duration.
     [[nodiscard]] int64_t frameNumberAt(const Rational& time) const;
 
+    /// What times are counted in, in seconds: those of all frames are multiples of it.
+    [[nodiscard]] Rational timeBase() const noexcept;
+
+    /// The time of each frame, as a multiple of timeBase().
+    [[nodiscard]] std::vector<int64_t> ticks() const;
+
+    /// The numbers of all key frames, rising.
+    [[nodiscard]] std::vector<int64_t> keyFrames() const;
+
+    /// Number of the stream in the container.
+    [[nodiscard]] int stream() const noexcept;
+
+    /// Size of the pictures as the container announces it, upright, or the size asked for.
+    [[nodiscard]] int height() const noexcept;
+    [[nodiscard]] int width() const noexcept;
+
     /// @}
     /// @name Reading
     /// @throws tio::Exception for a number or a time without a frame, and when the picture cannot
@@ -134,6 +197,20 @@ public:
 
     [[nodiscard]] Picture readFrame(int64_t frame);
     [[nodiscard]] Picture readFrameAt(const Rational& time);
+
+    /// Reads a frame straight into memory of the caller's, in which nothing outside of its rows is
+    /// touched. Picture::image stays empty.
+    /// @throws tio::Exception also where the memory is not for such a picture, or the reader has a
+    ///         PixelFormat
+    Picture readFrameInto(int64_t frame, const ImageView& memory);
+
+    /// The same for several frames, in any order and as often as each is named. Each group of
+    /// pictures is decoded once; what comes first is written first, whatever its place.
+    /// @param memory   asked for the memory of each place, once
+    /// @param written  told of each place that is done; may be empty
+    /// @throws also what the two throw
+    void readFramesInto(const std::vector<int64_t>& frames, const PlaceCallback& memory,
+                        const WrittenCallback& written = {});
 
     /// Reads several frames, in any order and as often as each is named, and hands them over in the
     /// order asked for. As long as what has to wait for its turn stays within the byte budget, each

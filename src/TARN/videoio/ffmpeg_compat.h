@@ -133,6 +133,30 @@ std::string channelLayoutText(const Owner& owner) {
 
 /// @}
 
+/// @name Fields of a frame
+/// @{
+
+// FFmpeg 6.1 made flags of two numbers, which FFmpeg 8 removed.
+#define TARN_FFMPEG_HAS_FIELD_FLAGS (LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(58, 7, 100))
+
+inline bool isInterlaced(const AVFrame& frame) {
+#if TARN_FFMPEG_HAS_FIELD_FLAGS
+    return (frame.flags & AV_FRAME_FLAG_INTERLACED) != 0;
+#else
+    return frame.interlaced_frame != 0;
+#endif
+}
+
+inline bool isTopFieldFirst(const AVFrame& frame) {
+#if TARN_FFMPEG_HAS_FIELD_FLAGS
+    return (frame.flags & AV_FRAME_FLAG_TOP_FIELD_FIRST) != 0;
+#else
+    return frame.top_field_first != 0;
+#endif
+}
+
+/// @}
+
 /// Makes a packet that is not on FFmpeg's own heap blank, as av_packet_alloc() does.
 inline void makeBlank(AVPacket& packet) {
     std::memset(&packet, 0, sizeof packet);

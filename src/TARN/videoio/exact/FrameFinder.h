@@ -40,8 +40,8 @@ public:
     /// those are not left out on the way.
     [[nodiscard]] Outcome find(int64_t frame, const std::vector<int64_t>& wanted = {});
 
-    /// The frame that was found, turned and converted. It can be had once.
-    [[nodiscard]] std::shared_ptr<tio::FrameBase> picture() { return run.decoder().picture(); }
+    /// On the picture of the frame that was found.
+    [[nodiscard]] FrameDecoder& decoder() noexcept { return run.decoder(); }
 
     [[nodiscard]] Way way() const noexcept { return taken; }
 

@@ -39,6 +39,23 @@ std::array<std::array<double, 3>, 3> inverseMatrix(AVColorSpace matrix) {
              {0.5, -green * toCr, -blue * toCr}}};
 }
 
+// One name for each matrix, so that tags which mean the same are the same.
+AVColorSpace distinctMatrix(AVColorSpace stated) {
+    switch (stated) {
+    case AVCOL_SPC_RGB:
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_FCC:
+    case AVCOL_SPC_SMPTE240M:
+    case AVCOL_SPC_YCGCO:
+    case AVCOL_SPC_BT2020_NCL:
+        return stated;
+    case AVCOL_SPC_BT2020_CL: // taken as the other, as FFmpeg does
+        return AVCOL_SPC_BT2020_NCL;
+    default:
+        return AVCOL_SPC_SMPTE170M;
+    }
+}
+
 bool isGrey(const AVPixFmtDescriptor& format) {
     return format.nb_components <= 2 && (format.flags & AV_PIX_FMT_FLAG_RGB) == 0;
 }
@@ -89,8 +106,7 @@ ColourTags coloursOf(const AVFrame& picture, Colours colours) {
     // RGB is taken as full range, whatever is stated, as FFmpeg takes it.
     if ((format.flags & AV_PIX_FMT_FLAG_RGB) != 0)
         return tags;
-    if (picture.colorspace != AVCOL_SPC_UNSPECIFIED)
-        tags.matrix = picture.colorspace;
+    tags.matrix = distinctMatrix(picture.colorspace);
     if (picture.color_range != AVCOL_RANGE_UNSPECIFIED && !isStatedFull(number))
         tags.fullRange = picture.color_range == AVCOL_RANGE_JPEG;
     return tags;

@@ -121,7 +121,10 @@ std::shared_ptr<tio::FrameBase> FrameDecoder::picture() {
     if (!turningKnown)
         pictures.turnAs(*source);
     turningKnown = true;
-    return pictures.make(decoded());
+    const FrameHandle shared(av_frame_clone(&decoded())); // turning replaces what a frame refers to
+    if (!shared)
+        throw std::bad_alloc();
+    return pictures.make(*shared);
 }
 
 void FrameDecoder::restart() {

@@ -43,7 +43,7 @@ public:
     /// The stream of the packets; there must have been one.
     [[nodiscard]] const AVStream& stream() const noexcept { return *source; }
 
-    /// The picture, upright, in the format asked for. It can be had once: decoded() is turned.
+    /// The picture, upright, in the format asked for. decoded() stays as it is.
     /// @throws tio::Exception when it cannot be converted
     [[nodiscard]] std::shared_ptr<tio::FrameBase> picture();
 

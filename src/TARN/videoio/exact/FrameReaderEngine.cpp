@@ -1,0 +1,355 @@
+#include "base/checks.h"
+#include "base/ticks.h"
+#include "exact/FrameReader.h"
+#include "exact/IndexAccess.h"
+#include "exact/IndexBuilder.h"
+#include "exact/frameWindow.h"
+#include "ffmpeg_compat.h"
+#include "media/avRational.h"
+#include "picture/orientation.h"
+
+#include <algorithm>
+#include <string>
+#include <unistd.h>
+#include <unordered_map>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+namespace {
+
+using Outcome = detail::FrameFinder::Outcome;
+
+constexpr detail::Location at(int number) {
+    return {"FrameReader", number};
+}
+
+detail::PictureConverter::Target targetOf(const FrameReaderOptions& options,
+                                          std::optional<PixelFormat> frames) {
+    if (!frames)
+        return {options.format, options.colours, options.height, options.width};
+    if (options.height != 0 || options.width != 0)
+        detail::failPlainly("A reader with a PixelFormat gives pictures in their own size");
+    switch (*frames) {
+    case PixelFormat::Default:
+    case PixelFormat::RGB:
+        return {PictureFormat::Rgb8, options.colours, 0, 0};
+    case PixelFormat::NV12:
+        return {PictureFormat::Nv12, options.colours, 0, 0};
+    }
+    detail::failAssertion("Invalid pixel format", "false", at(5));
+}
+
+FrameReader::Reached reachedBy(detail::FrameFinder::Way way, bool proven) {
+    using Way = detail::FrameFinder::Way;
+    if (proven)
+        return FrameReader::Reached::Proven;
+    switch (way) {
+    case Way::Straight:
+        break;
+    case Way::AfterRetry:
+        return FrameReader::Reached::ExactAfterRetry;
+    case Way::FromStart:
+        return FrameReader::Reached::Linear;
+    }
+    return FrameReader::Reached::Exact;
+}
+
+/// Seconds as ticks of a time base, rounded down.
+/// @throws tio::Exception for a fraction that is too fine for that
+int64_t ticksOf(const Rational& time, AVRational timeBase) {
+    const int64_t sign = time.denominator < 0 ? -1 : 1;
+    int64_t dividend = 0;
+    int64_t divisor = 0;
+    if (time.denominator == 0 || __builtin_mul_overflow(time.numerator, sign, &dividend) ||
+        __builtin_mul_overflow(time.denominator, sign * timeBase.num, &divisor))
+        detail::failPlainly("No frame is shown at " + std::to_string(time.numerator) + "/" +
+                            std::to_string(time.denominator) + " s");
+    return av_rescale_rnd(dividend, timeBase.den, divisor, AV_ROUND_DOWN);
+}
+
+} // namespace
+
+FrameReader::Engine::Engine(std::shared_ptr<InputFormatContext> opened,
+                            std::optional<PixelFormat> frames, FrameReaderOptions chosen)
+    : input(std::move(opened)),
+      options(std::move(chosen)),
+      frameFormat(frames),
+      delivery(targetOf(options, frames)),
+      process(::getpid()) {
+    useIndex(indexFor(chosenStream()));
+    if (options.checksums && index->checksums.empty())
+        count(index->singleThread);
+}
+
+// The threads of a decoder are not in a forked process: it can neither be used there nor ended.
+FrameReader::Engine::~Engine() {
+    if (process != ::getpid())
+        static_cast<void>(finder.release());
+}
+
+void FrameReader::Engine::noticeOtherProcess() {
+    if (process == ::getpid())
+        return;
+    static_cast<void>(finder.release());
+    useIndex(index);
+    process = ::getpid();
+}
+
+int FrameReader::Engine::chosenStream() const {
+    if (!options.stream)
+        return input->findBestVideoStreamIndex();
+    const int stream = *options.stream;
+    const bool there = stream >= 0 && stream < input->getStreamCount();
+    if (!there || input->getStream(stream)->codecpar->codec_type != AVMEDIA_TYPE_VIDEO)
+        detail::failPlainly("Stream " + std::to_string(stream) + " of \"" + input->getUrl() +
+                            "\" " + (there ? "is no video" : "does not exist"));
+    return stream;
+}
+
+int FrameReader::Engine::height() const noexcept {
+    if (options.height > 0)
+        return options.height;
+    const AVStream& stream = *input->getStream(index->stream);
+    return detail::turningOf(stream).isOnItsSide() ? stream.codecpar->width
+                                                   : stream.codecpar->height;
+}
+
+int FrameReader::Engine::width() const noexcept {
+    if (options.width > 0)
+        return options.width;
+    const AVStream& stream = *input->getStream(index->stream);
+    return detail::turningOf(stream).isOnItsSide() ? stream.codecpar->height
+                                                   : stream.codecpar->width;
+}
+
+std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int stream) const {
+    if (!options.index) {
+        const FrameIndexOptions making{options.checksums, options.threads, options.progress};
+        return std::make_shared<const detail::IndexData>(detail::buildIndex(input, stream, making));
+    }
+    auto given = detail::IndexAccess::dataOf(*options.index);
+    if (!given->isOf(*input->getStream(stream)))
+        detail::failPlainly("The index is not that of \"" + input->getUrl() + "\"");
+    return given;
+}
+
+void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next) {
+    const bool nv12 = options.format == PictureFormat::Nv12 || frameFormat == PixelFormat::NV12;
+    auto made = std::make_unique<detail::FrameFinder>(input, *next,
+                                                      nv12 ? PixelFormat::NV12 : PixelFormat::RGB,
+                                                      next->singleThread ? 1 : options.threads);
+    if (finder)
+        done = counters();
+    finder = std::move(made); // the one before refers to the index before
+    index = std::move(next);
+    standing = -1;
+    latestFrame = nullptr;
+}
+
+void FrameReader::Engine::count(bool singleThread) {
+    auto counted = std::make_shared<detail::IndexData>(*index);
+    const FrameIndexOptions making{true, options.threads, options.progress};
+    detail::countByDecoding(input, *counted, making, singleThread);
+    useIndex(std::move(counted));
+}
+
+void FrameReader::Engine::requireFrame(int64_t frame) const {
+    const int64_t frames = index->frameCount();
+    if (frame >= 0 && frame < frames)
+        return;
+    const std::string what = frames > 0 ? "is outside 0 to " + std::to_string(frames - 1) + " of"
+                                        : "does not exist: there are no frames in";
+    detail::failAssertion("Frame number " + std::to_string(frame) + " " + what + " \"" +
+                              input->getUrl() + "\"",
+                          "0 <= frame && frame < frameCount()", at(1));
+}
+
+Rational FrameReader::Engine::secondsOf(int64_t ticks) const {
+    return Rational(ticks, 1) * Rational(index->timeBase);
+}
+
+int64_t FrameReader::Engine::frameAt(const Rational& time) const {
+    const int64_t ticks = ticksOf(time, index->timeBase);
+    const int64_t frame = index->frameAt(ticks);
+    const int64_t last = index->frameCount() - 1;
+    const bool over =
+        frame == last && frame >= 0 &&
+        detail::wrappingDifference(ticks, index->timeOf(last)) >= index->durationOf(last);
+    if (frame < 0 || over)
+        detail::failAssertion("No frame of \"" + input->getUrl() + "\" is shown at " +
+                                  std::to_string(time.numerator) + "/" +
+                                  std::to_string(time.denominator) + " s",
+                              "0 <= frame && !over", at(2));
+    return frame;
+}
+
+void FrameReader::Engine::failReading(int64_t frame, const char* reason) const {
+    detail::failAssertion("Frame " + std::to_string(frame) + " of \"" + input->getUrl() +
+                              "\" cannot be read: " + reason,
+                          "false", at(3));
+}
+
+/// Brings the finder to a frame. What comes out may show that the stream has to be counted anew,
+/// by decoding it, and once more with one thread when it is damaged.
+void FrameReader::Engine::find(int64_t frame, const std::vector<int64_t>& wanted) {
+    constexpr int mostCounts = 2;
+    standing = -1;
+    for (int counts = 0;; ++counts) {
+        requireFrame(frame);
+        const Outcome outcome = finder->find(frame, wanted);
+        if (outcome == Outcome::Found) {
+            standing = frame;
+            return;
+        }
+        if (outcome == Outcome::Changed)
+            failReading(frame, "the source is not as it was when it was indexed");
+        if (outcome == Outcome::Unreachable || counts == mostCounts)
+            failReading(frame, "its picture does not come out of the decoder as it should");
+        count(outcome == Outcome::Damaged);
+    }
+}
+
+/// Brings the finder to a frame, and tells everything of its picture but the pixels.
+FrameReader::Picture FrameReader::Engine::goTo(int64_t frame, const std::vector<int64_t>& wanted) {
+    requireFrame(frame);
+    noticeOtherProcess();
+    if (standing != frame) {
+        find(frame, wanted);
+        ++done.picturesConverted;
+    }
+    const AVFrame& decoded = finder->decoder().decoded();
+    Picture picture;
+    picture.number = frame;
+    picture.time = secondsOf(index->timeOf(frame));
+    picture.duration = secondsOf(index->durationOf(frame));
+    picture.unitTime = Rational(index->timeBase);
+    picture.reached = reachedBy(finder->way(), !index->checksums.empty());
+    picture.keyFrame =
+        index->hasFlag(index->packets[static_cast<size_t>(frame)], detail::IndexData::key);
+    picture.type = av_get_picture_type_char(decoded.pict_type);
+    picture.interlaced = compat::isInterlaced(decoded);
+    picture.topFieldFirst = compat::isTopFieldFirst(decoded);
+    return picture;
+}
+
+// A frame never changes, so that the latest is given again; an image is made again of what the
+// decoder still holds.
+FrameReader::Picture FrameReader::Engine::read(int64_t frame, const std::vector<int64_t>& wanted) {
+    const bool again = standing == frame && latestFrame && process == ::getpid();
+    Picture picture = goTo(frame, wanted);
+    if (frameFormat) {
+        if (!again)
+            latestFrame = delivery.frame(finder->decoder());
+        picture.frame = latestFrame;
+    } else {
+        picture.image = delivery.image(finder->decoder());
+    }
+    pictureBytes = std::max(pictureBytes, bytesOf(picture));
+    return picture;
+}
+
+FrameReader::Picture FrameReader::Engine::readInto(int64_t frame, const ImageView& memory,
+                                                   const std::vector<int64_t>& wanted) {
+    if (frameFormat)
+        detail::failPlainly("A reader with a PixelFormat does not read into given memory");
+    Picture picture = goTo(frame, wanted);
+    delivery.writeTo(memory, finder->decoder());
+    return picture;
+}
+
+void FrameReader::Engine::readIntoPlaces(const std::vector<int64_t>& frames,
+                                         const PlaceCallback& memory,
+                                         const WrittenCallback& written) {
+    std::unordered_map<int64_t, std::vector<size_t>> places;
+    for (size_t place = 0; place < frames.size(); ++place) {
+        requireFrame(frames[place]);
+        places[frames[place]].push_back(place);
+    }
+    const std::vector<int64_t> order = detail::decodingOrder(frames, 0, frames.size());
+    for (const int64_t frame : order)
+        for (const size_t place : places[frame]) {
+            const Picture picture = readInto(frame, memory(place), order);
+            if (written && !written(place, picture))
+                return;
+        }
+}
+
+int64_t FrameReader::Engine::bytesOf(const Picture& picture) const {
+    return frameFormat ? detail::byteCountOf(*picture.frame, targetOf(options, frameFormat).format)
+                       : picture.image.byteCount();
+}
+
+size_t FrameReader::Engine::capacity() const {
+    const auto pixels = int64_t{std::max(height(), 1)} * std::max(width(), 1);
+    const int64_t bytes = std::max(pictureBytes, pixels * 3);
+    return static_cast<size_t>(std::max<int64_t>(1, options.byteBudget / bytes));
+}
+
+void FrameReader::Engine::readInOrder(const std::vector<int64_t>& frames,
+                                      const Callback& callback) {
+    for (const int64_t frame : frames)
+        requireFrame(frame);
+    const auto groupOf = [this](int64_t frame) {
+        return index->entryFor(frame, index->packetCount(), finder->learned());
+    };
+    size_t begin = 0;
+    while (begin < frames.size()) {
+        const size_t end = detail::endOfWindow(frames, begin, capacity(), groupOf);
+        begin = readWindow(frames, begin, end, callback);
+    }
+}
+
+/// Reads the frames of one window and hands them over in the order asked for.
+/// @returns where to go on: before the end of the window when pictures are larger than expected,
+///          and behind all frames when the callback wants no more
+size_t FrameReader::Engine::readWindow(const std::vector<int64_t>& frames, size_t begin, size_t end,
+                                       const Callback& callback) {
+    const std::vector<int64_t> order = detail::decodingOrder(frames, begin, end);
+    std::unordered_map<int64_t, size_t> uses; // that are still to come
+    for (size_t i = begin; i < end; ++i)
+        ++uses[frames[i]];
+    std::unordered_map<int64_t, Picture> waiting;
+    const auto room = static_cast<int64_t>(capacity());
+    size_t next = begin;
+    for (const int64_t frame : order) {
+        waiting.emplace(frame, read(frame, order));
+        for (; next < end && waiting.count(frames[next]) != 0; ++next) {
+            const auto ready = waiting.find(frames[next]);
+            const bool last = --uses[ready->first] == 0;
+            Picture picture = ready->second;
+            if (last)
+                waiting.erase(ready);
+            else
+                picture.image = picture.image.clone(); // the caller may write into it
+            if (!callback(picture))
+                return frames.size();
+        }
+        const bool grown = static_cast<int64_t>(capacity()) < room;
+        if (grown && waiting.size() > capacity())
+            return next;
+    }
+    return next;
+}
+
+FrameIndex FrameReader::Engine::currentIndex() const {
+    const detail::EntryNotes& learned = finder->learned();
+    if (learned.cleanFrom == index->notes.cleanFrom &&
+        learned.mayLeaveOut == index->notes.mayLeaveOut)
+        return detail::IndexAccess::indexOf(index);
+    auto updated = std::make_shared<detail::IndexData>(*index);
+    updated->notes = learned;
+    return detail::IndexAccess::indexOf(std::move(updated));
+}
+
+FrameReader::Counters FrameReader::Engine::counters() const noexcept {
+    const detail::DecodingRun::Work work = finder->work();
+    Counters all = done;
+    all.sourceOpenings += work.openings;
+    all.seeks += work.seeks;
+    all.packetsDecoded += work.packets;
+    all.picturesDecoded += work.pictures;
+    return all;
+}
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,120 @@
+#include "exact/PictureDelivery.h"
+
+#include "base/checks.h"
+#include "picture/orientation.h"
+#include "picture/planes.h"
+
+#include <TARN/videoio/Types.h>
+
+#include <array>
+#include <string>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+using RgbFrame = tio::Frame<tio::PixelFormat::RGB>;
+using Nv12Frame = tio::Frame<tio::PixelFormat::NV12>;
+
+/// The pixels of a frame as an image that does not own them. NV12 frames have rows of an even
+/// number of chroma bytes, and room for as many rows of them as of luma.
+ImageView viewOf(RgbFrame& frame) {
+    return {PictureFormat::Rgb8,
+            frame.size[0],
+            frame.size[1],
+            {frame.plane.data()},
+            {std::ptrdiff_t{3} * frame.size[1]}};
+}
+
+ImageView viewOf(Nv12Frame& frame) {
+    return {PictureFormat::Nv12,
+            frame.size[0],
+            frame.size[1],
+            {frame.planes[0].data(), frame.planes[1].data()},
+            {frame.size[1], frame.size[1] + frame.size[1] % 2}};
+}
+
+ImageView viewOf(tio::FrameBase& frame, PictureFormat format) {
+    return format == PictureFormat::Nv12 ? viewOf(static_cast<Nv12Frame&>(frame))
+                                         : viewOf(static_cast<RgbFrame&>(frame));
+}
+
+std::shared_ptr<tio::FrameBase> makeFrame(PictureFormat format, int height, int width) {
+    const tio::Vec<int, 2> size(height, width);
+    if (format == PictureFormat::Rgb8)
+        return std::make_shared<RgbFrame>(size, makePlane(height, 3 * width));
+    return std::make_shared<Nv12Frame>(
+        size, tio::Vec<Plane, 2>(makePlane(height, width), makePlane(height, width + width % 2)));
+}
+
+void copyPixels(const ImageView& from, const ImageView& to) {
+    if (to.format != from.format || to.height != from.height || to.width != from.width)
+        failPlainly("The memory given is not for a picture of " + std::to_string(from.width) +
+                    " x " + std::to_string(from.height) + " in the format asked for");
+    for (int plane = 0; plane < planeCount(from.format); ++plane) {
+        const auto at = static_cast<size_t>(plane);
+        const PlaneSize size = planeSize(from.format, from.height, from.width, plane);
+        copyRows(from.planes[at], static_cast<int>(from.strides[at]), to.planes[at],
+                 static_cast<int>(to.strides[at]), static_cast<int>(size.rowBytes), size.rows);
+    }
+}
+
+int wayOf(const FrameDecoder& decoder) {
+    return turningOf(decoder.stream()).way;
+}
+
+} // namespace
+
+PictureDelivery::PictureDelivery(const PictureConverter::Target& wanted)
+    : target(wanted), converter(wanted) {}
+
+// Where the stream decoders take the same colours and turn the same way, a picture is theirs, bit
+// for bit.
+bool PictureDelivery::isAsStreamDecodersGiveIt(FrameDecoder& decoder) const {
+    constexpr std::array<int, 4> turns = {1, 6, 3, 8};
+    const AVFrame& picture = decoder.decoded();
+    const auto quarters = static_cast<size_t>(getStreamRotation(&decoder.stream()) & 3);
+    return target.height == 0 && turns[quarters] == wayOf(decoder) &&
+           av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture.format)) != nullptr &&
+           coloursOf(picture, target.colours) == coloursOf(picture, Colours::Bt601);
+}
+
+Image PictureDelivery::image(FrameDecoder& decoder) {
+    const AVFrame& picture = decoder.decoded();
+    const int way = wayOf(decoder);
+    Image made(target.format, converter.heightFor(picture, way), converter.widthFor(picture, way));
+    writeTo(made.view(), decoder);
+    return made;
+}
+
+void PictureDelivery::writeTo(const ImageView& view, FrameDecoder& decoder) {
+    const bool asStored =
+        target.colours == Colours::Bt601 &&
+        (target.format == PictureFormat::Rgb8 || target.format == PictureFormat::Nv12) &&
+        isAsStreamDecodersGiveIt(decoder);
+    if (asStored)
+        copyPixels(viewOf(*decoder.picture(), target.format), view);
+    else
+        converter.convert(decoder.decoded(), wayOf(decoder), view);
+}
+
+std::shared_ptr<tio::FrameBase> PictureDelivery::frame(FrameDecoder& decoder) {
+    if (isAsStreamDecodersGiveIt(decoder))
+        return decoder.picture();
+    const AVFrame& picture = decoder.decoded();
+    const int way = wayOf(decoder);
+    auto made = makeFrame(target.format, converter.heightFor(picture, way),
+                          converter.widthFor(picture, way));
+    converter.convert(picture, way, viewOf(*made, target.format));
+    return made;
+}
+
+int64_t byteCountOf(const tio::FrameBase& frame, PictureFormat format) {
+    if (format == PictureFormat::Nv12) {
+        const auto& planes = static_cast<const Nv12Frame&>(frame).planes;
+        return int64_t{planes[0].count} + planes[1].count;
+    }
+    return static_cast<const RgbFrame&>(frame).plane.count;
+}
+
+} // namespace tio::ffmpeg::detail
