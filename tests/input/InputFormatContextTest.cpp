@@ -12,6 +12,8 @@
 
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>
+#include <TARN/videoio/InputStream.h>
+#include <TARN/videoio/PacketReader.h>
 #include <TARN/videoio/Stream.h>
 
 #include <array>
@@ -190,6 +192,12 @@ TEST_F(OpeningTest, ProbesTheStreamsOnce) {
     const InputFormatContext context(clip("clip.mp4"));
     EXPECT_EQ(intercepted->avformat_open_input.count, 1);
     EXPECT_EQ(intercepted->avformat_find_stream_info.count, 1);
+}
+
+TEST_F(OpeningTest, AStreamWithoutAContextIsRefused) {
+    EXPECT_THROW(Stream(nullptr, 0), tio::Exception);
+    EXPECT_THROW(InputStream(nullptr, 0), tio::Exception);
+    EXPECT_THROW(PacketReader(nullptr, {0}), tio::Exception);
 }
 
 using StreamQueryTest = InputFormatContextTest;
@@ -549,6 +557,19 @@ TEST_F(EarliestTimestampTest, TakesAnUnknownTimeAsTheSmallestThereIs) {
     readAll(0);
     // -2^63 / 1000, divided by the common factor 8.
     EXPECT_THAT(input.getEarliestTimestamp(), IsFraction(-1152921504606846976, 125));
+}
+
+TEST_F(EarliestTimestampTest, AnUnknownTimeIsTheSmallestAtEveryTimeBase) {
+    for (const AVRational base : {AVRational{1, 25}, {1, 30}, {1, 90000}, {1, 1000000}, {1, 3}}) {
+        InputFormatContext fresh(clip("clip.mp4"));
+        fresh.getStream(0)->time_base = base;
+        test::PacketScript script({{0, 0}, {noTime, 1}, {-100, 2}});
+        const test::PacketPointer packet(av_packet_alloc());
+        while (fresh.getNextPacketForStream(packet.get(), 0))
+            av_packet_unref(packet.get());
+        const double expected = -9223372036854775808.0 * base.num / base.den;
+        EXPECT_EQ(fresh.getEarliestTimestamp().toDouble(), expected) << base.num << "/" << base.den;
+    }
 }
 
 TEST_F(EarliestTimestampTest, SurvivesASeek) {

@@ -17,6 +17,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -275,6 +277,37 @@ TEST_F(SeekingIndexFileTest, ABrokenReadOfTheTimesLeavesTheNewDistanceAndCount) 
     EXPECT_THAT(ticks(*stream), ElementsAre(11, 20, 0)); // read, kept from before, new
     stream->seekToOrBefore(0);
     EXPECT_EQ(script.seekTargets.back(), 11 - 50);
+}
+
+/// Leaves the process only so much more memory while it lives.
+class MemoryLimit {
+public:
+    explicit MemoryLimit(rlim_t more) {
+        ::getrlimit(RLIMIT_AS, &before);
+        rlim_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        rlimit now = before;
+        now.rlim_cur = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + more;
+        ::setrlimit(RLIMIT_AS, &now);
+    }
+    MemoryLimit(const MemoryLimit&) = delete;
+    MemoryLimit& operator=(const MemoryLimit&) = delete;
+    ~MemoryLimit() { ::setrlimit(RLIMIT_AS, &before); }
+
+private:
+    rlimit before{};
+};
+
+TEST_F(SeekingIndexFileTest, MemoryThatRunsOutIsToldWithThePath) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer takes memory of its own";
+#endif
+    writeIndex({0, 1, 2});
+    intercepted->ftell.instead = [](std::FILE*) { return (long{1} << 31) - 8; };
+    auto stream = open();
+    const MemoryLimit limit(rlim_t{256} << 20);
+    expectLoadFails(*stream, "Could not read seek buffer from ", 270,
+                    "fread(frameNumToTimestamp.data(), sizeof(int_fast64_t), count, f) == count");
 }
 
 TEST_F(SeekingIndexFileTest, AFileStaysOpenAfterAFailedLoad) {

@@ -50,6 +50,20 @@ int sizeOf(const Packet& packet) {
     return size;
 }
 
+TEST(PacketTest, MemoryThatRunsOutIsAnExceptionOfFfmpegs) {
+    const PacketPointer source = makePacket({1, 2, 3});
+    const Packet packet(source.get(), Rational(1, 25));
+    const test::Interception intercepted;
+    intercepted->av_packet_alloc.instead = []() -> AVPacket* { return nullptr; };
+    EXPECT_THROW(Packet(source.get(), Rational(1, 25)), Exception);
+    EXPECT_THROW(Packet copy(packet), Exception);
+    try {
+        const Packet copy(packet);
+    } catch (const Exception& failure) {
+        EXPECT_EQ(failure.code(), AVERROR(ENOMEM));
+    }
+}
+
 TEST(PacketTest, SharesTheDataOfItsSourceWhichTheCallerKeeps) {
     const PacketPointer source = makePacket({1, 2, 3}, 7, 5, 2);
     {

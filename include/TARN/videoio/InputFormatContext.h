@@ -61,22 +61,23 @@ public:
     [[nodiscard]] int findBestVideoStreamIndex() const;
     [[nodiscard]] int findBestAudioStreamIndex() const;
 
-    /// 1 when there is such a stream, otherwise 0. Never throw.
+    /// 1 when there is such a stream, otherwise 0: the type is int. Never throw.
     [[nodiscard]] int hasVideoStream() const;
     [[nodiscard]] int hasAudioStream() const;
 
     /// The container; files of the whole MP4 family (QuickTime and 3GP too) count as Mp4.
-    [[nodiscard]] Container getContainerFormat();
+    [[nodiscard]] Container getContainerFormat() const;
 
     /// FFmpeg's name of the demuxer, a list such as "mov,mp4,m4a,3gp,3g2,mj2".
     [[nodiscard]] std::string getContainerName() const;
 
     /// @}
     /// @name What one stream is
-    /// `index` must name an existing stream, except where another answer is given.
+    /// `index` must name an existing stream, which is not checked, except where another answer is
+    /// given.
     /// @{
 
-    [[nodiscard]] Codec getCodecOfStream(int index);
+    [[nodiscard]] Codec getCodecOfStream(int index) const;
 
     /// FFmpeg's name of the codec, such as "hevc"; "none" when it is not known.
     [[nodiscard]] std::string getCodecNameOfStream(int index) const;
@@ -89,11 +90,12 @@ public:
 
     /// Duration in seconds as the container states it. Where it states none
     /// (hasDurationOfStream() is false) the value is without meaning.
-    [[nodiscard]] Rational getDurationOfStream(int index);
+    [[nodiscard]] Rational getDurationOfStream(int index) const;
     [[nodiscard]] bool hasDurationOfStream(int index) const;
 
     /// Size of a stream's pictures in pixels as they are shown: width and height change places when
-    /// the "rotate" tag says exactly "90" or "270".
+    /// the "rotate" tag says exactly "90" or "270". The width comes first here; every Vec<int, 2>
+    /// of the library is (height, width).
     /// @returns false, with both left as they were, when there is no such stream or nothing is
     /// known
     ///          of it
@@ -103,8 +105,9 @@ public:
     /// @name Reading and seeking
     /// @{
 
-    /// Reads the next packet of one stream into `packet`, which must be blank and which the caller
-    /// unreferences. Empty packets are passed over, packets of other streams are dropped.
+    /// Reads the next packet of one stream into `packet`, which must be blank and not null, and
+    /// which the caller unreferences. Empty packets are passed over, packets of other streams are
+    /// dropped.
     /// @returns false at the end of the input and equally when reading fails; getEndReason() tells
     ///          which
     /// @throws tio::ffmpeg::Exception when a stream of the caller's fails; told once, and then the
@@ -122,8 +125,9 @@ public:
     [[nodiscard]] bool isPtsSeekable() const;
 
     /// Smallest presentation time in seconds of any packet read so far, whatever its stream;
-    /// 2147483647/1 before the first one.
-    [[nodiscard]] Rational getEarliestTimestamp() { return earliestTimestamp; }
+    /// 2147483647/1 before the first one. An unknown time counts as the smallest there is: -2^63
+    /// ticks.
+    [[nodiscard]] Rational getEarliestTimestamp() const noexcept { return earliestTimestamp; }
 
     /// The URL that was opened, or the name of the source.
     [[nodiscard]] std::string getUrl() const;

@@ -4,24 +4,31 @@
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/Stream.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
+struct AVPacket;
+
 namespace tio::ffmpeg {
+
+namespace detail {
+class SeekingIndex;
+} // namespace detail
 
 /// One stream of an input, read packet by packet, with frames numbered in presentation order.
 ///
 /// Frame n is the n-th smallest pts among the stream's usable packets. The list of them, the frame
 /// index, is made by one pass over the whole stream on the first call that needs it, or loaded from
 /// a file that an earlier run stored. Plain reading never pays for it.
+/// Frame numbers are those of times here; FrameReader numbers the pictures that come out.
 /// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API InputStream : public Stream {
 public:
-    /// Reads nothing yet. `streamIndex` must name a stream of the context.
+    /// Reads nothing yet. `streamIndex` must name a stream of the context: it is not checked.
+    /// @throws tio::Exception for a context that is null
     InputStream(std::shared_ptr<InputFormatContext> context, int streamIndex);
     ~InputStream() override;
 
@@ -29,7 +36,7 @@ public:
     std::shared_ptr<InputPacket> getNextPacket();
 
     /// Seconds per tick of this stream's timestamps. Needs no index.
-    [[nodiscard]] Rational getUnitTime();
+    [[nodiscard]] Rational getUnitTime() const;
 
     /// @name Frame numbers
     /// All of these make the index when there is none.
@@ -40,8 +47,8 @@ public:
     /// Number of entries of the index.
     int64_t getFrameCount() const;
 
-    /// Presentation time in seconds of every frame, by frame number.
-    std::vector<Rational> getFrameMsMap();
+    /// Presentation time in seconds, whatever the name says, of every frame, by frame number.
+    std::vector<Rational> getFrameMsMap() const;
 
     /// Goes to the nearest place from which `frame` can be decoded.
     /// @returns the number of the frame that getNextPacket() delivers next; the frame count when
@@ -69,8 +76,10 @@ public:
     void storeSeekingIndex(std::string path) const;
 
     /// Takes the index from a file instead of reading the stream, then goes to frame 0.
-    /// @throws tio::Exception naming the path and the check that failed. What was read up to then
-    ///         stays in place: see docs/behaviour.md before going on with the same stream.
+    /// @throws tio::Exception naming the path and the check that failed, lack of memory included.
+    ///         What was read up to then stays in place: see docs/behaviour.md before going on with
+    ///         the same stream. Where going to frame 0 fails, the index is loaded, and the
+    ///         exception is that of the seek or, for a file without times, of reading the stream.
     void loadSeekingIndex(std::string path);
 
     /// @}
@@ -83,16 +92,15 @@ private:
     bool readPacket() const;
     bool buildIndex(Scan scan) const;
     void buildIndexWhenMissing() const;
-    void recordPacket(int64_t& lastPts, bool ptsSeekable) const;
+    void recordPacket(bool ptsSeekable) const;
     void finishIndex() const;
     int64_t seekToFrame(int64_t frame) const;
     int64_t seekToTimestamp(int64_t timestamp) const;
     void checkFrameNumber(int64_t frame) const;
 
     // Queries make the index on first need, so what it consists of is mutable.
-    mutable detail::PacketHandle packet; // pending exactly when its size is not 0
-    mutable int64_t maxPtsDtsDifference = 0;
-    mutable std::vector<int64_t> frameNumToTimestamp;
+    mutable std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet; // pending when its size is not 0
+    std::unique_ptr<detail::SeekingIndex> index;
 };
 
 } // namespace tio::ffmpeg

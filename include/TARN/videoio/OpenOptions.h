@@ -16,6 +16,7 @@ namespace tio::ffmpeg {
 /// Thread rule: any thread, at any time.
 class CancelToken {
 public:
+    /// A token of its own, that nobody has cancelled.
     CancelToken() : flag(std::make_shared<std::atomic<bool>>(false)) {}
 
     /// For good: what uses this token stops as soon as it waits for the source.
@@ -28,6 +29,7 @@ private:
 };
 
 /// How a source is opened where the defaults do not do. The defaults here change nothing.
+/// Thread rule: a value; an input copies the options that it is opened with.
 ///
 /// @code
 /// tio::ffmpeg::OpenOptions options;
@@ -60,6 +62,7 @@ struct OpenOptions {
 };
 
 /// Why an input gives no further packet.
+/// Thread rule: a value.
 struct EndReason {
     enum class Kind {
         None,        ///< it may have more

@@ -3,10 +3,10 @@
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/Types.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 struct AVCodecParameters;
@@ -83,7 +83,7 @@ public:
     [[nodiscard]] const unsigned char* getData(int& size) const;
 
 private:
-    detail::PacketHandle packet; // null only after a move
+    std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet; // null only after a move
     Rational unitTime;
 };
 

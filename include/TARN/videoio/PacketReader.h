@@ -3,10 +3,11 @@
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <memory>
 #include <vector>
+
+struct AVPacket;
 
 namespace tio::ffmpeg {
 
@@ -31,7 +32,7 @@ class TARN_VIDEOIO_API PacketReader {
 public:
     /// Reads nothing yet; goes on from where the context stands.
     /// @param streamIndices numbers of the streams; packets of the others are passed over
-    /// @throws tio::Exception when the input has no such stream
+    /// @throws tio::Exception when the input is null, or has no such stream
     PacketReader(std::shared_ptr<InputFormatContext> input, std::vector<int> streamIndices);
     ~PacketReader();
     PacketReader(const PacketReader&) = delete;
@@ -45,7 +46,7 @@ public:
 private:
     std::shared_ptr<InputFormatContext> input;
     std::vector<int> streams;
-    detail::PacketHandle packet; // pending exactly when its size is not 0
+    std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet; // pending when its size is not 0
 };
 
 } // namespace tio::ffmpeg

@@ -3,12 +3,13 @@
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/Source.h>
 
 #include <cstdint>
 #include <string>
 
 /// @file
-/// Still images from files, as 8-bit RGB: rows are the image's height, columns its width, elements
+/// Still images, as 8-bit RGB: rows are the image's height, columns its width, elements
 /// its pixels (R, G, B).
 ///
 /// The extension decides how a file is read: ".ppm" by tio::readPpm(), which never sees FFmpeg;
@@ -20,8 +21,8 @@
 /// @throws tio::Exception "Unknown image file type extension: …"; what tio::readPpm() throws; and
 ///         for a file whose first stream holds no pictures
 /// @throws tio::ffmpeg::Exception with the system's words and the path when the file cannot be
-///         opened; with FFmpeg's words when it cannot be decoded, after a line in the log that
-///         names the file
+///         opened; with FFmpeg's words when it cannot be decoded: without the path, which
+///         ffmpeg::readImageFrom() gives
 
 namespace tio {
 
@@ -41,6 +42,18 @@ namespace ffmpeg {
 /// The same as tio::readImage().
 [[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
 readImage(std::string path);
+
+/// Which way up an image is wanted.
+enum class ImageOrientation {
+    AsStored, ///< as readImage() gives it
+    Upright,  ///< as readImageUpright() gives it
+};
+
+/// An image from any source: a file under any name, memory, or a stream. Its bytes alone decide
+/// what it is, so that it need not be one of the three types: whatever FFmpeg reads will do.
+/// @throws tio::ffmpeg::Exception, tio::Exception always with the name of the source
+[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+readImageFrom(const Source& source, ImageOrientation orientation = ImageOrientation::Upright);
 
 } // namespace ffmpeg
 

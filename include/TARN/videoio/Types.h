@@ -11,6 +11,8 @@ struct AVStream;
 /// @file
 /// The vocabulary of the interface: codecs, containers, pixel formats and image files, under names
 /// of our own. The numeric values are part of the interface and never change.
+///
+/// Thread rule: any thread.
 
 namespace tio::ffmpeg {
 
@@ -66,7 +68,8 @@ TARN_VIDEOIO_API extern const std::map<std::string, ImageFileType> typeExtension
 /// How far the pictures of a stream must be turned clockwise to stand upright, in quarter turns:
 /// 0 none, 1 for 90 degrees, 2 for 180, 3 for 270. Read from the stream's "rotate" metadata tag;
 /// a tag that cannot be read counts as 0 and is logged under "root" at level 3. Never throws for
-/// a malformed tag.
+/// a malformed tag. Mirrored pictures have no number here, and are shown upright by FrameReader.
+/// @param stream  must not be null
 [[nodiscard]] TARN_VIDEOIO_API int getStreamRotation(const AVStream* stream);
 
 } // namespace tio::ffmpeg

@@ -1,7 +1,7 @@
 #include "base/checks.h"
-#include "base/fileHandle.h"
 #include "exact/IndexBuilder.h"
 #include "exact/index/IndexFile.h"
+#include "input/SeekingIndex.h"
 
 #include <TARN/videoio/FrameIndex.h>
 
@@ -13,24 +13,17 @@ namespace tio::ffmpeg {
 
 namespace {
 
-// Bytes are those of the bare index: 64-bit integers in the machine's own order.
-bool writeNumbers(std::FILE* file, const std::vector<int64_t>& numbers) {
-    return std::fwrite(numbers.data(), sizeof(int64_t), numbers.size(), file) == numbers.size();
-}
-
-/// The times that InputStream numbers frames by: sorted, without one that repeats at once.
-std::vector<int64_t> seekingTimes(const detail::IndexData& index) {
-    std::vector<int64_t> times;
-    int64_t last = AV_NOPTS_VALUE;
+/// What InputStream makes of the same packets.
+detail::SeekingIndex seekingIndexOf(const detail::IndexData& index) {
+    detail::SeekingIndex made;
+    made.begin();
     for (uint32_t packet = 0; packet < index.packetCount(); ++packet) {
         const int64_t time = index.pts[packet];
-        if (index.hasFlag(packet, detail::IndexData::discarded) || time == last)
-            continue;
-        last = time;
-        times.push_back(time);
+        made.record({time, time, index.hasFlag(packet, detail::IndexData::discarded)}, true);
     }
-    std::sort(times.begin(), times.end());
-    return times;
+    made.sort();
+    made.maxPtsDtsDifference = index.maxPtsDtsDifference;
+    return made;
 }
 
 FrameIndex::Match matchOf(detail::SourceIdentity::Likeness likeness) {
@@ -81,19 +74,13 @@ void FrameIndex::save(const std::string& path) const {
 }
 
 void FrameIndex::exportSeekingIndex(const std::string& path) const {
-    const std::vector<int64_t> times = seekingTimes(*data);
+    const detail::SeekingIndex index = seekingIndexOf(*data);
+    const auto& times = index.times;
     const auto together = std::adjacent_find(times.begin(), times.end());
     if (times.empty() || times.front() == AV_NOPTS_VALUE || together != times.end())
         detail::failPlainly("No seeking index can be stored in \"" + path +
                             "\": frames share a time, or have none");
-    detail::FileHandle file(std::fopen(path.c_str(), "wb"));
-    if (!file)
-        detail::failPlainly("Could not open \"" + path + "\"");
-    const bool written =
-        writeNumbers(file.get(), {data->maxPtsDtsDifference}) && writeNumbers(file.get(), times);
-    const bool closed = std::fclose(file.release()) == 0;
-    if (!written || !closed)
-        detail::failPlainly("Could not write \"" + path + "\"");
+    index.store(path, detail::SeekingIndex::AfterFailure::Close);
 }
 
 int64_t FrameIndex::frameCount() const noexcept {

@@ -4,6 +4,7 @@
 #include "base/hash.h"
 #include "base/ticks.h"
 #include "bitstream/PacketInspector.h"
+#include "input/SeekingIndex.h"
 
 #include <algorithm>
 #include <numeric>
@@ -74,23 +75,6 @@ void dropLaterKeys(IndexData& index) {
     }
 }
 
-/// What InputStream works out of the same packets, for the bare index.
-class PtsDtsDifference {
-public:
-    void note(const AVPacket& packet) {
-        if ((packet.flags & AV_PKT_FLAG_DISCARD) != 0 || packet.pts == lastPts)
-            return;
-        lastPts = packet.pts;
-        largest = std::max(largest, wrappingDifference(packet.pts, packet.dts));
-    }
-
-    [[nodiscard]] int64_t value() const { return largest; }
-
-private:
-    int64_t lastPts = AV_NOPTS_VALUE;
-    int64_t largest = 0;
-};
-
 } // namespace
 
 PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progress) {
@@ -102,13 +86,15 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     PacketInspector inspector(*source.stream().codecpar);
     AVIOContext* io = source.format().pb;
     const int64_t total = io != nullptr ? std::max<int64_t>(avio_size(io), 0) : 0;
-    PtsDtsDifference difference;
+    SeekingIndex seeking;
+    const bool seeksByPts = (source.format().iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
     int64_t latest = AV_NOPTS_VALUE;
     bool palette = false;
     while (source.read()) {
         const AVPacket& packet = source.packet();
         addPacket(index, packet, inspector.inspect(packet));
-        difference.note(packet);
+        seeking.record({packet.pts, packet.dts, (packet.flags & AV_PKT_FLAG_DISCARD) != 0},
+                       seeksByPts);
         palette = palette || bringsPalette(packet);
         scan.damaged = scan.damaged || (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
         if (packet.pts >= latest && !index.hasFlag(index.packetCount() - 1, IndexData::discarded)) {
@@ -117,8 +103,7 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
         }
         progress.tell(IndexProgress::Step::Packets, std::max<int64_t>(packet.pos, 0), total);
     }
-    const bool seeksByPts = (source.format().iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
-    index.maxPtsDtsDifference = seeksByPts ? 0 : difference.value();
+    index.maxPtsDtsDifference = seeking.maxPtsDtsDifference;
     index.frameTicks = usualDistance(source.stream());
     if (index.lastTicks <= 0)
         index.lastTicks = index.frameTicks;

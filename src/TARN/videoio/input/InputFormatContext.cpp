@@ -115,7 +115,7 @@ int InputFormatContext::hasAudioStream() const {
     return bestStream(formatContext, AVMEDIA_TYPE_AUDIO) >= 0 ? 1 : 0;
 }
 
-Container InputFormatContext::getContainerFormat() {
+Container InputFormatContext::getContainerFormat() const {
     return detail::containerFromName(formatContext->iformat->name);
 }
 
@@ -123,7 +123,7 @@ std::string InputFormatContext::getContainerName() const {
     return formatContext->iformat->name;
 }
 
-Codec InputFormatContext::getCodecOfStream(int index) {
+Codec InputFormatContext::getCodecOfStream(int index) const {
     return detail::codecFromId(getStream(index)->codecpar->codec_id);
 }
 
@@ -140,7 +140,7 @@ std::vector<unsigned char> InputFormatContext::getExtradataOfStream(int index) c
     return {parameters.extradata, parameters.extradata + parameters.extradata_size};
 }
 
-Rational InputFormatContext::getDurationOfStream(int index) {
+Rational InputFormatContext::getDurationOfStream(int index) const {
     const AVStream& stream = *getStream(index);
     return Rational(stream.duration, 1) * Rational(stream.time_base);
 }

@@ -1,6 +1,8 @@
 #include "base/checks.h"
 #include "base/ticks.h"
 #include "ffmpeg_compat.h"
+#include "input/SeekingIndex.h"
+#include "media/ownedPacket.h"
 
 #include <TARN/videoio/InputStream.h>
 
@@ -47,11 +49,10 @@ struct InputStream::StartProbe {
     int budget = 100; // packets; leading pictures come right behind their key frame
 };
 
-InputStream::InputStream(std::shared_ptr<InputFormatContext> input, int index)
-    : Stream(std::move(input), index), packet(av_packet_alloc()) {
-    if (!packet)
-        throw std::bad_alloc();
-}
+InputStream::InputStream(std::shared_ptr<InputFormatContext> input, int streamNumber)
+    : Stream(std::move(input), streamNumber),
+      packet(detail::ownedPacket()),
+      index(std::make_unique<detail::SeekingIndex>()) {}
 
 InputStream::~InputStream() = default;
 
@@ -73,17 +74,17 @@ std::shared_ptr<InputPacket> InputStream::getNextPacket() {
     return next;
 }
 
-Rational InputStream::getUnitTime() {
+Rational InputStream::getUnitTime() const {
     return Rational(getStream()->time_base);
 }
 
 void InputStream::buildIndexWhenMissing() const {
-    if (!frameNumToTimestamp.empty())
+    if (!index->times.empty())
         return;
     try {
         buildIndex(Scan::Whole);
     } catch (...) { // the first part of an index would be taken for a whole one
-        frameNumToTimestamp.clear();
+        index->times.clear();
         av_packet_unref(packet.get());
         throw;
     }
@@ -91,15 +92,15 @@ void InputStream::buildIndexWhenMissing() const {
 
 int64_t InputStream::getFrameCount() const {
     buildIndexWhenMissing();
-    return static_cast<int64_t>(frameNumToTimestamp.size());
+    return static_cast<int64_t>(index->times.size());
 }
 
-std::vector<Rational> InputStream::getFrameMsMap() {
+std::vector<Rational> InputStream::getFrameMsMap() const {
     buildIndexWhenMissing();
     const Rational unitTime = getUnitTime();
     std::vector<Rational> times;
-    times.reserve(frameNumToTimestamp.size());
-    for (const int64_t timestamp : frameNumToTimestamp)
+    times.reserve(index->times.size());
+    for (const int64_t timestamp : index->times)
         times.push_back(Rational(timestamp, 1) * unitTime);
     return times;
 }
@@ -118,7 +119,7 @@ bool InputStream::buildIndex(Scan scan) const {
     detail::logProgress(std::string("pts seek supported: ") + (ptsSeekable ? "yes" : "no"));
 
     StartProbe probe;
-    int64_t lastPts = AV_NOPTS_VALUE;
+    index->begin();
     while (readPacket()) {
         if (scan == Scan::StartOnly) {
             const auto verdict = probe.judge(*packet);
@@ -129,40 +130,31 @@ bool InputStream::buildIndex(Scan scan) const {
                 return false;
             }
         }
-        recordPacket(lastPts, ptsSeekable);
+        recordPacket(ptsSeekable);
         av_packet_unref(packet.get());
     }
     finishIndex();
     return true;
 }
 
-void InputStream::recordPacket(int64_t& lastPts, bool ptsSeekable) const {
-    if ((packet->flags & AV_PKT_FLAG_DISCARD) != 0) {
+void InputStream::recordPacket(bool ptsSeekable) const {
+    const bool discarded = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+    if (discarded)
         detail::logProgress("discarded packet (pts=" + std::to_string(packet->pts) + ")");
-        return;
-    }
-    if (packet->pts == lastPts)
-        return;
-    lastPts = packet->pts;
-    frameNumToTimestamp.push_back(packet->pts);
-    // Demuxers that seek by dts land too late for a pts; going back by the largest distance between
-    // the two makes up for it.
-    if (!ptsSeekable)
-        maxPtsDtsDifference =
-            std::max(maxPtsDtsDifference, detail::wrappingDifference(packet->pts, packet->dts));
+    index->record({packet->pts, packet->dts, discarded}, ptsSeekable);
 }
 
 void InputStream::finishIndex() const {
-    if (frameNumToTimestamp.empty())
+    if (index->times.empty())
         detail::failAssertion("Ffmpeg stream has no usable frames.", "!frameNumToTimestamp.empty()",
                               at(181));
-    detail::logProgress("max pts dts diff is " + std::to_string(maxPtsDtsDifference));
-    std::sort(frameNumToTimestamp.begin(), frameNumToTimestamp.end());
+    detail::logProgress("max pts dts diff is " + std::to_string(index->maxPtsDtsDifference));
+    index->sort();
     seekToFrame(0);
 }
 
 void InputStream::checkFrameNumber(int64_t frame) const {
-    const auto count = static_cast<int64_t>(frameNumToTimestamp.size());
+    const auto count = static_cast<int64_t>(index->times.size());
     if (frame < 0 || frame >= count)
         detail::failAssertion("Frame number " + std::to_string(frame) + " is outside 0 to " +
                                   std::to_string(count - 1) + " of \"" + context()->getUrl() + "\"",
@@ -172,8 +164,9 @@ void InputStream::checkFrameNumber(int64_t frame) const {
 int64_t InputStream::seekToFrame(int64_t frame) const {
     buildIndexWhenMissing();
     checkFrameNumber(frame);
-    const int64_t wanted = frameNumToTimestamp[static_cast<size_t>(frame)];
-    const int64_t landed = seekToTimestamp(detail::wrappingDifference(wanted, maxPtsDtsDifference));
+    const int64_t wanted = index->times[static_cast<size_t>(frame)];
+    const int64_t landed =
+        seekToTimestamp(detail::wrappingDifference(wanted, index->maxPtsDtsDifference));
     // The MP4 demuxer says that it seeks by pts, but without an edit list its index counts in dts,
     // and a seek may land on a key frame behind the wanted picture. Once more, by the difference.
     if (landed > wanted && packet->dts != AV_NOPTS_VALUE && packet->dts < landed &&
@@ -191,11 +184,25 @@ int64_t InputStream::seekToTimestamp(int64_t timestamp) const {
 
 int64_t InputStream::seekToOrBefore(int64_t frame) {
     const int64_t pts = seekToFrame(frame);
-    if (pts < frameNumToTimestamp.front())
+    if (pts < index->times.front())
         return 0;
     // Not a binary search: an index that a look at the start left behind is not sorted.
-    const auto landed = std::find(frameNumToTimestamp.begin(), frameNumToTimestamp.end(), pts);
-    return landed - frameNumToTimestamp.begin();
+    const auto landed = std::find(index->times.begin(), index->times.end(), pts);
+    return landed - index->times.begin();
+}
+
+// Kept: after a failure the file stays open, and whatever was read or written up to then stays in
+// place. Callers that store to a full disk or load a damaged file find the message;
+// docs/behaviour.md says what to do next.
+
+void InputStream::storeSeekingIndex(std::string path) const {
+    buildIndexWhenMissing();
+    index->store(path, detail::SeekingIndex::AfterFailure::LeaveOpen);
+}
+
+void InputStream::loadSeekingIndex(std::string path) {
+    index->load(path, detail::SeekingIndex::AfterFailure::LeaveOpen);
+    seekToFrame(0);
 }
 
 } // namespace tio::ffmpeg

@@ -29,6 +29,7 @@ public:
     static constexpr Manner clip{"InputFormatContext", 60, 65, 70, true, nullptr, nullptr};
     // Otherwise a file that is called a%03d.jpg would be taken for a sequence of files.
     static constexpr Manner image{"ReadImage", 44, 48, 49, false, "pattern_type", "none"};
+    static constexpr Manner imageOfSource{"ReadImage", 44, 48, 49, true, "pattern_type", "none"};
 
     /// Whether there are limits to keep to; without a watch FFmpeg makes the context by itself.
     enum class Watching { No, Yes };
@@ -44,6 +45,9 @@ public:
     void open();
     void findStreams();
     void restoreTags();
+
+    /// Tells the failure of a later step, or why there was one, in the same way.
+    void check(int result, int number) const { check(result, number, manner.namesAlways); }
 
     /// Leaves the context to itself, open as it is.
     void letGo() noexcept { static_cast<void>(input.release()); }

@@ -1,18 +1,18 @@
 #include "base/checks.h"
 #include "input/InputAccess.h"
+#include "media/ownedPacket.h"
 
 #include <TARN/videoio/PacketReader.h>
 
-#include <new>
 #include <utility>
 
 namespace tio::ffmpeg {
 
 PacketReader::PacketReader(std::shared_ptr<InputFormatContext> opened,
                            std::vector<int> streamIndices)
-    : input(std::move(opened)), streams(std::move(streamIndices)), packet(av_packet_alloc()) {
-    if (!packet)
-        throw std::bad_alloc();
+    : input(std::move(opened)), streams(std::move(streamIndices)), packet(detail::ownedPacket()) {
+    if (!input)
+        detail::failPlainly("A reader of packets has no input");
     for (const int index : streams)
         if (index < 0 || index >= input->getStreamCount())
             detail::failPlainly("There is no stream " + std::to_string(index) + " in " +

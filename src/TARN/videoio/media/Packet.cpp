@@ -2,25 +2,26 @@
 #include "base/ticks.h"
 #include "base/vocabulary.h"
 #include "ffmpeg_compat.h"
+#include "media/ownedPacket.h"
 
 #include <TARN/videoio/Packet.h>
 
-#include <new>
 #include <utility>
 
 namespace tio::ffmpeg {
 
 namespace {
 
-detail::PacketHandle makeBlankPacket() {
-    detail::PacketHandle packet(av_packet_alloc());
-    if (!packet)
-        throw std::bad_alloc();
-    return packet;
-}
-
 constexpr detail::Location at(int number) {
     return {"Packet", number};
+}
+
+// As for the data: memory that runs out is told by an Exception.
+detail::OwnedPacket makeBlankPacket() {
+    detail::OwnedPacket packet(av_packet_alloc(), detail::freePacket);
+    if (!packet)
+        detail::checkResult(AVERROR(ENOMEM), at(40));
+    return packet;
 }
 
 } // namespace

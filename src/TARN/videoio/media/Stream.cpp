@@ -1,3 +1,5 @@
+#include "base/checks.h"
+
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Stream.h>
 
@@ -6,7 +8,10 @@
 namespace tio::ffmpeg {
 
 Stream::Stream(std::shared_ptr<FormatContext> context, int index)
-    : formatContext(std::move(context)), streamIndex(index) {}
+    : formatContext(std::move(context)), streamIndex(index) {
+    if (!formatContext)
+        detail::failPlainly("A stream has no context");
+}
 
 Stream::~Stream() = default;
 

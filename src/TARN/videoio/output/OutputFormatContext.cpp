@@ -5,6 +5,7 @@
 
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>
+#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <map>

@@ -7,6 +7,7 @@
 #include "media/avRational.h"
 
 #include <TARN/videoio/PacketEncoder.h>
+#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <new>

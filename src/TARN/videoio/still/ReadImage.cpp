@@ -1,66 +1,62 @@
-#include "base/Options.h"
 #include "base/checks.h"
 #include "base/initialise.h"
 #include "ffmpeg_compat.h"
+#include "input/ByteChannel.h"
+#include "input/OpenInput.h"
 #include "picture/filter.h"
 #include "picture/orientation.h"
 #include "picture/swscale.h"
 
 #include <TARN/imageio/ppm.h>
+#include <TARN/videoio/Exception.h>
 #include <TARN/videoio/ReadImage.h>
 #include <TARN/videoio/Types.h>
 #include <TARN/videoio/detail/Handles.h>
 
+#include <array>
+#include <filesystem>
 #include <fstream>
+#include <istream>
 #include <new>
-#include <utility>
+#include <streambuf>
+#include <string>
+#include <system_error>
 
 namespace tio {
 
 namespace {
 
 using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
+using Orientation = ffmpeg::ImageOrientation;
+using ffmpeg::Source;
 using namespace ffmpeg::detail;
-
-enum class Orientation { AsStored, Upright };
 
 constexpr Location at(int number) {
     return {"ReadImage", number};
 }
 
-InputContextHandle openInput(const std::string& path) {
-    // Otherwise a file that is called a%03d.jpg would be taken for a sequence of files.
-    Options options;
-    options.set("pattern_type", "none");
-    AVFormatContext* context = nullptr;
-    const int opened = avformat_open_input(&context, path.c_str(), nullptr, options.address());
-    checkResult(opened, at(44), path);
-    return InputContextHandle(context);
-}
-
 /// Decodes the first picture of the first stream of an open file.
 class FirstPicture {
 public:
-    FirstPicture(const std::string& filePath, AVFormatContext& opened)
-        : path(filePath), input(opened), packet(av_packet_alloc()), decoded(av_frame_alloc()) {
+    explicit FirstPicture(OpenInput& opened)
+        : input(opened), packet(av_packet_alloc()), decoded(av_frame_alloc()) {
         if (!packet || !decoded)
             throw std::bad_alloc();
-        checkResult(avformat_find_stream_info(&input, nullptr), at(48));
-        checkResult(ffmpeg::compat::restoreRotateTags(input), at(49));
         requirePictures();
         openCodec();
         decode();
     }
 
-    [[nodiscard]] const AVStream& stream() const { return *input.streams[0]; }
+    [[nodiscard]] const AVStream& stream() const { return *input.context()->streams[0]; }
     [[nodiscard]] AVFrame& frame() const { return *decoded; }
 
 private:
     void requirePictures() const {
         const bool pictures =
-            input.nb_streams > 0 && stream().codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+            input.context()->nb_streams > 0 && stream().codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
         if (!pictures)
-            failAssertion("The first stream of " + path + " holds no pictures", "pictures", at(52));
+            failAssertion("The first stream of " + input.source().name() + " holds no pictures",
+                          "pictures", at(52));
     }
 
     // The decoder learns size and format from the data itself, not from what was found out before.
@@ -69,7 +65,7 @@ private:
         codec.reset(avcodec_alloc_context3(decoder));
         if (!codec)
             throw std::bad_alloc();
-        checkResult(avcodec_open2(codec.get(), decoder, nullptr), at(58));
+        input.check(avcodec_open2(codec.get(), decoder, nullptr), 58);
     }
 
     void decode() {
@@ -79,16 +75,19 @@ private:
             const int result = avcodec_receive_frame(codec.get(), decoded.get());
             if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
                 continue;
-            checkResult(result, at(91));
+            input.check(result, 91);
             return;
         }
     }
 
     // The end of the file comes as a failure too: there was no picture before it.
     void readPacket() {
+        input.startClock();
         do {
             av_packet_unref(packet.get());
-            checkResult(av_read_frame(&input, packet.get()), at(70), path);
+            const int result = input.readPacket(packet.get());
+            input.rethrowFailure();
+            checkResult(result, at(70), input.source().name());
         } while (packet->stream_index != 0 || packet->size == 0);
     }
 
@@ -99,11 +98,10 @@ private:
         for (int i = 0; i < mostRefusals && (result == AVERROR(EAGAIN) || result == AVERROR_EOF);
              ++i)
             result = avcodec_send_packet(codec.get(), packet.get());
-        checkResult(result, at(81));
+        input.check(result, 81);
     }
 
-    const std::string& path;
-    AVFormatContext& input;
+    OpenInput& input;
     PacketHandle packet;
     FrameHandle decoded;
     CodecContextHandle codec;
@@ -117,8 +115,8 @@ Image convert(AVFrame& frame) {
 }
 
 // A stream that says how it is turned is believed; only pictures without that may be photos.
-Image decode(const std::string& path, AVFormatContext& input, Orientation wanted) {
-    const FirstPicture picture(path, input);
+Image decode(OpenInput& input, Orientation wanted) {
+    const FirstPicture picture(input);
     AVFrame& frame = picture.frame();
     const int rotation = ffmpeg::getStreamRotation(&picture.stream());
     if (rotation != 0)
@@ -128,22 +126,85 @@ Image decode(const std::string& path, AVFormatContext& input, Orientation wanted
     return turnUpright(convert(frame), orientationOf(frame));
 }
 
-Image readWithFfmpeg(const std::string& path, Orientation wanted) {
+Image readWithFfmpeg(OpenInput&& input, Orientation wanted) {
     initialiseOnce();
-    const InputContextHandle input = openInput(path);
-    try {
-        return decode(path, *input, wanted);
-    } catch (...) { // most of what FFmpeg says from here on names no file
-        logFailure("Could not read an image from " + path);
-        throw;
-    }
+    input.open();
+    input.findStreams();
+    input.restoreTags();
+    return decode(input, wanted);
 }
 
 Image read(const std::string& path, Orientation wanted) {
     if (ffmpeg::getImageFileType(path) != ffmpeg::ImageFileType::Ppm)
-        return readWithFfmpeg(path, wanted);
+        return readWithFfmpeg({Source(path), OpenInput::image, OpenInput::Watching::No}, wanted);
     std::ifstream stream(path);
     return readPpm(stream);
+}
+
+/// The bytes of a channel for a std::istream.
+class ChannelBuffer : public std::streambuf {
+public:
+    explicit ChannelBuffer(ByteChannel& from) : channel(from) {}
+
+protected:
+    int_type underflow() override {
+        const int got = avio_read(channel.io(), bytes.data(), static_cast<int>(bytes.size()));
+        if (got <= 0)
+            return traits_type::eof();
+        char* first = reinterpret_cast<char*>(bytes.data());
+        setg(first, first, first + got);
+        return traits_type::to_int_type(*first);
+    }
+
+private:
+    ByteChannel& channel;
+    std::array<unsigned char, 4096> bytes{};
+};
+
+bool beginsAsPpm(std::istream& stream) {
+    return stream.get() == 'P' && (stream.peek() == '3' || stream.peek() == '6');
+}
+
+/// Whether a file is one of PPM; not of what can be read once only.
+bool isPpmFile(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+        return false;
+    std::ifstream stream(path, std::ios::binary);
+    return beginsAsPpm(stream);
+}
+
+/// Calls `use` with the bytes of memory or a stream. What it throws gets the source's name, unless
+/// the stream is to blame.
+template <typename Use>
+auto withBytes(const Source& source, Use use) {
+    InputWatch watch(source.options());
+    watch.allow(source.options().openTimeout);
+    ByteChannel channel(source, watch);
+    ChannelBuffer buffer(channel);
+    std::istream stream(&buffer);
+    try {
+        auto result = use(stream);
+        channel.rethrowFailure();
+        return result;
+    } catch (const ffmpeg::Exception&) {
+        throw;
+    } catch (const Exception& failure) {
+        channel.rethrowFailure();
+        failPlainly(std::string(failure.what()) + ": " + source.name());
+    }
+}
+
+Image readPpmFrom(const Source& source) {
+    if (source.kind() != Source::Kind::Url)
+        return withBytes(source, [](std::istream& stream) { return readPpm(stream); });
+    std::ifstream stream(source.name());
+    return readPpm(stream);
+}
+
+bool isPpm(const Source& source) {
+    return source.kind() == Source::Kind::Url ? isPpmFile(source.name())
+                                              : withBytes(source, beginsAsPpm);
 }
 
 } // namespace
@@ -158,6 +219,13 @@ Image readImageUpright(std::string path) {
 
 Image ffmpeg::readImage(std::string path) {
     return tio::readImage(path);
+}
+
+Image ffmpeg::readImageFrom(const Source& source, ImageOrientation orientation) {
+    if (isPpm(source))
+        return readPpmFrom(source);
+    return readWithFfmpeg({source, OpenInput::imageOfSource, OpenInput::Watching::Yes},
+                          orientation);
 }
 
 } // namespace tio
