@@ -62,9 +62,11 @@ void throwFfmpegFailure(int code, Location location, const std::string* context)
         throw Exception(message, code);
     message += " @ " + location.text();
     logLine(levelFfmpegFailure, message);
-    if (code == AVERROR(ENOMEM))
-        throw OutOfMemory(message, code);
     throw Exception(message, code);
+}
+
+bool isOutOfMemory(const Exception& failure) noexcept {
+    return failure.code() == AVERROR(ENOMEM);
 }
 
 void failPlainly(const std::string& message) {

@@ -31,12 +31,9 @@ void logFailure(const std::string& text);
 /// FFmpeg's words for a negative result.
 [[nodiscard]] std::string ffmpegText(int code);
 
-/// A call into FFmpeg found no memory, which says nothing of what it was given: it may be made once
-/// more. Users catch it as an Exception.
-class OutOfMemory final : public Exception {
-public:
-    using Exception::Exception;
-};
+/// Whether a call into FFmpeg found no memory, which says nothing of what it was given: it may be
+/// made once more.
+[[nodiscard]] bool isOutOfMemory(const Exception& failure) noexcept;
 
 [[noreturn]] void throwFfmpegFailure(int code, Location location, const std::string* context);
 

@@ -61,9 +61,11 @@ void Decoder::open(const AVCodecParameters& parameters, AVRational timeBase) {
     try {
         openContext(*codec, parameters, timeBase,
                     threads != 0 ? threads : static_cast<int>(std::thread::hardware_concurrency()));
-    } catch (const OutOfMemory&) {
-        codec.reset();
-        stage = State::Unopened;
+    } catch (const Exception& failure) {
+        if (isOutOfMemory(failure)) {
+            codec.reset();
+            stage = State::Unopened;
+        }
         throw;
     }
     stage = State::Open;

@@ -16,8 +16,8 @@ namespace tio::ffmpeg::detail {
 ///
 /// Open it, then: receive() until it needs a packet, send() one, and again; after the last packet
 /// drain(), and receive() until it is drained.
-/// Where a call fails for lack of memory it throws OutOfMemory or std::bad_alloc, which says
-/// nothing of the packets: the same call may be made again.
+/// Where a call fails for lack of memory it throws what isOutOfMemory() knows or
+/// std::bad_alloc, which says nothing of the packets: the same call may be made again.
 /// Thread rule: used by one thread at a time; FFmpeg decodes on threads of its own.
 class Decoder {
 public:

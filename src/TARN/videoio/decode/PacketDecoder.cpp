@@ -11,7 +11,6 @@
 namespace tio::ffmpeg {
 
 using detail::Decoder;
-using detail::OutOfMemory;
 
 PacketDecoder::PacketDecoder()
     : decoder(std::make_unique<Decoder>()), lastPresentationTime(AV_NOPTS_VALUE) {}
@@ -38,16 +37,19 @@ void PacketDecoder::prepare() {
         decoder->open(*stream.codecpar, stream.time_base);
     if (preparation == Preparation::Done || decoder->state() == Decoder::State::Unusable)
         return;
+    const auto failed =
+        preparation == Preparation::Untried ? Preparation::FailedOnce : Preparation::FailedAgain;
     try {
         onCodecOpened();
         preparation = Preparation::Done;
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const OutOfMemory&) {
+    } catch (const Exception& failure) {
+        if (!detail::isOutOfMemory(failure))
+            preparation = failed;
         throw;
     } catch (...) {
-        preparation = preparation == Preparation::Untried ? Preparation::FailedOnce
-                                                          : Preparation::FailedAgain;
+        preparation = failed;
         throw;
     }
 }
@@ -83,10 +85,9 @@ void PacketDecoder::sendPendingPacket() {
             return; // sent again with the next frame
         if (sent == Decoder::Sent::Invalid)
             std::cerr << "Invalid data found, attempting to continue\n";
-    } catch (const OutOfMemory&) { // which says nothing of the packet
-        throw;
-    } catch (const Exception&) {
-        answer = Answer::PacketFailed;
+    } catch (const Exception& failure) {
+        if (!detail::isOutOfMemory(failure)) // which says nothing of the packet
+            answer = Answer::PacketFailed;
         throw;
     }
     pendingPacket.reset();

@@ -174,8 +174,7 @@ bool isPpmFile(const std::string& path) {
     return beginsAsPpm(stream);
 }
 
-/// Calls `use` with the bytes of memory or a stream. What it throws gets the source's name, unless
-/// the stream is to blame.
+/// Calls `use` with the bytes of memory or a stream.
 template <typename Use>
 auto withBytes(const Source& source, Use use) {
     InputWatch watch(source.options());
@@ -187,19 +186,28 @@ auto withBytes(const Source& source, Use use) {
         auto result = use(stream);
         channel.rethrowFailure();
         return result;
-    } catch (const ffmpeg::Exception&) {
+    } catch (const Exception&) {
+        channel.rethrowFailure(); // which is the reason
         throw;
-    } catch (const Exception& failure) {
-        channel.rethrowFailure();
-        failPlainly(std::string(failure.what()) + ": " + source.name());
     }
 }
 
-Image readPpmFrom(const Source& source) {
+Image parsePpm(const Source& source) {
     if (source.kind() != Source::Kind::Url)
         return withBytes(source, [](std::istream& stream) { return readPpm(stream); });
-    std::ifstream stream(source.name());
+    std::ifstream stream(source.name(), std::ios::binary);
     return readPpm(stream);
+}
+
+// The reader of PPM images knows no names.
+Image readPpmFrom(const Source& source) {
+    try {
+        return parsePpm(source);
+    } catch (const ffmpeg::Exception&) {
+        throw; // of the stream, named already
+    } catch (const Exception& failure) {
+        failPlainly(std::string(failure.what()) + ": " + source.name());
+    }
 }
 
 bool isPpm(const Source& source) {

@@ -64,9 +64,9 @@ void FrameDecoder::send(const AVPacket& packet, uint32_t number, const AVStream&
 void FrameDecoder::finish() {
     try {
         decoder.drain();
-    } catch (const OutOfMemory&) {
-        throw;
-    } catch (const Exception&) {
+    } catch (const Exception& failure) {
+        if (isOutOfMemory(failure))
+            throw;
         ++failures;
     }
 }
@@ -81,10 +81,9 @@ void FrameDecoder::sendPending() {
             return;
         if (sent == Decoder::Sent::Invalid)
             ++failures;
-    } catch (const OutOfMemory&) {
-        throw;
-    } catch (const Exception&) {
-        forgetPending();
+    } catch (const Exception& failure) {
+        if (!isOutOfMemory(failure))
+            forgetPending();
         throw;
     }
     forgetPending();
@@ -108,9 +107,9 @@ bool FrameDecoder::receive() {
             if (decoded().pts >= 0 && decoded().pts < UINT32_MAX)
                 current = static_cast<uint32_t>(decoded().pts);
             return true;
-        } catch (const OutOfMemory&) {
-            throw;
-        } catch (const Exception&) {
+        } catch (const Exception& failure) {
+            if (isOutOfMemory(failure))
+                throw;
             ++failures;
         }
     }
