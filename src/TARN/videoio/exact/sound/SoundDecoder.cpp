@@ -15,9 +15,9 @@ template <typename Call>
 void passOverDamage(Call call) {
     try {
         call();
-    } catch (const OutOfMemory&) {
-        throw;
-    } catch (const Exception&) {
+    } catch (const Exception& failure) {
+        if (isOutOfMemory(failure))
+            throw;
     }
 }
 
