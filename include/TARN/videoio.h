@@ -18,6 +18,7 @@
 #include <TARN/videoio/Image.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
+#include <TARN/videoio/Metadata.h>
 #include <TARN/videoio/OpenOptions.h>
 #include <TARN/videoio/OutputFormatContext.h>
 #include <TARN/videoio/OutputStream.h>

@@ -38,11 +38,61 @@ std::ostream& line(const char* name) {
     return std::cout << "  " << std::left << std::setw(14) << name;
 }
 
-void printSize(const char* name, const std::optional<Size>& size) {
-    if (size)
-        line(name) << size->width << " x " << size->height << '\n';
+/// "unknown" for what the clip does not tell.
+template <typename T>
+std::string textOr(const std::optional<T>& value, const std::string& unit) {
+    return value ? std::to_string(*value) + unit : "unknown";
+}
+
+std::string textOr(const std::string& value) {
+    return value.empty() ? "unknown" : value;
+}
+
+void printSize(const char* name, std::optional<int> width, std::optional<int> height) {
+    if (width && height)
+        line(name) << *width << " x " << *height << '\n';
     else
         line(name) << "unknown\n";
+}
+
+void printRotation(const ffmpeg::Metadata& stream) {
+    line("rotation") << stream.rotation << " degrees clockwise"
+                     << (stream.mirrored ? ", then mirrored left to right" : "")
+                     << (stream.turnIsExact ? "" : ", the nearest to what is stated") << '\n';
+}
+
+void printRate(const ffmpeg::Metadata& stream) {
+    if (stream.averageRate)
+        line("frame rate") << text(*stream.averageRate) << " = " << std::fixed
+                           << std::setprecision(3) << stream.averageRate->toDouble()
+                           << " per second" << (stream.rateVaries ? " on average, varies" : "")
+                           << '\n';
+    else
+        line("frame rate") << "unknown\n";
+}
+
+void printColours(const ffmpeg::Metadata& stream) {
+    line("colours") << "matrix " << textOr(stream.colourSpace) << ", range "
+                    << textOr(stream.colourRange) << ", primaries "
+                    << textOr(stream.colourPrimaries) << ", transfer "
+                    << textOr(stream.colourTransfer) << '\n';
+}
+
+void printPictures(const ffmpeg::Metadata& stream) {
+    printSize("coded size", stream.codedWidth, stream.codedHeight);
+    printSize("upright size", stream.width, stream.height);
+    printRotation(stream);
+    printRate(stream);
+    line("pixel format") << textOr(stream.pixelFormat) << '\n';
+    printColours(stream);
+    line("pixel aspect") << (stream.sampleAspectRatio ? text(*stream.sampleAspectRatio) : "unknown")
+                         << '\n';
+}
+
+void printSound(const ffmpeg::Metadata& stream) {
+    line("sample rate") << textOr(stream.rate, " per second") << '\n';
+    line("channels") << textOr(stream.channels, "") << ", " << textOr(stream.layout) << '\n';
+    line("samples") << textOr(stream.sampleFormat) << '\n';
 }
 
 void printStream(const StreamFacts& stream) {
@@ -51,12 +101,14 @@ void printStream(const StreamFacts& stream) {
                          << stream.duration->toDouble() << " s\n";
     else
         line("duration") << "unknown\n";
-    line("time base") << text(stream.timeBase) << " s\n";
-    if (stream.type != ffmpeg::StreamType::Video)
+    line("time base") << text(stream.metadata.timeBase) << " s\n";
+    if (stream.metadata.type == ffmpeg::StreamType::Video)
+        printPictures(stream.metadata);
+    else if (stream.metadata.type == ffmpeg::StreamType::Audio)
+        printSound(stream.metadata);
+    else
         return;
-    printSize("coded size", stream.codedSize);
-    printSize("upright size", stream.uprightSize);
-    line("rotation") << stream.rotation << " degrees clockwise\n";
+    line("bit rate") << textOr(stream.metadata.bitRate, " per second") << '\n';
     if (stream.frames)
         line("frames") << *stream.frames << '\n';
 }
@@ -67,24 +119,28 @@ void printText(const ClipFacts& clip) {
     line("pts-seekable") << (clip.ptsSeekable ? "yes" : "no") << '\n';
     for (size_t index = 0; index < clip.streams.size(); ++index) {
         const StreamFacts& stream = clip.streams[index];
-        std::cout << "stream " << index << ": " << nameOf(stream.type) << ", " << stream.codec
-                  << '\n';
+        std::cout << "stream " << index << ": " << nameOf(stream.metadata.type) << ", "
+                  << stream.metadata.codec << '\n';
         printStream(stream);
     }
 }
 
-nlohmann::ordered_json jsonOf(const std::optional<Size>& size) {
-    if (!size)
+nlohmann::ordered_json sizeOf(std::optional<int> width, std::optional<int> height) {
+    if (!width || !height)
         return nullptr;
-    return {{"width", size->width}, {"height", size->height}};
+    return {{"width", *width}, {"height", *height}};
 }
 
-nlohmann::ordered_json jsonOf(const std::optional<ffmpeg::Rational>& time) {
-    if (!time)
+nlohmann::ordered_json textOrNull(const std::string& text) {
+    return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
+nlohmann::ordered_json jsonOf(const std::optional<ffmpeg::Rational>& fraction, const char* value) {
+    if (!fraction)
         return nullptr;
-    return {{"numerator", time->numerator},
-            {"denominator", time->denominator},
-            {"seconds", time->toDouble()}};
+    return {{"numerator", fraction->numerator},
+            {"denominator", fraction->denominator},
+            {value, fraction->toDouble()}};
 }
 
 template <typename T>
@@ -92,17 +148,43 @@ nlohmann::ordered_json numberOrNull(const std::optional<T>& number) {
     return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
 }
 
+void addPictures(const ffmpeg::Metadata& stream, nlohmann::ordered_json& json) {
+    json["codedSize"] = sizeOf(stream.codedWidth, stream.codedHeight);
+    json["uprightSize"] = sizeOf(stream.width, stream.height);
+    json["rotation"] = stream.rotation;
+    json["mirrored"] = stream.mirrored;
+    json["frameRate"] = jsonOf(stream.averageRate, "perSecond");
+    json["frameRateVaries"] = stream.rateVaries;
+    json["pixelFormat"] = textOrNull(stream.pixelFormat);
+    json["bits"] = numberOrNull(stream.bits);
+    json["colourSpace"] = textOrNull(stream.colourSpace);
+    json["colourRange"] = textOrNull(stream.colourRange);
+    json["colourPrimaries"] = textOrNull(stream.colourPrimaries);
+    json["colourTransfer"] = textOrNull(stream.colourTransfer);
+    json["sampleAspectRatio"] = jsonOf(stream.sampleAspectRatio, "value");
+}
+
+void addSound(const ffmpeg::Metadata& stream, nlohmann::ordered_json& json) {
+    json["sampleRate"] = numberOrNull(stream.rate);
+    json["channels"] = numberOrNull(stream.channels);
+    json["layout"] = textOrNull(stream.layout);
+    json["sampleFormat"] = textOrNull(stream.sampleFormat);
+}
+
 nlohmann::ordered_json jsonOf(const StreamFacts& stream, size_t index) {
-    nlohmann::ordered_json json = {{"index", index},
-                                   {"type", nameOf(stream.type)},
-                                   {"codec", stream.codec},
-                                   {"duration", jsonOf(stream.duration)},
-                                   {"timeBase", jsonOf(std::optional(stream.timeBase))}};
-    if (stream.type == ffmpeg::StreamType::Video) {
-        json["codedSize"] = jsonOf(stream.codedSize);
-        json["uprightSize"] = jsonOf(stream.uprightSize);
-        json["rotation"] = stream.rotation;
+    const ffmpeg::Metadata& metadata = stream.metadata;
+    nlohmann::ordered_json json = {
+        {"index", index},
+        {"type", nameOf(metadata.type)},
+        {"codec", metadata.codec},
+        {"duration", jsonOf(stream.duration, "seconds")},
+        {"timeBase", jsonOf(std::optional(metadata.timeBase), "seconds")},
+        {"bitRate", numberOrNull(metadata.bitRate)}};
+    if (metadata.type == ffmpeg::StreamType::Video) {
+        addPictures(metadata, json);
         json["frameCount"] = numberOrNull(stream.frames);
+    } else if (metadata.type == ffmpeg::StreamType::Audio) {
+        addSound(metadata, json);
     }
     return json;
 }

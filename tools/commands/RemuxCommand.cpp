@@ -2,6 +2,7 @@
 #include "media/OutputClip.h"
 #include "terminal/Progress.h"
 
+#include <TARN/videoio/Metadata.h>
 #include <TARN/videoio/OutputStream.h>
 #include <TARN/videoio/PacketReader.h>
 
@@ -18,7 +19,7 @@ namespace {
 
 struct RemuxOptions {
     std::string output;
-    bool keepRotation = false;
+    bool dropRotation = false;
 };
 
 /// One stream on its way from the input to the output.
@@ -49,11 +50,11 @@ public:
     /// Seconds at which the waiting packet is decoded, which is the order of packets in a file.
     [[nodiscard]] ffmpeg::Rational time() const { return waiting.front()->getDts(); }
 
-    void open(const OutputClip& clip, bool keepRotation) {
+    void open(const OutputClip& clip, const ffmpeg::Metadata& original, bool dropRotation) {
         output =
             std::make_unique<ffmpeg::OutputStream>(clip.context(), waiting.front()->getUnitTime());
-        if (keepRotation)
-            output->setRotation(ffmpeg::getStreamRotation(&waiting.front()->getStream()));
+        if (!dropRotation)
+            output->setRotation(original.rotation / 90, original.mirrored);
     }
 
     [[nodiscard]] bool isOpen() const { return output != nullptr; }
@@ -104,7 +105,10 @@ public:
         readAhead();
         for (CopiedStream& stream : streams)
             if (!stream.isEmpty())
-                clip.write([&] { stream.open(clip, options.keepRotation); });
+                clip.write([&] {
+                    stream.open(clip, ffmpeg::metadataOf(*input, stream.index),
+                                options.dropRotation);
+                });
         while (CopiedStream* const stream = earliest())
             copyOne(*stream);
         while (CopiedStream* const stream = readOne())
@@ -206,8 +210,8 @@ void addRemuxCommand(CLI::App& app, Program& program) {
         addCommand(app, program, "remux", "Copy H.264 and AAC streams into an MP4 file",
                    [&program, options] { return runRemux(program, *options); });
     command.add_option("OUT", options->output, "MP4 file to write")->required();
-    command.add_flag("--keep-rotation", options->keepRotation,
-                     "Have players turn the copy as they turn the original");
+    command.add_flag("--drop-rotation", options->dropRotation,
+                     "Have players show the copy as it is stored, not turned as the original");
     command.footer("Nothing is encoded again: packets are passed on as they are. Streams of other\n"
                    "codecs are left out.");
 }

@@ -2,8 +2,7 @@
 
 #include "media/Input.h"
 
-#include <TARN/videoio/Packet.h>
-#include <TARN/videoio/Types.h>
+#include <TARN/videoio/Metadata.h>
 
 #include <cstdint>
 #include <optional>
@@ -12,20 +11,11 @@
 
 namespace tio::tool {
 
-struct Size {
-    int width = 0;
-    int height = 0;
-};
-
 struct StreamFacts {
-    ffmpeg::StreamType type = ffmpeg::StreamType::Unknown;
-    std::string codec;
-    ffmpeg::Rational timeBase;                // seconds per tick
-    std::optional<ffmpeg::Rational> duration; // seconds, where the container states it
-    std::optional<Size> codedSize;            // as the pictures are stored
-    std::optional<Size> uprightSize;          // as they are shown
-    int rotation = 0;                         // degrees clockwise from the one to the other
-    std::optional<int64_t> frames;            // only where they were counted
+    ffmpeg::Metadata metadata;
+    std::optional<ffmpeg::Rational>
+        duration;                  // seconds, where the container states the stream's own
+    std::optional<int64_t> frames; // only where they were counted
 };
 
 /// What a clip holds, as far as it can be told without decoding pictures.

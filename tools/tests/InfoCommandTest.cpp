@@ -139,4 +139,63 @@ TEST_F(InfoCommandTest, PrintsTheSameFactsAsText) {
     EXPECT_THAT(text, HasSubstr("frames        25\n"));
 }
 
+TEST_F(InfoCommandTest, TellsRateFormatAndColours) {
+    ClipPlan plan;
+    plan.encoderOptions = {{"colorspace", "bt709"},
+                           {"color_range", "tv"},
+                           {"color_primaries", "bt709"},
+                           {"color_trc", "bt709"}};
+    const std::string clip = make("clip.mp4", plan);
+    const json stream = infoOf(clip)["streams"][0];
+    EXPECT_EQ(stream["frameRate"]["numerator"], 25);
+    EXPECT_EQ(stream["frameRate"]["denominator"], 1);
+    EXPECT_EQ(stream["frameRateVaries"], false);
+    EXPECT_EQ(stream["pixelFormat"], "yuv420p");
+    EXPECT_EQ(stream["bits"], 8);
+    EXPECT_EQ(stream["colourSpace"], "bt709");
+    EXPECT_EQ(stream["colourRange"], "tv");
+    EXPECT_EQ(stream["colourPrimaries"], "bt709");
+    EXPECT_EQ(stream["colourTransfer"], "bt709");
+    EXPECT_GT(stream["bitRate"], 0);
+    const std::string text = runProgram({"info", clip}).out;
+    EXPECT_THAT(text, HasSubstr("frame rate    25/1 = 25.000 per second\n"));
+    EXPECT_THAT(text, HasSubstr("pixel format  yuv420p\n"));
+    EXPECT_THAT(text, HasSubstr("colours       matrix bt709, range tv, primaries bt709, "
+                                "transfer bt709\n"));
+}
+
+TEST_F(InfoCommandTest, SaysThatTheRateVaries) {
+    ClipPlan plan;
+    plan.timeBase = {1, 1000};
+    plan.pts = {0, 40, 90, 100, 250, 251, 400};
+    const std::string clip = make("clip.mp4", plan);
+    EXPECT_EQ(infoOf(clip)["streams"][0]["frameRateVaries"], true);
+    EXPECT_THAT(runProgram({"info", clip}).out, HasSubstr("per second on average, varies\n"));
+}
+
+TEST_F(InfoCommandTest, SaysWhatAClipDoesNotTell) {
+    ClipPlan plan;
+    plan.format = "h264";
+    const std::string clip = make("clip.h264", plan);
+    const json stream = infoOf(clip)["streams"][0];
+    EXPECT_EQ(stream["bitRate"], nullptr);
+    EXPECT_EQ(stream["colourSpace"], nullptr);
+    EXPECT_THAT(runProgram({"info", clip}).out, HasSubstr("bit rate      unknown\n"));
+}
+
+TEST_F(InfoCommandTest, TellsTheSound) {
+    ClipPlan plan;
+    plan.audio = true;
+    const std::string clip = make("clip.mp4", plan);
+    const json stream = infoOf(clip)["streams"][1];
+    EXPECT_EQ(stream["sampleRate"], 48000);
+    EXPECT_EQ(stream["channels"], 1);
+    EXPECT_EQ(stream["layout"], "mono");
+    EXPECT_EQ(stream["sampleFormat"], "fltp");
+    EXPECT_GT(stream["bitRate"], 0);
+    const std::string text = runProgram({"info", clip}).out;
+    EXPECT_THAT(text, HasSubstr("sample rate   48000 per second\n"));
+    EXPECT_THAT(text, HasSubstr("channels      1, mono\n"));
+}
+
 } // namespace

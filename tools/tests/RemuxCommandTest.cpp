@@ -5,6 +5,7 @@
 #include "support/Encoding.h"
 #include "support/Ffmpeg.h"
 #include "support/LoopbackServer.h"
+#include "support/Mp4Edits.h"
 #include "support/Oracle.h"
 #include "support/TemporaryFolder.h"
 #include "support/Track.h"
@@ -164,16 +165,35 @@ TEST_F(RemuxCommandTest, GivesMatroskasFirstPacketsTheDecodingTimesThatItDoesNot
     EXPECT_EQ(runProgram({"verify", copy}).exitCode, 0);
 }
 
-TEST_F(RemuxCommandTest, DropsTheRotationUnlessAskedToKeepIt) {
+TEST_F(RemuxCommandTest, KeepsTheRotationUnlessAskedToDropIt) {
     for (const int rotation : {90, 180, 270}) {
         ClipPlan plan;
         plan.rotation = rotation;
         make(plan);
         ASSERT_EQ(remux().exitCode, 0);
-        EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr("rotation      0 degrees"));
-        ASSERT_EQ(remux({"--keep-rotation"}).exitCode, 0);
         EXPECT_THAT(runProgram({"info", copy}).out,
                     HasSubstr("rotation      " + std::to_string(rotation) + " degrees"));
+        EXPECT_EQ(oracleFrames(copy).at(7).hash, oracleFrames(clip).at(7).hash);
+        ASSERT_EQ(remux({"--drop-rotation"}).exitCode, 0);
+        EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr("rotation      0 degrees"));
+    }
+}
+
+TEST_F(RemuxCommandTest, KeepsMirroring) {
+    constexpr int32_t one = 1 << 16;
+    constexpr int32_t w = 1 << 30;
+    const std::array<std::pair<std::array<int32_t, 9>, const char*>, 4> ways = {{
+        {{-one, 0, 0, 0, one, 0, 0, 0, w}, "rotation      0 degrees clockwise, then mirrored"},
+        {{one, 0, 0, 0, -one, 0, 0, 0, w}, "rotation      180 degrees clockwise, then mirrored"},
+        {{0, one, 0, one, 0, 0, 0, 0, w}, "rotation      90 degrees clockwise, then mirrored"},
+        {{0, -one, 0, -one, 0, 0, 0, 0, w}, "rotation      270 degrees clockwise, then mirrored"},
+    }};
+    for (const auto& [matrix, text] : ways) {
+        make({});
+        patchTkhdMatrix(clip, matrix);
+        EXPECT_THAT(runProgram({"info", clip}).out, HasSubstr(text));
+        ASSERT_EQ(remux().exitCode, 0);
+        EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr(text));
     }
 }
 

@@ -45,7 +45,8 @@ public:
     /// Adds a stream and, when it is the last announced one, opens the file and writes the header.
     /// Output streams do so with their first packet.
     /// @param parameters are copied
-    /// @param rotation quarter turns clockwise by which players turn the pictures, 0 to 3
+    /// @param rotation quarter turns clockwise by which players turn the pictures, 0 to 3; 4 more
+    ///        where they are to mirror them left to right after that
     /// @returns the stream's index
     /// @throws tio::ffmpeg::Exception when the file cannot be opened or the parameters are not for
     ///         MP4; the same again on every later call, without adding anything

@@ -30,9 +30,12 @@ public:
     /// never does.)
     ~OutputStream() override;
 
-    /// Has players turn the pictures clockwise by so many quarter turns (0 to 3) to show them
-    /// upright. Before the first packet; packets copied from an input bring no rotation along.
-    void setRotation(int quarterTurns) noexcept { rotation = quarterTurns; }
+    /// Has players turn the pictures clockwise by so many quarter turns (0 to 3), and mirror them
+    /// left to right after that, to show them upright. Before the first packet; packets copied from
+    /// an input bring no rotation along.
+    void setRotation(int quarterTurns, bool mirrored = false) noexcept {
+        rotation = (quarterTurns & 3) + (mirrored ? 4 : 0);
+    }
 
     /// Writes the packet, or holds a copy of it. The first packet decides the stream's codec
     /// parameters, later ones' are not looked at.
@@ -57,7 +60,7 @@ private:
 
     Rational timeBase;
     std::deque<OutputPacket> heldPackets; // oldest first
-    int rotation = 0;                     // in quarter turns
+    int rotation = 0;                     // as addStream() takes it
     uint32_t announcement;                // its number among those of the context
     bool lastWriteFailed = false;         // and its caller had the exception
     std::optional<Rational> lastDts;      // of the last packet taken

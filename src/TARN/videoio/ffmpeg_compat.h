@@ -212,8 +212,9 @@ inline void dropDisplayMatrix([[maybe_unused]] AVCodecParameters& parameters) {
 #endif
 }
 
-/// Has the muxer tell players to turn a stream's pictures clockwise by 1 to 3 quarter turns.
-inline int setRotation(AVStream& stream, int quarterTurns) {
+/// Has the muxer tell players to turn a stream's pictures clockwise by 0 to 3 quarter turns, and to
+/// mirror them left to right after that.
+inline int setRotation(AVStream& stream, int quarterTurns, bool mirrored = false) {
     constexpr int32_t one = 1 << 16; // 16.16 fixed point, as MP4 stores it
     constexpr int32_t w = 1 << 30;   // 2.30
     constexpr std::array<std::array<int32_t, 9>, 4> matrices = {{
@@ -222,7 +223,11 @@ inline int setRotation(AVStream& stream, int quarterTurns) {
         {-one, 0, 0, 0, -one, 0, 0, 0, w},
         {0, -one, 0, one, 0, 0, 0, 0, w},
     }};
-    const auto& matrix = matrices[static_cast<size_t>(quarterTurns & 3)];
+    auto matrix = matrices[static_cast<size_t>(quarterTurns & 3)];
+    if (mirrored) {
+        matrix[0] = -matrix[0];
+        matrix[3] = -matrix[3];
+    }
 #if TARN_FFMPEG_HAS_CODED_SIDE_DATA
     AVPacketSideData* data = av_packet_side_data_new(&stream.codecpar->coded_side_data,
                                                      &stream.codecpar->nb_coded_side_data,

@@ -27,7 +27,7 @@ void describe(AVStream& stream, const AVCodecParameters& parameters, int rotatio
     stream.codecpar->codec_tag = 0; // the input's tag may mean something else in MP4
     compat::dropDisplayMatrix(*stream.codecpar);
     if (rotation != 0)
-        detail::checkResult(compat::setRotation(stream, rotation), at(91));
+        detail::checkResult(compat::setRotation(stream, rotation & 3, rotation >= 4), at(91));
 }
 
 } // namespace
