@@ -15,7 +15,8 @@ class TARN_VIDEOIO_API AudioPacketEncoder : public PacketEncoder {
 public:
     using Samples = tio::Mat<float, 2, tio::MatOptions<1, 1>>;
 
-    /// @param channelLayout FFmpeg's mask of speakers, such as 3 for stereo; at most 8 channels
+    /// @param channelLayout FFmpeg's mask of speakers, not a number of channels: 4 for mono, 3 for
+    ///        stereo; at most 8 channels
     /// @param sampleRate samples per second of one channel
     /// @param timeBase seconds per tick; 0 stands for one over the sample rate
     /// @throws tio::Exception, tio::ffmpeg::Exception when the encoder cannot be opened
@@ -33,6 +34,7 @@ public:
     std::vector<OutputPacket> writeNextFrame(Samples samples, Rational time);
 
     /// The same one tick, not one block, after the block before; the first of all is at time 0.
+    /// Pass times, or use a `ClipWriter`, whose blocks follow each other.
     std::vector<OutputPacket> writeNextFrame(Samples samples);
 
 private:

@@ -9,7 +9,10 @@
 
 namespace tio::ffmpeg {
 
-/// Writes blocks of float samples as the AAC stream of an MP4 file.
+/// Writes blocks of float samples as the AAC stream of an MP4 file. In a file without pictures all
+/// sound begins 1024 samples late, which is the encoder's delay; a `ClipWriter` has players leave
+/// it out.
+/// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API AudioStreamEncoder : public StreamEncoder {
 public:
     /// As AudioPacketEncoder: a time base of 0 stands for one over the sample rate.
@@ -23,10 +26,12 @@ public:
 
     /// Writes a block that begins at `time` seconds.
     /// @throws as AudioPacketEncoder::writeNextFrame() and OutputStream::writePacket()
+    /// @throws tio::Exception for a block that begins 2^31 samples or more after the one before;
+    ///         it is not taken, and another may follow
     void writeNextFrame(AudioPacketEncoder::Samples samples, Rational time);
 
     /// Writes a block at minus one tick, every time. A stream of several blocks needs times of its
-    /// own: use the other form.
+    /// own: use the other form, or a `ClipWriter`, whose blocks follow each other.
     void writeNextFrame(AudioPacketEncoder::Samples samples);
 };
 

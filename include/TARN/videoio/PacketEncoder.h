@@ -24,16 +24,18 @@ namespace tio::ffmpeg {
 /// out, none or several for each.
 ///
 /// Packets refer to the encoder's codec parameters, so the encoder must outlive them. After flush()
-/// no frame may follow.
-/// Thread rule: used by one thread at a time; FFmpeg encodes on threads of its own behind it.
+/// no frame may follow. (A `ClipWriter` hands out nothing that must be outlived.)
+/// Thread rule: used by one thread at a time; FFmpeg encodes on threads of its own.
 class TARN_VIDEOIO_API PacketEncoder {
 public:
     PacketEncoder(const PacketEncoder&) = delete;
     PacketEncoder& operator=(const PacketEncoder&) = delete;
+    /// Packets that flush() has not fetched are lost without a word.
     virtual ~PacketEncoder();
 
     /// Says that no frame follows and returns every packet that the encoder still holds.
-    /// @throws tio::ffmpeg::Exception when encoding fails, and the second time it is called
+    /// @throws tio::ffmpeg::Exception when encoding fails, and the second time it is called;
+    ///         packets that came out before in the same call are lost then
     std::vector<OutputPacket> flush();
 
     /// The time base: frame times are truncated toward zero to multiples of it, packets count in
@@ -56,7 +58,8 @@ public:
     /// @name For subclasses, which fill the frame
     /// @{
 
-    /// Sets the frame's time, truncated toward zero to a multiple of the time base.
+    /// Sets the frame's time, truncated toward zero to a multiple of the time base. One whose ticks
+    /// do not fit into 64 bits wraps around. (A `ClipWriter` refuses what it cannot keep.)
     /// @throws tio::Exception after flush()
     void setFrameTime(Rational time);
 

@@ -10,7 +10,7 @@
 
 namespace tio::ffmpeg {
 
-/// Joins a packet encoder to a stream of an output file.
+/// Joins a packet encoder to a stream of an output file, which it keeps alive.
 ///
 /// Make every stream encoder of a file before the first frame is written, and destroy them before
 /// letting the context go: the destructor writes what the encoder still holds.

@@ -8,7 +8,9 @@
 
 namespace tio::ffmpeg {
 
-/// Writes RGB images as the H.264 stream of an MP4 file.
+/// Writes RGB images as the H.264 stream of an MP4 file. A `ClipWriter` does so without the corners
+/// that are named here.
+/// Thread rule: used by one thread at a time, together with its context.
 ///
 /// @code
 /// auto output = std::make_shared<tio::ffmpeg::OutputFormatContext>("clip.mp4");
@@ -21,7 +23,8 @@ namespace tio::ffmpeg {
 class TARN_VIDEOIO_API VideoStreamEncoder : public StreamEncoder {
 public:
     /// @param size (height, width) in pixels
-    /// @param timeBase seconds per tick
+    /// @param timeBase seconds per tick of the encoder; the file counts in 1/90000 s, to which
+    ///        times are rounded once more
     /// @throws as VideoPacketEncoder and OutputStream
     VideoStreamEncoder(std::shared_ptr<OutputFormatContext> context, tio::Vec<int, 2> size,
                        Rational timeBase);
@@ -29,10 +32,12 @@ public:
 
     /// Writes an image shown at `time` seconds.
     /// @throws as VideoPacketEncoder::writeNextFrame() and OutputStream::writePacket()
+    /// @throws tio::Exception for an image more than 6 h 37 min after the one before; it is not
+    ///         taken, and another may follow
     void writeNextFrame(VideoPacketEncoder::Image image, Rational time);
 
     /// Writes an image at minus one tick, every time. A stream of several images needs times of its
-    /// own: use the other form.
+    /// own: use the other form, or a `ClipWriter`, whose pictures without a time follow each other.
     void writeNextFrame(VideoPacketEncoder::Image image);
 };
 
