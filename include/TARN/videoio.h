@@ -8,6 +8,9 @@
 #include <TARN/videoio/AudioPacketEncoder.h>
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/AudioStreamEncoder.h>
+#include <TARN/videoio/ClipRefusal.h>
+#include <TARN/videoio/ClipWriter.h>
+#include <TARN/videoio/ClipWriterOptions.h>
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Frame.h>

@@ -28,9 +28,13 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 // FFmpeg 5.1 brought AVChannelLayout; 7.0 removed the separate count and mask.
 #define TARN_FFMPEG_HAS_CHANNEL_LAYOUT (LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 28, 100))
+
+// FFmpeg 7.1 brought a call for what a codec can take; 9.0 removed the lists in AVCodec.
+#define TARN_FFMPEG_HAS_CODEC_CONFIG (LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100))
 
 // FFmpeg 6.1 moved a stream's side data into its codec parameters and deprecated the old place.
 #define TARN_FFMPEG_HAS_CODED_SIDE_DATA (LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100))
@@ -129,6 +133,67 @@ std::string channelLayoutText(const Owner& owner) {
     av_get_channel_layout_string(text.data(), static_cast<int>(text.size()), owner.channels, mask);
 #endif
     return text.data();
+}
+
+/// Sets the channels to what is usual for a number of them; 0 channels if nothing is.
+inline void setDefaultChannels(AVCodecContext& context, int count) {
+#if TARN_FFMPEG_HAS_CHANNEL_LAYOUT
+    av_channel_layout_uninit(&context.ch_layout);
+    av_channel_layout_default(&context.ch_layout, count);
+#else
+    context.channel_layout = static_cast<uint64_t>(av_get_default_channel_layout(count));
+    context.channels = count;
+#endif
+}
+
+/// @}
+
+/// @name What a codec can take; empty where it does not say
+/// @{
+
+#if TARN_FFMPEG_HAS_CODEC_CONFIG
+template <typename Value>
+std::vector<Value> codecConfig(const AVCodec& codec, AVCodecConfig config) {
+    const void* values = nullptr;
+    int count = 0;
+    if (avcodec_get_supported_config(nullptr, &codec, config, 0, &values, &count) < 0 ||
+        values == nullptr)
+        return {};
+    const auto* first = static_cast<const Value*>(values);
+    return {first, first + count};
+}
+#else
+template <typename Value>
+std::vector<Value> listUpTo(const Value* values, Value end) {
+    std::vector<Value> list;
+    while (values != nullptr && *values != end)
+        list.push_back(*values++);
+    return list;
+}
+#endif
+
+inline std::vector<AVPixelFormat> pixelFormats(const AVCodec& codec) {
+#if TARN_FFMPEG_HAS_CODEC_CONFIG
+    return codecConfig<AVPixelFormat>(codec, AV_CODEC_CONFIG_PIX_FORMAT);
+#else
+    return listUpTo(codec.pix_fmts, AV_PIX_FMT_NONE);
+#endif
+}
+
+inline std::vector<AVSampleFormat> sampleFormats(const AVCodec& codec) {
+#if TARN_FFMPEG_HAS_CODEC_CONFIG
+    return codecConfig<AVSampleFormat>(codec, AV_CODEC_CONFIG_SAMPLE_FORMAT);
+#else
+    return listUpTo(codec.sample_fmts, AV_SAMPLE_FMT_NONE);
+#endif
+}
+
+inline std::vector<int> sampleRates(const AVCodec& codec) {
+#if TARN_FFMPEG_HAS_CODEC_CONFIG
+    return codecConfig<int>(codec, AV_CODEC_CONFIG_SAMPLE_RATE);
+#else
+    return listUpTo(codec.supported_samplerates, 0);
+#endif
 }
 
 /// @}

@@ -1,0 +1,153 @@
+#include "exact/write/ClipMuxer.h"
+
+#include "base/Options.h"
+#include "base/checks.h"
+
+#include <utility>
+#include <vector>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+constexpr Location at(int number) {
+    return {"ClipMuxer", number};
+}
+
+constexpr int nanoseconds = 1000000000;
+constexpr int quarterTurn = 90; // degrees
+
+bool isMatroska(const ClipContainer& container) {
+    const std::string muxer = container.muxer;
+    return muxer == "matroska" || muxer == "webm";
+}
+
+} // namespace
+
+ClipMuxer::ClipMuxer(const ClipContainer& container, std::string clip)
+    : kind(container), name(std::move(clip)) {
+    require(avformat_alloc_output_context2(&context, nullptr, container.muxer, nullptr), 10);
+    context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // Opus and FLAC in older releases
+}
+
+ClipMuxer::~ClipMuxer() {
+    avio_closep(&context->pb);
+    avformat_free_context(context);
+}
+
+void ClipMuxer::require(int result, int place) const {
+    checkResult(result, at(place), name);
+}
+
+// What a muxer writes goes through a buffer, and an error of the disk may show at a later call.
+void ClipMuxer::requireDisk(int place) const {
+    require(context->pb != nullptr ? context->pb->error : 0, place);
+}
+
+AVStream& ClipMuxer::addStream(const AVCodecContext& encoder, AVRational timeBase) {
+    AVStream* stream = avformat_new_stream(context, nullptr);
+    require(stream != nullptr ? 0 : AVERROR(ENOMEM), 20);
+    require(avcodec_parameters_from_context(stream->codecpar, &encoder), 21);
+    stream->codecpar->codec_tag = 0; // the muxer knows its own
+    stream->time_base = timeBase;
+    return *stream;
+}
+
+int ClipMuxer::addPictures(const AVCodecContext& encoder, const ClipWriterOptions& options,
+                           int64_t ticks) {
+    ticksOfPictures = {1, static_cast<int>(ticks)};
+    AVStream& stream = addStream(encoder, ticksOfPictures);
+    stream.sample_aspect_ratio = encoder.sample_aspect_ratio;
+    if (options.rate)
+        stream.avg_frame_rate = encoder.framerate;
+    if (kind.mp4 && encoder.codec_id == AV_CODEC_ID_HEVC)
+        stream.codecpar->codec_tag = MKTAG('h', 'v', 'c', '1'); // Apple's players know no other
+    if (options.rotation != 0 || options.mirrored)
+        require(compat::setRotation(stream, options.rotation / quarterTurn, options.mirrored), 30);
+    return stream.index;
+}
+
+int ClipMuxer::addSound(const AVCodecContext& encoder, const ClipWriterOptions& options) {
+    ticksOfSound = {1, encoder.sample_rate};
+    AVStream& stream = addStream(encoder, ticksOfSound);
+    if (!options.language.empty())
+        require(av_dict_set(&stream.metadata, "language", options.language.c_str(), 0), 40);
+    if (isMatroska(kind))
+        require(delay.prepare(stream), 41);
+    return stream.index;
+}
+
+void ClipMuxer::describe(const ClipWriterOptions& options) {
+    for (const auto& [key, value] : options.metadata)
+        require(av_dict_set(&context->metadata, key.c_str(), value.c_str(), 0), 50);
+    addChapters(options);
+}
+
+// Chapters belong to the context once they are in its list; FFmpeg has no call that adds one.
+void ClipMuxer::addChapters(const ClipWriterOptions& options) {
+    for (const ClipChapter& chapter : options.chapters) {
+        auto* made = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+        require(made != nullptr ? 0 : AVERROR(ENOMEM), 60);
+        made->id = static_cast<int>(context->nb_chapters) + 1;
+        made->time_base = {1, nanoseconds};
+        made->start = static_cast<int64_t>(roundedProduct(chapter.begin, nanoseconds));
+        made->end = static_cast<int64_t>(roundedProduct(chapter.end, nanoseconds));
+        auto count = static_cast<int>(context->nb_chapters);
+        const int added = av_dynarray_add_nofree(&context->chapters, &count, made);
+        if (added < 0)
+            av_free(made);
+        require(added, 61);
+        context->nb_chapters = static_cast<unsigned>(count);
+        require(av_dict_set(&made->metadata, "title", chapter.title.c_str(), 0), 62);
+    }
+}
+
+void ClipMuxer::begin(const std::string& path, const ClipWriterOptions& options,
+                      int64_t movieScale) {
+    describe(options);
+    Options muxing;
+    if (kind.mp4) {
+        muxing.set("movie_timescale", std::to_string(movieScale).c_str());
+        for (unsigned i = 0; i < context->nb_streams; ++i) {
+            const AVStream& stream = *context->streams[i];
+            if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
+                muxing.set("video_track_timescale", std::to_string(stream.time_base.den).c_str());
+        }
+        muxing.set("movflags", options.faststart ? "+write_colr+faststart" : "+write_colr");
+    }
+    if (isMatroska(kind)) {
+        context->avoid_negative_ts = 0; // the run-in would move the pictures as well
+        muxing.set("write_crc32", "0"); // the run-in of sound is written into what is summed up
+    }
+    file = path;
+    const std::string url = "file:" + path; // whatever colons the name has
+    require(avio_open(&context->pb, url.c_str(), AVIO_FLAG_WRITE), 70);
+    av_free(context->url); // the second pass of faststart reads what the first has written
+    context->url = av_strdup(url.c_str());
+    require(context->url != nullptr ? 0 : AVERROR(ENOMEM), 71);
+    require(avformat_write_header(context, muxing.address()), 72);
+    avio_flush(context->pb);
+    requireDisk(73);
+}
+
+void ClipMuxer::write(AVPacket& packet, int stream) {
+    const bool pictures = context->streams[stream]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+    const AVRational given = pictures ? ticksOfPictures : ticksOfSound;
+    if (!pictures) {
+        packet.pts += delay.shift();
+        packet.dts += delay.shift();
+    }
+    av_packet_rescale_ts(&packet, given, context->streams[stream]->time_base);
+    packet.stream_index = stream;
+    require(av_interleaved_write_frame(context, &packet), 80);
+    requireDisk(81);
+}
+
+void ClipMuxer::end() {
+    require(av_write_trailer(context), 90);
+    requireDisk(91);
+    require(avio_closep(&context->pb), 92);
+    require(delay.fill(file), 93);
+}
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,297 @@
+#include "base/checks.h"
+#include "base/initialise.h"
+#include "exact/write/ClipAssembly.h"
+#include "exact/write/refusal.h"
+
+#include <TARN/videoio/AtomicFile.h>
+#include <TARN/videoio/ClipWriter.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <utility>
+
+namespace tio::ffmpeg {
+
+using detail::EncodedPictures;
+using detail::EncodedSound;
+using detail::Fraction;
+using detail::refuse;
+
+namespace {
+
+std::string folderOf(const std::string& path) {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
+void requireView(const ConstImageView& picture, const std::string& path) {
+    const auto format = static_cast<int32_t>(picture.format);
+    if (format < 0 || format > static_cast<int32_t>(PictureFormat::Yuv444P10))
+        refuse(path, "there is no picture format " + std::to_string(format));
+    if (picture.height < 1 || picture.width < 1)
+        refuse(path, "a picture of " + std::to_string(picture.width) + " x " +
+                         std::to_string(picture.height));
+    for (int plane = 0; plane < planeCount(picture.format); ++plane) {
+        const auto index = static_cast<std::size_t>(plane);
+        const PlaneSize size = planeSize(picture.format, picture.height, picture.width, plane);
+        if (picture.planes[index] == nullptr ||
+            (size.rows > 1 && std::abs(picture.strides[index]) < size.rowBytes))
+            refuse(path, "plane " + std::to_string(plane) +
+                             " of a picture is missing, or its rows lie too close together");
+    }
+}
+
+} // namespace
+
+class ClipWriter::Core {
+public:
+    Core(const std::string& path, const ClipWriterOptions& clipOptions)
+        : name(path),
+          options(clipOptions),
+          plan(detail::planClip(path, clipOptions)),
+          file(path, clipOptions.overwrite ? AtomicFile::Existing::Replace
+                                           : AtomicFile::Existing::Refuse),
+          times(plan.times) {}
+
+    void writePicture(const ConstImageView& picture, std::optional<Time> time,
+                      std::optional<Time> duration);
+    void writeSamples(const float* samples, std::size_t count, int channels,
+                      std::optional<Time> time);
+    void finish();
+
+private:
+    void requireOpen() const;
+    void openPictures(const ConstImageView& picture, const detail::ClipTimes::Candidate& first);
+    void requireSamples(const float* samples, std::size_t count, int channels) const;
+    [[nodiscard]] Fraction soundBeginAt(Time time) const;
+    void requireBeginnings(const Fraction& pictures, const Fraction& sound,
+                           bool pictureIsNew) const;
+    void assemble();
+
+    /// After a failure within, nothing can be written any more: what is lost cannot be made up for.
+    template <typename Work>
+    void orBreak(const Work& work) {
+        try {
+            work();
+        } catch (...) {
+            failure = std::current_exception();
+            throw;
+        }
+    }
+
+    std::string name;
+    ClipWriterOptions options;
+    detail::ClipPlan plan;
+    AtomicFile file;
+    detail::ClipTimes times;
+    detail::PacketOrder order;
+    std::unique_ptr<detail::PictureEncoder> pictures;
+    std::unique_ptr<detail::PacketSpool> pictureSpool;
+    std::unique_ptr<detail::SoundEncoder> sound;
+    std::unique_ptr<detail::PacketSpool> soundSpool;
+    Fraction soundBegin{0};
+    std::exception_ptr failure;
+    bool finished = false;
+};
+
+void ClipWriter::Core::requireOpen() const {
+    if (finished)
+        refuse(name, "the clip is finished");
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void ClipWriter::Core::openPictures(const ConstImageView& picture,
+                                    const detail::ClipTimes::Candidate& first) {
+    std::optional<Fraction> duration;
+    if (first.endIsGiven)
+        duration = detail::difference(first.end, first.time);
+    const int64_t fine = std::max(first.scale, plan.times.preferredScale);
+    const bool inOrder = plan.times.reorders && fine > detail::finestReordered;
+    auto encoder = std::make_unique<detail::PictureEncoder>(*plan.codec, options, picture, duration,
+                                                            inOrder, name);
+    pictureSpool = std::make_unique<detail::PacketSpool>(folderOf(file.pathToWrite()), name);
+    pictures = std::move(encoder);
+    if (inOrder && pictures->codec().max_b_frames == 0)
+        times.keepOrder();
+}
+
+void ClipWriter::Core::requireBeginnings(const Fraction& picture, const Fraction& samples,
+                                         bool pictureIsNew) const {
+    if (!plan.container->mp4 || detail::movieScale(*plan.container, picture, samples, 1))
+        return;
+    const Fraction refused = pictureIsNew ? picture : samples;
+    const Fraction nearest(static_cast<int64_t>(detail::roundedProduct(refused, 1000)), 1000);
+    const std::string text = "\"" + name + "\": no tick holds the beginnings of pictures and " +
+                             "sound together; the nearest possible is " + detail::toText(nearest) +
+                             " s";
+    detail::logFailure(text);
+    throw TimeRefusal(text, nearest);
+}
+
+void ClipWriter::Core::writePicture(const ConstImageView& picture, std::optional<Time> time,
+                                    std::optional<Time> duration) {
+    requireOpen();
+    if (plan.codec == nullptr)
+        refuse(name, std::string(plan.container->extension) + " is for sound alone");
+    requireView(picture, name);
+    if (!time && !options.rate)
+        refuse(name, "a picture without a time needs a rate");
+    const auto candidate = times.check(time.value_or(times.next()), duration, name);
+    if (times.count() == 0)
+        requireBeginnings(candidate.time, soundBegin, true);
+    times.makeRoom();
+    if (pictures)
+        pictures->requireSize(picture);
+    else
+        openPictures(picture, candidate);
+    if (candidate.afterPause)
+        order.expectStart(static_cast<int64_t>(times.count()));
+    pictures->submit(picture, candidate.time, candidate.afterPause);
+    times.accept(candidate);
+    orBreak([this] {
+        pictures->drain([this](AVPacket& packet) {
+            order.add(packet.pts);
+            pictureSpool->append(packet);
+        });
+    });
+}
+
+void ClipWriter::Core::requireSamples(const float* samples, std::size_t count, int channels) const {
+    if (plan.audioCodec == nullptr)
+        refuse(name, "no rate of samples was given, so there is no sound");
+    const int expected = sound ? sound->channels() : options.audioChannels;
+    if (channels < 1 || (expected > 0 && channels != expected))
+        refuse(name, "a block of " + std::to_string(channels) + " channels" +
+                         (expected > 0 ? " in sound of " + std::to_string(expected) : ""));
+    if (samples == nullptr && count > 0)
+        refuse(name, "a block of sound without samples");
+    const std::size_t values = count * static_cast<std::size_t>(channels);
+    for (std::size_t i = 0; i < values; ++i) {
+        if (!std::isfinite(samples[i]))
+            refuse(name,
+                   "a sample that is no finite number, at " + std::to_string(i) + " of its block");
+    }
+}
+
+Fraction ClipWriter::Core::soundBeginAt(Time time) const {
+    if (sound)
+        refuse(name, "the first block of sound alone has a time");
+    if (!times.zero())
+        refuse(name, "times count from the first picture, which has to come before such sound");
+    const Fraction begin = times.fromZero(time, name);
+    const int rate = options.audioRate;
+    const detail::Wide nearest = std::max<detail::Wide>(detail::roundedProduct(begin, rate), 0);
+    constexpr int64_t most = std::numeric_limits<int64_t>::max() / 4;
+    const Fraction possible(static_cast<int64_t>(std::min<detail::Wide>(nearest, most)), rate);
+    const bool rounds = plan.container->fixedScale() != 0 && begin >= 0;
+    if (nearest <= most && (possible == begin || rounds))
+        return possible;
+    const Fraction told = detail::sum(possible, *times.zero()).value_or(possible);
+    const std::string text = "\"" + name + "\": sound cannot begin at " + detail::toText(time) +
+                             " s, which is no whole number of samples from the beginning; the " +
+                             "nearest possible is " + detail::toText(told) + " s";
+    detail::logFailure(text);
+    throw TimeRefusal(text, told);
+}
+
+void ClipWriter::Core::writeSamples(const float* samples, std::size_t count, int channels,
+                                    std::optional<Time> time) {
+    requireOpen();
+    requireSamples(samples, count, channels);
+    const Fraction begin = time ? soundBeginAt(*time) : soundBegin;
+    if (time && times.count() > 0)
+        requireBeginnings(times.first(), begin, false);
+    if (count == 0)
+        return;
+    if (!sound) {
+        auto encoder =
+            std::make_unique<detail::SoundEncoder>(*plan.audioCodec, options, channels, name);
+        soundSpool = std::make_unique<detail::PacketSpool>(folderOf(file.pathToWrite()), name);
+        sound = std::move(encoder);
+        soundBegin = begin;
+    }
+    orBreak([&] {
+        sound->encode(samples, count, [this](AVPacket& packet) { soundSpool->append(packet); });
+    });
+}
+
+void ClipWriter::Core::finish() {
+    if (finished)
+        return;
+    requireOpen();
+    if (times.count() == 0 && !sound)
+        refuse(name, "neither a picture nor sound was written");
+    orBreak([this] {
+        if (times.count() > 0)
+            pictures->flush([this](AVPacket& packet) {
+                order.add(packet.pts);
+                pictureSpool->append(packet);
+            });
+        if (sound)
+            sound->flush([this](AVPacket& packet) { soundSpool->append(packet); });
+        assemble();
+        file.publish();
+    });
+    finished = true;
+}
+
+void ClipWriter::Core::assemble() {
+    std::optional<EncodedPictures> shown;
+    std::optional<EncodedSound> heard;
+    if (times.count() > 0) {
+        if (order.count != static_cast<int64_t>(times.count()))
+            detail::failAssertion("\"" + name + "\": of " + std::to_string(times.count()) +
+                                      " pictures the encoder gave " + std::to_string(order.count),
+                                  "false", {"ClipWriter", 10});
+        shown.emplace(EncodedPictures{pictures->codec(), *pictureSpool, times, order});
+    }
+    if (sound)
+        heard.emplace(EncodedSound{sound->codec(), *soundSpool, soundBegin});
+    detail::assembleClip(file.pathToWrite(), name, *plan.container, options,
+                         shown ? &*shown : nullptr, heard ? &*heard : nullptr);
+}
+
+ClipWriter::ClipWriter(const std::string& path, const ClipWriterOptions& options) {
+    detail::initialiseOnce();
+    core = std::make_unique<Core>(path, options);
+}
+
+ClipWriter::~ClipWriter() = default;
+ClipWriter::ClipWriter(ClipWriter&& other) noexcept = default;
+ClipWriter& ClipWriter::operator=(ClipWriter&& other) noexcept = default;
+
+void ClipWriter::writePicture(const ConstImageView& picture, Time time,
+                              std::optional<Time> duration) {
+    core->writePicture(picture, time, duration);
+}
+
+void ClipWriter::writePicture(const Image& picture, Time time, std::optional<Time> duration) {
+    core->writePicture(picture.view(), time, duration);
+}
+
+void ClipWriter::writePicture(const ConstImageView& picture) {
+    core->writePicture(picture, std::nullopt, std::nullopt);
+}
+
+void ClipWriter::writePicture(const Image& picture) {
+    core->writePicture(picture.view(), std::nullopt, std::nullopt);
+}
+
+void ClipWriter::writeSamples(const float* samples, std::size_t count, int channels,
+                              std::optional<Time> time) {
+    core->writeSamples(samples, count, channels, time);
+}
+
+void ClipWriter::writeSamples(const Mat<float, 2>& samples, std::optional<Time> time) {
+    core->writeSamples(samples.data(), static_cast<std::size_t>(samples.rows()), samples.cols(),
+                       time);
+}
+
+void ClipWriter::finish() {
+    core->finish();
+}
+
+} // namespace tio::ffmpeg

@@ -1,0 +1,147 @@
+#include "exact/write/MatroskaDelay.h"
+
+#include "base/fileHandle.h"
+
+#include <TARN/videoio/detail/Handles.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+// As long as the element that takes its place: two bytes that tell what it is, one for the length,
+// eight of value. No user's word.
+const std::string placeHolder = "\x53\x6e\x88\x01run-in\x02";
+const std::string codecDelay = "\x56\xaa";
+constexpr size_t valueBytes = 8;
+constexpr size_t headBytes = 64 * 1024; // the tracks stand well before that
+
+std::string bigEndian(int64_t value) {
+    std::string bytes;
+    for (size_t i = valueBytes; i-- > 0;)
+        bytes.push_back(static_cast<char>(static_cast<uint64_t>(value) >> (8 * i)));
+    return bytes;
+}
+
+/// Whether an element with the value stands anywhere, however many bytes it takes for it.
+bool holdsDelay(const std::string& bytes, int64_t value) {
+    for (size_t length = 1; length <= valueBytes; ++length) {
+        const std::string element = codecDelay + static_cast<char>(0x80 | length) +
+                                    bigEndian(value).substr(valueBytes - length);
+        if (bytes.find(element) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+/// What the muxer makes of a stream with one packet at the time 0.
+class Trial {
+public:
+    explicit Trial(const AVCodecParameters& parameters) {
+        if (avformat_alloc_output_context2(&context, nullptr, "matroska", nullptr) < 0)
+            return;
+        AVStream* stream = avformat_new_stream(context, nullptr);
+        if (stream != nullptr && avcodec_parameters_copy(stream->codecpar, &parameters) >= 0 &&
+            avio_open_dyn_buf(&context->pb) >= 0)
+            write(*stream);
+    }
+    Trial(const Trial&) = delete;
+    Trial& operator=(const Trial&) = delete;
+    ~Trial() {
+        if (context == nullptr)
+            return;
+        take();
+        avformat_free_context(context);
+    }
+
+    [[nodiscard]] const std::string& bytes() const noexcept { return written; }
+
+    /// Milliseconds at which the packet stands. A cluster begins with its time, a block with the
+    /// number of its track, then its time after the cluster's in two bytes.
+    [[nodiscard]] int blockTime() const {
+        const size_t block = written.find(mark);
+        const size_t cluster = written.find("\x1f\x43\xb6\x75");
+        if (block == std::string::npos || cluster == std::string::npos || block < cluster)
+            return 0;
+        const auto byte = [this](size_t at) { return static_cast<uint8_t>(written.at(at)); };
+        const auto after = static_cast<int16_t>(byte(block - 3) << 8 | byte(block - 2));
+        const size_t time = written.find('\xe7', cluster + 5);
+        int base = 0;
+        for (size_t i = 0; i < (byte(time + 1) & 0x7FU); ++i)
+            base = base << 8 | byte(time + 2 + i);
+        return base + after;
+    }
+
+private:
+    void write(AVStream& stream) {
+        stream.time_base = {1, stream.codecpar->sample_rate};
+        context->avoid_negative_ts = 0;
+        context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+        if (avformat_write_header(context, nullptr) < 0)
+            return;
+        const PacketHandle packet(av_packet_alloc());
+        if (packet && av_new_packet(packet.get(), static_cast<int>(mark.size())) >= 0) {
+            std::memcpy(packet->data, mark.data(), mark.size());
+            packet->pts = packet->dts = 0;
+            packet->flags = AV_PKT_FLAG_KEY;
+            static_cast<void>(av_write_frame(context, packet.get()));
+        }
+        static_cast<void>(av_write_trailer(context));
+        take();
+    }
+
+    void take() {
+        if (context->pb == nullptr)
+            return;
+        uint8_t* data = nullptr;
+        const int size = avio_close_dyn_buf(context->pb, &data);
+        context->pb = nullptr;
+        written.assign(reinterpret_cast<char*>(data), static_cast<size_t>(size));
+        av_free(data);
+    }
+
+    const std::string mark = "one packet, for a try";
+    AVFormatContext* context = nullptr;
+    std::string written;
+};
+
+} // namespace
+
+int MatroskaDelay::prepare(AVStream& sound) {
+    const AVCodecParameters& codec = *sound.codecpar;
+    if (codec.initial_padding <= 0)
+        return 0;
+    constexpr AVRational nano = {1, 1000000000};
+    const int64_t delay = av_rescale_q(codec.initial_padding, {1, codec.sample_rate}, nano);
+    const Trial trial(codec);
+    if (trial.blockTime() == 0)
+        missingShift = codec.initial_padding;
+    if (holdsDelay(trial.bytes(), delay))
+        return 0;
+    nanoseconds = delay;
+    return av_dict_set(&sound.metadata, "title", placeHolder.substr(3).c_str(), 0);
+}
+
+int MatroskaDelay::fill(const std::string& path) const {
+    if (nanoseconds == 0)
+        return 0;
+    const FileHandle file(std::fopen(path.c_str(), "r+be"));
+    if (!file)
+        return AVERROR(errno);
+    std::string head(headBytes, '\0');
+    head.resize(std::fread(head.data(), 1, head.size(), file.get()));
+    const size_t place = head.find(placeHolder);
+    if (place == std::string::npos)
+        return AVERROR_BUG;
+    const std::string element = codecDelay + '\x88' + bigEndian(nanoseconds);
+    if (std::fseek(file.get(), static_cast<long>(place), SEEK_SET) != 0 ||
+        std::fwrite(element.data(), 1, element.size(), file.get()) != element.size() ||
+        std::fflush(file.get()) != 0)
+        return AVERROR(errno);
+    return 0;
+}
+
+} // namespace tio::ffmpeg::detail

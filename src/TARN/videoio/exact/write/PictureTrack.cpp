@@ -1,0 +1,55 @@
+#include "exact/write/PictureTrack.h"
+
+#include <iterator>
+#include <limits>
+
+namespace tio::ffmpeg::detail {
+
+PictureTrack::PictureTrack(const ClipTimes& clipTimes, const PacketOrder& packets, int64_t ticks)
+    : times(clipTimes), order(packets), scale(ticks) {
+    if (order.delay == 0)
+        return;
+    shortestGap = findShortestGap();
+    const int64_t lastDecoded = decoded(order.count - 1);
+    const int64_t least = std::max(order.delay, shown(order.last) - lastDecoded);
+    const int64_t most = shown(order.count) - lastDecoded - 1;
+    lead = std::clamp(order.delay * shortestGap, least, std::max(least, most));
+}
+
+int64_t PictureTrack::shown(int64_t number) const {
+    return times.ticks(static_cast<std::size_t>(number), scale);
+}
+
+int64_t PictureTrack::findShortestGap() const {
+    int64_t shortest = std::numeric_limits<int32_t>::max();
+    for (int64_t number = 0; number < order.count; ++number)
+        shortest = std::min(shortest, shown(number + 1) - shown(number));
+    return shortest;
+}
+
+int64_t PictureTrack::leadOf(int64_t start) const {
+    if (start == 0)
+        return lead;
+    return std::min(order.delay * shortestGap, (shown(start) - shown(start - 1)) / 2);
+}
+
+int64_t PictureTrack::decoded(int64_t index) const {
+    const int64_t start =
+        *std::prev(std::upper_bound(order.starts.begin(), order.starts.end(), index));
+    const int64_t place = index - start;
+    if (place >= order.delay)
+        return shown(index - order.delay);
+    const int64_t ahead = leadOf(start);
+    return shown(start) - ahead + place * ahead / order.delay;
+}
+
+void PictureTrack::giveTimes(AVPacket& packet, int64_t index) const {
+    const int64_t number = packet.pts;
+    packet.pts = shown(number);
+    packet.dts = decoded(index);
+    packet.duration = shown(number + 1) - packet.pts;
+    if (index == order.count - 1) // all packets together last as long as all pictures
+        packet.duration = shown(order.count) - shown(0) - (packet.dts - decoded(0));
+}
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "exact/write/ClipTimes.h"
+#include "ffmpeg_compat.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+namespace tio::ffmpeg::detail {
+
+/// Which picture each packet of an encoder holds, as far as it decides on decoding times.
+class PacketOrder {
+public:
+    /// A picture that is to be decoded without those before it.
+    void expectStart(int64_t number) { expected.push_back(number); }
+
+    void add(int64_t number) {
+        // Encoders that know no key pictures on demand go on as before.
+        if (count == number && std::binary_search(expected.begin(), expected.end(), number))
+            starts.push_back(number);
+        delay = std::max(delay, count - number);
+        last = number;
+        ++count;
+    }
+
+    int64_t count = 0;
+    int64_t delay = 0; ///< packets by which a picture has to be decoded ahead of its turn
+    int64_t last = 0;  ///< picture of the last packet
+    std::vector<int64_t> starts{0}; ///< first pictures, and packets, of parts for themselves
+
+private:
+    std::vector<int64_t> expected;
+};
+
+/// The times of all packets of a complete track of pictures, in ticks.
+///
+/// Packets are decoded at the times of pictures `delay` places earlier, so that none is late, and
+/// the first few before the first picture is shown. How long before is free: it is chosen such that
+/// packets from first to last take as long as the pictures, since players believe the one or the
+/// other. After a long pause that begins again, because a file has few bits for the time between
+/// decoding and showing.
+class PictureTrack {
+public:
+    PictureTrack(const ClipTimes& times, const PacketOrder& order, int64_t scale);
+
+    /// Gives the packet in place `index` the times of its picture.
+    /// @param packet  its pts is the number of the picture
+    void giveTimes(AVPacket& packet, int64_t index) const;
+
+private:
+    [[nodiscard]] int64_t shown(int64_t number) const;
+    [[nodiscard]] int64_t decoded(int64_t index) const;
+    [[nodiscard]] int64_t leadOf(int64_t start) const;
+    [[nodiscard]] int64_t findShortestGap() const;
+
+    const ClipTimes& times;
+    const PacketOrder& order;
+    int64_t scale;
+    int64_t shortestGap = 0;
+    int64_t lead = 0; ///< from the first decoding to the first picture
+};
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,160 @@
+#include "exact/write/encode/encoders.h"
+
+#include "base/checks.h"
+#include "exact/write/refusal.h"
+
+#include <array>
+#include <cstdio>
+#include <new>
+#include <utility>
+
+namespace tio::ffmpeg::detail {
+
+namespace {
+
+struct Name {
+    const char* ours;
+    std::array<const char*, 3> encoders; ///< the best first
+};
+
+constexpr std::array<Name, 10> namesOfCodecs = {{
+    {"h264", {"libx264", "h264", nullptr}},
+    {"hevc", {"libx265", "hevc", nullptr}},
+    {"av1", {"libsvtav1", "libaom-av1", nullptr}},
+    {"vp9", {"libvpx-vp9", nullptr, nullptr}},
+    {"ffv1", {"ffv1", nullptr, nullptr}},
+    {"mjpeg", {"mjpeg", nullptr, nullptr}},
+    {"aac", {"aac", nullptr, nullptr}},
+    {"opus", {"libopus", nullptr, nullptr}},
+    {"vorbis", {"libvorbis", nullptr, nullptr}},
+    {"pcm", {"pcm_f32le", nullptr, nullptr}},
+}};
+
+// Where the encoder's own is far from what the others take for good, or none at all.
+double usualCrf(const std::string& encoder) {
+    constexpr double av1 = 30;
+    constexpr double vp9 = 31;
+    return encoder == "libvpx-vp9" || encoder == "libaom-av1" ? vp9 : av1;
+}
+
+// FFmpeg's own encoders of lossy pictures aim at 200 kbit/s; this is fine detail at any size.
+constexpr int usualQuantiser = 3;
+
+class Settings {
+public:
+    Settings(AVCodecContext& context, const std::string& path) : owner(context), clip(path) {}
+
+    [[nodiscard]] bool knows(const std::string& key) const {
+        const AVOption* option =
+            av_opt_find(&owner, key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN);
+        return option != nullptr && (option->flags & AV_OPT_FLAG_ENCODING_PARAM) != 0;
+    }
+
+    void set(const std::string& key, const std::string& value) const {
+        if (!knows(key))
+            refuse(clip, "the encoder " + encoder() + " has no option \"" + key + "\"");
+        if (av_opt_set(&owner, key.c_str(), value.c_str(), AV_OPT_SEARCH_CHILDREN) < 0)
+            refuse(clip,
+                   "the encoder " + encoder() + " does not take \"" + value + "\" as its " + key);
+    }
+
+    [[nodiscard]] std::string encoder() const { return owner.codec->name; }
+
+private:
+    AVCodecContext& owner;
+    const std::string& clip;
+};
+
+CodecContextHandle makeContext(const AVCodec& codec, const std::string& path) {
+    CodecContextHandle context(avcodec_alloc_context3(&codec));
+    checkResult(context ? 0 : AVERROR(ENOMEM), {"encoders", 10}, path);
+    context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    return context;
+}
+
+void setBitRate(AVCodecContext& context, std::optional<int64_t> bitRate, const std::string& path) {
+    if (!bitRate)
+        return;
+    if (*bitRate <= 0)
+        refuse(path, "a bit rate of " + std::to_string(*bitRate) + " bits a second");
+    context.bit_rate = *bitRate;
+}
+
+void setQuality(AVCodecContext& context, const Settings& settings, const ClipWriterOptions& options,
+                const std::string& path) {
+    const std::string encoder = settings.encoder();
+    if (options.crf && options.bitRate)
+        refuse(path, "a constant quality and a bit rate exclude each other");
+    const bool keepsOwn = encoder == "libx264" || encoder == "libx265" || encoder == "libx264rgb";
+    if (options.crf || (settings.knows("crf") && !options.bitRate && !keepsOwn)) {
+        std::array<char, 32> text{};
+        std::snprintf(text.data(), text.size(), "%g", options.crf.value_or(usualCrf(encoder)));
+        settings.set("crf", text.data());
+        if (encoder.rfind("libvpx", 0) == 0 || encoder.rfind("libaom", 0) == 0)
+            context.bit_rate = 0; // otherwise an upper bound
+    } else if (!options.bitRate && !settings.knows("crf")) {
+        context.flags |= AV_CODEC_FLAG_QSCALE;
+        context.global_quality = FF_QP2LAMBDA * usualQuantiser;
+    }
+}
+
+void setPreset(const Settings& settings, const std::string& preset, const std::string& path) {
+    if (preset.empty())
+        return;
+    if (settings.knows("preset"))
+        settings.set("preset", preset);
+    else if (settings.knows("cpu-used"))
+        settings.set("cpu-used", preset);
+    else
+        refuse(path, "the encoder " + settings.encoder() + " has no presets");
+}
+
+} // namespace
+
+const AVCodec& findEncoder(const std::string& name, AVMediaType type, const std::string& path) {
+    const AVCodec* found = nullptr;
+    for (const Name& entry : namesOfCodecs) {
+        if (name != entry.ours)
+            continue;
+        for (const char* encoder : entry.encoders) {
+            if (found == nullptr && encoder != nullptr)
+                found = avcodec_find_encoder_by_name(encoder);
+        }
+    }
+    if (found == nullptr)
+        found = avcodec_find_encoder_by_name(name.c_str());
+    if (found == nullptr)
+        refuse(path, "there is no encoder \"" + name + "\"");
+    if (found->type != type)
+        refuse(path, "the encoder \"" + name + "\" does not make " +
+                         (type == AVMEDIA_TYPE_VIDEO ? "pictures" : "sound"));
+    return *found;
+}
+
+CodecContextHandle makePictureContext(const AVCodec& codec, const ClipWriterOptions& options,
+                                      const std::string& path) {
+    CodecContextHandle context = makeContext(codec, path);
+    const Settings settings(*context, path);
+    if (options.threads < 0)
+        refuse(path, std::to_string(options.threads) + " threads");
+    context->thread_count = options.threads;
+    setBitRate(*context, options.bitRate, path);
+    setPreset(settings, options.preset, path);
+    setQuality(*context, settings, options, path);
+    for (const auto& [key, value] : options.options)
+        settings.set(key, value);
+    return context;
+}
+
+CodecContextHandle makeSoundContext(const AVCodec& codec, const ClipWriterOptions& options,
+                                    const std::string& path) {
+    CodecContextHandle context = makeContext(codec, path);
+    const Settings settings(*context, path);
+    setBitRate(*context, options.audioBitRate, path);
+    for (const auto& [key, value] : options.audioOptions)
+        settings.set(key, value);
+    return context;
+}
+
+} // namespace tio::ffmpeg::detail

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "ffmpeg_compat.h"
+
+#include <TARN/videoio/ClipWriterOptions.h>
+#include <TARN/videoio/detail/Handles.h>
+
+#include <map>
+#include <string>
+
+/// @file
+/// Which encoder is meant, and whether it takes what is asked of it.
+
+namespace tio::ffmpeg::detail {
+
+/// The encoder of one of our names for codecs, or of FFmpeg's name.
+/// @throws ClipRefusal when there is none, or one of the other kind
+[[nodiscard]] const AVCodec& findEncoder(const std::string& name, AVMediaType type,
+                                         const std::string& path);
+
+/// An encoder that is not open yet, with threads, quality, preset, bit rate and options set.
+/// @throws ClipRefusal that names what it does not take
+[[nodiscard]] CodecContextHandle
+makePictureContext(const AVCodec& codec, const ClipWriterOptions& options, const std::string& path);
+[[nodiscard]] CodecContextHandle
+makeSoundContext(const AVCodec& codec, const ClipWriterOptions& options, const std::string& path);
+
+} // namespace tio::ffmpeg::detail
