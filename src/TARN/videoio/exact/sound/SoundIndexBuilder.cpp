@@ -6,10 +6,13 @@
 #include "exact/sound/SampleCount.h"
 #include "exact/sound/SoundRun.h"
 #include "exact/sound/SoundScan.h"
+#include "exact/sound/runIn.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace tio::ffmpeg::detail {
 
@@ -28,6 +31,55 @@ int soundStream(const Source& source, int asked) {
         failPlainly("Stream " + std::to_string(asked) + " of \"" + source.name() +
                     "\" is not of sound");
     return asked;
+}
+
+// A shorter stream, of some 20 seconds of AAC, is decoded as a whole: that takes some hundredths of
+// a second and gives checksums.
+constexpr uint32_t worthTrusting = 1000;
+
+// Of so many packets at each end the samples are compared with what comes out. What can be wrong
+// with all packets shows in the first ones, and what a cut file lacks in the last ones.
+constexpr uint32_t endPackets = 8;
+
+/// Decodes the first packets, which tells the format as well.
+bool startAgrees(SoundRun& run, SoundIndexData& index) {
+    SoundIndexData start;
+    start.packets.flags.resize(endPackets);
+    SampleCount count(start);
+    while (run.next() && run.packetNumber() < endPackets)
+        count.add(run.packetNumber(), run.frame());
+    count.finish();
+    index.format = start.format;
+    if (start.change || start.format.channels == 0)
+        return false;
+    for (uint32_t packet = 0; packet < endPackets; ++packet)
+        if (start.ends[packet] != index.ends[packet] || start.rawOf(packet) != index.rawOf(packet))
+            return false;
+    return true;
+}
+
+/// Decodes the last packets.
+bool endAgrees(SoundRun& run, const SoundIndexData& index) {
+    const uint32_t first = index.packetCount() - endPackets;
+    if (!run.enterAt(entryFor(index, first, 0)))
+        return false;
+    std::vector<uint32_t> samples(endPackets);
+    while (run.next()) {
+        if (run.packetNumber() < first)
+            continue;
+        if (!index.format.isThatOf(run.frame()))
+            return false;
+        samples[run.packetNumber() - first] += static_cast<uint32_t>(run.frame().nb_samples);
+    }
+    for (uint32_t packet = 0; packet < endPackets; ++packet)
+        if (samples[packet] != index.rawOf(first + packet))
+            return false;
+    return !run.isLost();
+}
+
+bool endsAgree(const Source& source, SoundIndexData& index, int threads) {
+    SoundRun run(source, index.packets, threads);
+    return startAgrees(run, index) && endAgrees(run, index);
 }
 
 } // namespace
@@ -49,13 +101,17 @@ void countSamples(const Source& source, SoundIndexData& index, const SampleIndex
 SoundIndexData buildSoundIndex(const Source& source, const SampleIndexOptions& options) {
     const int stream = soundStream(source, options.stream);
     ProgressReport progress(options.progress);
-    SoundIndexData index;
+    SoundScan scan;
     {
         PacketSource packets(source, stream);
-        index = scanSound(packets, stream, progress);
+        scan = scanSound(packets, stream, progress);
     }
-    countSamples(source, index, options);
-    return index;
+    const bool packetsTell = scan.packetsTell && scan.index.packetCount() >= worthTrusting;
+    if (!options.checksums && packetsTell && endsAgree(source, scan.index, options.threads))
+        findTimes(scan.index);
+    else
+        countSamples(source, scan.index, options);
+    return std::move(scan.index);
 }
 
 } // namespace tio::ffmpeg::detail

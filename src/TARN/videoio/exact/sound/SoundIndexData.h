@@ -32,7 +32,6 @@ enum class RunIn : uint8_t {
     None,      ///< packets do not depend on each other
     Overlap,   ///< on the one before
     Reservoir, ///< on the bytes of those before, and on the one before
-    Celt,      ///< on all that were before, but less and less
 };
 
 /// What comes out of a packet that does not give just its kept samples.

@@ -6,7 +6,8 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-// AV_FRAME_DATA_SKIP_SAMPLES: two numbers of 32 bits, low byte first, and two bytes.
+// AV_FRAME_DATA_SKIP_SAMPLES and AV_PKT_DATA_SKIP_SAMPLES: two numbers of 32 bits, low byte first,
+// and two bytes.
 constexpr size_t skipBytes = 10;
 
 uint32_t littleEndian(const uint8_t* bytes) {
@@ -23,6 +24,19 @@ PacketCut::Part Trimmer::keep(const AVFrame& frame) {
     const uint32_t padding = told ? littleEndian(data->data + 4) : 0;
     return keep(static_cast<uint32_t>(frame.nb_samples), skipped, padding,
                 (frame.flags & AV_FRAME_FLAG_DISCARD) != 0);
+}
+
+PacketCut::Part Trimmer::keep(const AVPacket& packet, uint32_t samples) {
+    uint32_t skipped = 0;
+    uint32_t padding = 0;
+    for (int i = 0; i < packet.side_data_elems; ++i) {
+        const AVPacketSideData& data = packet.side_data[i];
+        if (data.type != AV_PKT_DATA_SKIP_SAMPLES || static_cast<size_t>(data.size) < skipBytes)
+            continue;
+        skipped = littleEndian(data.data);
+        padding = littleEndian(data.data + 4);
+    }
+    return keep(samples, skipped, padding, (packet.flags & AV_PKT_FLAG_DISCARD) != 0);
 }
 
 PacketCut::Part Trimmer::keep(uint32_t samples, uint32_t skipped, uint32_t padding,

@@ -17,6 +17,9 @@ public:
     [[nodiscard]] PacketCut::Part keep(uint32_t samples, uint32_t skipped, uint32_t padding,
                                        bool isDiscarded);
 
+    /// The same, of what the decoder will give for a packet.
+    [[nodiscard]] PacketCut::Part keep(const AVPacket& packet, uint32_t samples);
+
 private:
     uint32_t toSkip = 0; // of the frames that follow
 };

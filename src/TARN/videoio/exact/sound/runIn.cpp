@@ -18,11 +18,6 @@ constexpr int attemptsInMidStream = 2;
 constexpr int64_t largestReservoir = 511;
 constexpr uint32_t filterPackets = 2;
 
-// CELT predicts energies from the frame before: what is wrong in them shrinks by a factor of 0.5 to
-// 0.9 a frame, the longer the frames the faster. The error is below the last bit of a float within
-// 0.72 s in all clips that were tried.
-constexpr int64_t celtMilliseconds = 1500;
-
 // One packet holds what the next one overlaps with; with one more all real clips came out right.
 // Twice as many cost nothing to speak of.
 constexpr uint32_t overlapPackets = 4;
@@ -35,12 +30,6 @@ uint32_t packetsForReservoir(const SoundIndexData& index, uint32_t target) {
     return target - packet + filterPackets;
 }
 
-uint32_t packetsForTime(const SoundIndexData& index, uint32_t target, int64_t milliseconds) {
-    const int64_t samples = milliseconds * index.format.rate / 1000;
-    const int64_t from = std::max<int64_t>(0, index.startOf(target) - samples);
-    return target - index.packetOf(from);
-}
-
 /// How many packets before `target` its codec needs.
 uint32_t packetsBefore(const SoundIndexData& index, uint32_t target) {
     switch (index.runIn) {
@@ -50,8 +39,6 @@ uint32_t packetsBefore(const SoundIndexData& index, uint32_t target) {
         return overlapPackets;
     case RunIn::Reservoir:
         return packetsForReservoir(index, target);
-    case RunIn::Celt:
-        return packetsForTime(index, target, celtMilliseconds);
     case RunIn::Guess:
         break;
     }
