@@ -1,25 +1,19 @@
 #include "picture/swscale.h"
 
-#include "support/Expectations.h"
+#include "SwscalePictures.h"
 #include "support/Interception.h"
-#include "support/LogCapture.h"
 #include "support/ReferenceConversion.h"
 #include "support/SourceFrames.h"
 
-#include <TARN/core/Exception.h>
 #include <TARN/core/MatAlloc.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/mman.h>
 #include <tuple>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -49,6 +43,21 @@ void operator delete(void* block, std::size_t /*size*/, std::align_val_t /*align
 namespace tio {
 namespace {
 
+using test::bytesOf;
+using test::convert;
+using test::FramePointer;
+using test::makeNoise;
+using test::makePlain;
+using test::Nv12Frame;
+using test::nv12Of;
+using test::Plane;
+using test::planesOf;
+using test::RgbFrame;
+using test::rgbOf;
+using test::Target;
+using ::testing::Each;
+using ::testing::ElementsAre;
+
 /// While it lives, every matrix starts full of one byte instead of whatever the memory held before.
 /// What a converter leaves unwritten, or writes beyond the end, can then be seen. One at a time.
 class FreshMemory {
@@ -61,148 +70,6 @@ public:
     FreshMemory(const FreshMemory&) = delete;
     FreshMemory& operator=(const FreshMemory&) = delete;
 };
-
-using test::FramePointer;
-using test::IsLogLine;
-using test::makeNoise;
-using test::makePlain;
-using test::thrownText;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-
-using Target = ffmpeg::PixelFormat;
-using RgbFrame = Frame<PixelFormat::RGB>;
-using Nv12Frame = Frame<PixelFormat::NV12>;
-using Plane = Mat<uint8_t, 2, MatOptions<0, 1>>;
-using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
-
-const RgbFrame& rgbOf(const std::shared_ptr<FrameBase>& frame) {
-    return dynamic_cast<const RgbFrame&>(*frame);
-}
-
-const Nv12Frame& nv12Of(const std::shared_ptr<FrameBase>& frame) {
-    return dynamic_cast<const Nv12Frame&>(*frame);
-}
-
-std::shared_ptr<FrameBase> convert(AVFrame& frame, Target target) {
-    SWScaleDecoder decoder({frame.height, frame.width}, static_cast<AVPixelFormat>(frame.format),
-                           target);
-    return decoder.convertFrame(&frame);
-}
-
-std::vector<Plane> planesOf(const std::shared_ptr<FrameBase>& frame, Target target) {
-    if (target == Target::RGB)
-        return {rgbOf(frame).plane};
-    return {nv12Of(frame).planes[0], nv12Of(frame).planes[1]};
-}
-
-std::vector<uint8_t> bytesOf(const Plane& plane) {
-    return {plane.data(), plane.data() + plane.count};
-}
-
-// Failures
-
-class SwscaleFailures : public ::testing::Test {
-protected:
-    // Everything that the library itself says about a failed check is of level 4.
-    void expectRootLines(const std::vector<std::string>& texts) {
-        EXPECT_EQ(log.linesAt(4), texts);
-        for (const std::string& text : texts)
-            EXPECT_THAT(log.lines(), Contains(IsLogLine("root", 4, text)));
-    }
-
-    const std::vector<std::string> noContext = {
-        R"(Could not get swscale context @ ..\src\TARN\videoio\swscale:32)",
-        "Assertion failed: m_sws_context"};
-    const std::string noFormatForDefault =
-        "Default pixel format conversion should not be done with ffPixelFormat()";
-
-    test::LogCapture log;
-};
-
-TEST_F(SwscaleFailures, ASourceWithoutPixelFormatIsRefused) {
-    EXPECT_EQ(thrownText<Exception>([] {
-                  SWScale({48, 64}, AV_PIX_FMT_NONE, AV_PIX_FMT_RGB24);
-              }),
-              "Could not get swscale context");
-    expectRootLines(noContext);
-}
-
-TEST_F(SwscaleFailures, ATargetWithoutPixelFormatIsRefused) {
-    EXPECT_EQ(thrownText<Exception>([] {
-                  SWScale({48, 64}, AV_PIX_FMT_RGB24, AV_PIX_FMT_NONE);
-              }),
-              "Could not get swscale context");
-    expectRootLines(noContext);
-}
-
-TEST_F(SwscaleFailures, APictureInTheMemoryOfAGraphicsCardIsRefused) {
-    EXPECT_EQ(thrownText<Exception>([] {
-                  SWScale({48, 64}, AV_PIX_FMT_VAAPI, AV_PIX_FMT_RGB24);
-              }),
-              "Could not get swscale context");
-    expectRootLines(noContext);
-}
-
-TEST_F(SwscaleFailures, APictureWithoutRowsOrColumnsIsRefused) {
-    for (const Vec<int, 2> size : {Vec<int, 2>(0, 64), Vec<int, 2>(48, 0), Vec<int, 2>(-1, 64)}) {
-        log.clear();
-        EXPECT_EQ(
-            thrownText<Exception>([&] { SWScale(size, AV_PIX_FMT_YUV420P, AV_PIX_FMT_RGB24); }),
-            "Could not get swscale context");
-        expectRootLines(noContext);
-    }
-}
-
-TEST_F(SwscaleFailures, DefaultNamesNoPixelFormatOfFfmpeg) {
-    EXPECT_EQ(thrownText<Exception>([] { (void)ffPixelFormat(Target::Default); }),
-              noFormatForDefault);
-    expectRootLines({noFormatForDefault + R"( @ ..\src\TARN\videoio\swscale:40)"});
-}
-
-TEST_F(SwscaleFailures, AValueThatIsNoPixelFormatIsRefused) {
-    for (const int value : {3, -1, 1000}) {
-        log.clear();
-        EXPECT_EQ(thrownText<Exception>([&] { (void)ffPixelFormat(static_cast<Target>(value)); }),
-                  "Invalid pixel format");
-        expectRootLines({R"(Invalid pixel format @ ..\src\TARN\videoio\swscale:46)"});
-    }
-}
-
-TEST_F(SwscaleFailures, ADecoderForDefaultFailsWhenItIsMade) {
-    EXPECT_EQ(thrownText<Exception>([] {
-                  SWScaleDecoder({48, 64}, AV_PIX_FMT_YUV420P, Target::Default);
-              }),
-              noFormatForDefault);
-    expectRootLines({noFormatForDefault + R"( @ ..\src\TARN\videoio\swscale:40)"});
-}
-
-TEST_F(SwscaleFailures, ADecoderLooksAtItsTargetBeforeItAsksForAContext) {
-    EXPECT_EQ(thrownText<Exception>([] {
-                  SWScaleDecoder({48, 64}, AV_PIX_FMT_NONE, static_cast<Target>(7));
-              }),
-              "Invalid pixel format");
-    expectRootLines({R"(Invalid pixel format @ ..\src\TARN\videoio\swscale:46)"});
-}
-
-TEST_F(SwscaleFailures, AnEncoderForNoPixelFormatIsRefused) {
-    const test::CodecPointer codec(avcodec_alloc_context3(nullptr));
-    EXPECT_EQ(thrownText<Exception>([&] {
-                  SWScaleEncoder({48, 64}, codec.get());
-              }),
-              "Could not get swscale context");
-    expectRootLines(noContext);
-}
-
-// What swscale answers says nothing that its caller could act on.
-TEST_F(SwscaleFailures, TheResultOfAConversionIsNotChecked) {
-    const test::Interception intercepted;
-    intercepted->sws_scale.instead = [](SwsContext*) { return AVERROR(EINVAL); };
-    const FramePointer frame = makeNoise(AV_PIX_FMT_YUV420P, 16, 16);
-    EXPECT_NE(convert(*frame, Target::RGB), nullptr);
-    EXPECT_THAT(log.linesAt(5), ElementsAre());
-}
 
 // Pictures
 
@@ -421,120 +288,6 @@ TEST_P(SourceFormat, IsConvertedWithoutPassingTheSpareBytesBehindABlock) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pictures, SourceFormat, ::testing::ValuesIn(sourceFormats));
-
-// The encoder's side
-
-class SWScaleEncoderTest : public ::testing::TestWithParam<const char*> {
-protected:
-    SWScaleEncoderTest() : codec(avcodec_alloc_context3(nullptr)) {
-        codec->pix_fmt = av_get_pix_fmt(GetParam());
-    }
-
-    FramePointer encode(const RgbImage& image) {
-        codec->width = image.cols();
-        codec->height = image.rows();
-        FramePointer frame = test::makeFrame(codec->pix_fmt, codec->width, codec->height);
-        SWScaleEncoder encoder(image.size, codec.get());
-        encoder.convertFrame(image, frame.get(), codec.get());
-        return frame;
-    }
-
-    test::CodecPointer codec;
-};
-
-RgbImage noiseImage(int height, int width) {
-    RgbImage image(Vec<int, 2>(height, width));
-    const FramePointer noise = makeNoise(AV_PIX_FMT_GRAY8, 3 * width, height);
-    const std::vector<uint8_t> bytes = test::pixelsOf(*noise);
-    std::memcpy(image.data(), bytes.data(), bytes.size());
-    return image;
-}
-
-/// The image in swscale's own hands. It reads the pixel behind the last one of an odd row as well,
-/// so the last one is repeated there.
-std::vector<uint8_t> pixelsBySwscale(const RgbImage& image, AVPixelFormat format) {
-    const auto* begin = reinterpret_cast<const uint8_t*>(image.data());
-    std::vector<uint8_t> bytes(begin, begin + 3 * image.count);
-    for (int i = 0; i < 64; ++i)
-        bytes.push_back(bytes[bytes.size() - 3]);
-    const FramePointer frame = test::makeFrame(format, image.cols(), image.rows());
-    const auto scaler = test::makeScaler(image.cols(), image.rows(), AV_PIX_FMT_RGB24, format);
-    const uint8_t* const rows[4] = {bytes.data()};
-    const int strides[4] = {3 * image.cols()};
-    sws_scale(scaler.get(), rows, strides, 0, image.rows(), frame->data, frame->linesize);
-    return test::pixelsOf(*frame);
-}
-
-/// Memory that ends where the process may not read any further.
-class LastPage {
-public:
-    explicit LastPage(size_t used)
-        : page(static_cast<size_t>(::sysconf(_SC_PAGESIZE))),
-          length((used + page - 1) / page * page),
-          begin(static_cast<char*>(::mmap(nullptr, length + page, PROT_READ | PROT_WRITE,
-                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))),
-          first(begin + length - used) {
-        ::mprotect(begin + length, page, PROT_NONE);
-    }
-    ~LastPage() { ::munmap(begin, length + page); }
-    LastPage(const LastPage&) = delete;
-    LastPage& operator=(const LastPage&) = delete;
-
-    [[nodiscard]] char* data() const noexcept { return first; }
-
-private:
-    size_t page;
-    size_t length;
-    char* begin;
-    char* first;
-};
-
-TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfTheImage) {
-    for (int height = 1; height <= 20; ++height) {
-        for (int width = 1; width <= 40; ++width) {
-            const RgbImage image = noiseImage(height, width);
-            ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
-                << width << " x " << height;
-        }
-    }
-}
-
-TEST_P(SWScaleEncoderTest, WritesWhatSwscaleMakesOfALargeImage) {
-    for (const auto& [height, width] : {std::pair(64, 1280), {65, 854}, {33, 1919}, {2, 3840}}) {
-        const RgbImage image = noiseImage(height, width);
-        ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(image, codec->pix_fmt))
-            << width << " x " << height;
-    }
-}
-
-TEST_P(SWScaleEncoderTest, ReadsNothingBehindTheImage) {
-    for (const int height : {1, 2, 3, 17, 32}) {
-        for (const int width : {1, 2, 3, 5, 6, 7, 8, 15, 16, 17, 22, 31, 32, 64, 128, 1280}) {
-            const RgbImage noise = noiseImage(height, width);
-            const size_t bytes = size_t{3} * static_cast<size_t>(noise.count);
-            const LastPage memory(bytes);
-            std::memcpy(memory.data(), noise.data(), bytes);
-            const RgbImage image(noise.size, std::shared_ptr<char>(memory.data(), [](char*) {}));
-            ASSERT_EQ(test::pixelsOf(*encode(image)), pixelsBySwscale(noise, codec->pix_fmt))
-                << width << " x " << height;
-        }
-    }
-}
-
-TEST_P(SWScaleEncoderTest, WhatIsConvertedBackLooksTheSame) {
-    RgbImage image(Vec<int, 2>(36, 54));
-    std::fill_n(image.data(), image.count, Vec<uint8_t, 3>(200, 120, 40));
-    const auto back = convert(*encode(image), Target::RGB);
-    const std::vector<uint8_t> pixels = bytesOf(rgbOf(back).plane);
-    for (std::size_t i = 0; i < pixels.size(); i += 3) {
-        ASSERT_NEAR(pixels[i], 200, 3) << "byte " << i;
-        ASSERT_NEAR(pixels[i + 1], 120, 3) << "byte " << i;
-        ASSERT_NEAR(pixels[i + 2], 40, 3) << "byte " << i;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, SWScaleEncoderTest,
-                         ::testing::Values("yuv420p", "yuvj420p", "yuv444p", "nv12", "rgb24"));
 
 } // namespace
 } // namespace tio
