@@ -13,16 +13,18 @@ constexpr detail::Location at(int number) {
     return {"OutputStream", number};
 }
 
-OutputFormatContext& required(const std::shared_ptr<OutputFormatContext>& context) {
+// Before the base sees it, which would not say what kind of stream it is.
+const std::shared_ptr<OutputFormatContext>&
+required(const std::shared_ptr<OutputFormatContext>& context) {
     if (context == nullptr)
         detail::failAssertion("An output stream needs a context", "context", at(30));
-    return *context;
+    return context;
 }
 
 } // namespace
 
 OutputStream::OutputStream(std::shared_ptr<OutputFormatContext> output, Rational unitTime)
-    : Stream(output, -1), timeBase(unitTime), announcement(required(output).announce(unitTime)) {}
+    : Stream(required(output), -1), timeBase(unitTime), announcement(output->announce(unitTime)) {}
 
 // Where the file has failed, what is held can never get into it: a write would bring FFmpeg down or
 // fail once more.
