@@ -1,14 +1,12 @@
-#include "support/Dictionary.h"
+#include "PacketEncoderFixture.h"
 #include "support/Expectations.h"
 #include "support/Interception.h"
-#include "support/LogCapture.h"
 #include "support/Muxing.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/PacketEncoder.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,116 +19,15 @@
 namespace tio::ffmpeg {
 namespace {
 
-using test::ffmpegText;
-using test::IsFraction;
 using test::IsLogLine;
 using test::ownLines;
+using test::PacketEncoderTest;
 using test::placeText;
+using test::ProbeEncoder;
 using test::thrownText;
 using ::testing::Each;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-/// The engine with its protected side open, on a codec that the test chooses, without a picture
-/// source: the frame is grey.
-class ProbeEncoder : public PacketEncoder {
-public:
-    explicit ProbeEncoder(Rational unitTime, AVCodecID codec = AV_CODEC_ID_H264)
-        : PacketEncoder(unitTime, codec) {
-        codecContext->width = 64;
-        codecContext->height = 48;
-        codecContext->pix_fmt = AV_PIX_FMT_YUV420P;
-    }
-
-    using PacketEncoder::codecContext;
-    using PacketEncoder::codecParameters;
-    using PacketEncoder::extradata;
-    using PacketEncoder::frame;
-
-    void open(const test::Options& options = {{"preset", "veryfast"}}) {
-        openCodec(test::Dictionary(options).release());
-        frame = av_frame_alloc();
-        frame->format = AV_PIX_FMT_YUV420P;
-        frame->width = 64;
-        frame->height = 48;
-        test::check(av_frame_get_buffer(frame, 0), "picture");
-        for (int plane = 0; plane < 3; ++plane)
-            std::fill_n(frame->data[plane], frame->linesize[plane] * (plane == 0 ? 48 : 24), 128);
-    }
-};
-
-class PacketEncoderTest : public ::testing::Test {
-protected:
-    ~PacketEncoderTest() override {
-        if (encoder) // a frame that nobody flushes stays
-            av_frame_free(&encoder->frame);
-    }
-
-    void open(Rational unitTime, const test::Options& options = {{"preset", "veryfast"}}) {
-        encoder = std::make_unique<ProbeEncoder>(unitTime);
-        encoder->open(options);
-    }
-
-    // An encoder that answers as scripted: each list holds the pts of the packets that come out
-    // until it has to be asked for more.
-    void scriptCodec(std::vector<std::vector<int64_t>> rounds, int lastAnswer = AVERROR(EAGAIN)) {
-        script = std::move(rounds);
-        intercepted->avcodec_send_frame.instead = [](AVCodecContext*, const AVFrame*) { return 0; };
-        intercepted->avcodec_receive_packet.instead = [this, lastAnswer](AVCodecContext*,
-                                                                         AVPacket* packet) {
-            if (script.empty())
-                return lastAnswer;
-            if (script.front().empty()) {
-                script.erase(script.begin());
-                return AVERROR(EAGAIN);
-            }
-            test::check(av_new_packet(packet, 1), "packet");
-            packet->pts = packet->dts = script.front().front();
-            script.front().erase(script.front().begin());
-            return 0;
-        };
-    }
-
-    template <typename Action>
-    void expectFailure(int code, int number, Action action) const {
-        const std::string expected = ffmpegText(code) + placeText("PacketEncoder", number);
-        EXPECT_EQ(thrownText<Exception>(action), expected);
-        EXPECT_THAT(ownLines(log), ElementsAre(IsLogLine("root", 5, expected)));
-    }
-
-    static std::vector<int64_t> ptsOf(const std::vector<OutputPacket>& packets) {
-        std::vector<int64_t> pts;
-        for (const OutputPacket& packet : packets)
-            pts.push_back(packet.getPacket().pts);
-        return pts;
-    }
-
-    static std::vector<int64_t> durationsOf(const std::vector<OutputPacket>& packets) {
-        std::vector<int64_t> durations;
-        for (const OutputPacket& packet : packets)
-            durations.push_back(packet.getPacket().duration);
-        return durations;
-    }
-
-    // Encodes frames at these ticks, and everything that is left.
-    std::vector<OutputPacket> encodeAll(const std::vector<int64_t>& times) const {
-        std::vector<OutputPacket> all;
-        const auto keep = [&all](const std::vector<OutputPacket>& packets) {
-            for (const OutputPacket& packet : packets)
-                all.emplace_back(packet);
-        };
-        for (const int64_t time : times)
-            keep(encoder->encodeFrameAt(Rational(time, 1) * encoder->getUnitTime()));
-        keep(encoder->flush());
-        return all;
-    }
-
-    test::Interception intercepted;
-    test::LogCapture log;
-    std::unique_ptr<ProbeEncoder> encoder;
-    std::vector<std::vector<int64_t>> script;
-};
 
 // Finding and opening the encoder
 
@@ -284,152 +181,6 @@ TEST_F(PacketEncoderTest, TheBytesOutliveTheEncoderAsLongAsAPacket) {
     EXPECT_FALSE(watched.expired());
     packets.clear();
     EXPECT_TRUE(watched.expired());
-}
-
-// Times
-
-TEST_F(PacketEncoderTest, AFramesTimeIsTruncatedTowardZeroToAMultipleOfTheTimeBase) {
-    open(Rational(1, 1000));
-    const auto ticksOf = [this](Rational time) {
-        encoder->setFrameTime(time);
-        return encoder->frame->pts;
-    };
-    EXPECT_EQ(ticksOf(Rational(1, 3)), 333);
-    EXPECT_EQ(ticksOf(Rational(-1, 3)), -333);
-    EXPECT_EQ(ticksOf(Rational(2, 3)), 666);
-    EXPECT_EQ(ticksOf(Rational(7, 1)), 7000);
-    EXPECT_EQ(ticksOf(Rational(-1, 1001)), 0);
-}
-
-// At each of these times a product leaves 64 bits before it is reduced.
-TEST_F(PacketEncoderTest, TimesOfAWallClockAreExact) {
-    open(Rational(1, 1000000));
-    for (int64_t n = 0; n < 100; ++n) {
-        const int64_t sinceEpoch = 1700000000123456 + 33333 * n;
-        encoder->setFrameTime(Rational(sinceEpoch, 1000000));
-        EXPECT_EQ(encoder->frame->pts, sinceEpoch) << n;
-        EXPECT_EQ(encoder->getFrameTime(), Rational(sinceEpoch, 1000000)) << n;
-        const int64_t uptime = 10000000000000 + 33333 * n;
-        encoder->setFrameTime(Rational(uptime, 1000000));
-        EXPECT_EQ(encoder->frame->pts, uptime) << n;
-    }
-}
-
-TEST_F(PacketEncoderTest, AFramesTimeIsReadBackInSeconds) {
-    open(Rational(1001, 30000));
-    encoder->frame->pts = 30;
-    EXPECT_THAT(encoder->getFrameTime(), IsFraction(1001, 1000));
-    encoder->frame->pts = -1;
-    EXPECT_THAT(encoder->getFrameTime(), IsFraction(-1001, 30000));
-}
-
-TEST_F(PacketEncoderTest, TheUnitTimeIsTheTimeBase) {
-    open(Rational(2, 50));
-    EXPECT_THAT(encoder->getUnitTime(), IsFraction(1, 25));
-}
-
-TEST_F(PacketEncoderTest, PacketsCountInTheTimeBaseAlsoWhereTheEncoderChoseAnother) {
-    open(Rational(1, 1000));
-    encoder->codecContext->time_base = {1, 250};
-    scriptCodec({{}, {5, 10}});
-    const auto packets = encoder->encodeFrame();
-    EXPECT_THAT(ptsOf(packets), ElementsAre(20, 40));
-    for (const OutputPacket& packet : packets)
-        EXPECT_THAT(packet.getUnitTime(), IsFraction(1, 1000));
-}
-
-TEST_F(PacketEncoderTest, AVideoPacketLastsTheShorterOfTheTwoDistancesBeforeItTheFirstOneTick) {
-    open(Rational(1, 90000));
-    scriptCodec({{}, {3600}, {}, {7200, 7300}, {}, {90000}, {}, {93600}});
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(1));
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(3600, 100));
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(100)) << "and not the pause";
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(3600));
-}
-
-TEST_F(PacketEncoderTest, AVideoPacketLastsNoLongerThanToTheNextPictureThatTheEncoderHas) {
-    open(Rational(1, 90000));
-    // A second picture after a pause: were it the last one, the pause is all that is known.
-    const auto packets = encodeAll({0, 5400000, 5403000, 5406000});
-    EXPECT_THAT(durationsOf(packets), ElementsAre(1, 3000, 3000, 3000));
-}
-
-TEST_F(PacketEncoderTest, AnAudioPacketKeepsItsDuration) {
-    open(Rational(1, 1000));
-    encoder->codecContext->codec_type = AVMEDIA_TYPE_AUDIO;
-    scriptCodec({{}, {0, 1024}});
-    EXPECT_THAT(durationsOf(encoder->encodeFrame()), ElementsAre(0, 0));
-}
-
-// Encoding
-
-TEST_F(PacketEncoderTest, ReturnsWhatWasReadyBeforeTheFrameThenWhatCameAfterIt) {
-    open(Rational(1, 25));
-    scriptCodec({{1, 2}, {3}});
-    EXPECT_THAT(ptsOf(encoder->encodeFrame()), ElementsAre(1, 2, 3));
-    EXPECT_EQ(intercepted->avcodec_send_frame.count, 1);
-    EXPECT_THAT(encoder->encodeFrame(), IsEmpty());
-}
-
-TEST_F(PacketEncoderTest, EncodesAFrameAtATime) {
-    open(Rational(1, 25));
-    std::vector<int64_t> sent;
-    intercepted->avcodec_send_frame.instead = [&](AVCodecContext*, const AVFrame* frame) {
-        sent.push_back(frame->pts);
-        return 0;
-    };
-    encoder->encodeFrameAt(Rational(3, 1));
-    encoder->encodeFrameAt(Rational(1, 10));
-    EXPECT_THAT(sent, ElementsAre(75, 2));
-}
-
-TEST_F(PacketEncoderTest, TheFirstFramesYieldNothingAndFlushingGivesTheRest) {
-    open(Rational(1, 30));
-    for (int64_t i = 0; i < 3; ++i)
-        EXPECT_THAT(encoder->encodeFrameAt(Rational(i, 30)), IsEmpty());
-    const auto packets = encoder->flush();
-    EXPECT_THAT(ptsOf(packets), ElementsAre(0, 1, 2));
-    for (const OutputPacket& packet : packets) {
-        EXPECT_THAT(packet.getUnitTime(), IsFraction(1, 30));
-        EXPECT_EQ(packet.getPacket().dts, packet.getPacket().pts) << "no B-frames";
-        EXPECT_EQ(packet.getEncodingCodec(), Codec::H264);
-    }
-}
-
-TEST_F(PacketEncoderTest, ThrowsWhenTheEncoderRefusesAFrame) {
-    open(Rational(1, 25));
-    intercepted->avcodec_send_frame.instead = [](AVCodecContext*, const AVFrame*) {
-        return AVERROR(EINVAL);
-    };
-    expectFailure(AVERROR(EINVAL), 140, [this] { encoder->encodeFrame(); });
-}
-
-TEST_F(PacketEncoderTest, ThrowsWhenAPacketCannotBeReceived) {
-    open(Rational(1, 25));
-    scriptCodec({{1}}, AVERROR_EXTERNAL);
-    expectFailure(AVERROR_EXTERNAL, 191, [this] { encoder->encodeFrame(); });
-}
-
-TEST_F(PacketEncoderTest, ThrowsWithoutMemoryForAPacket) {
-    open(Rational(1, 25));
-    intercepted->av_packet_alloc.instead = []() -> AVPacket* { return nullptr; };
-    EXPECT_THROW(encoder->encodeFrame(), std::bad_alloc);
-}
-
-TEST_F(PacketEncoderTest, PacketsBeforeAFailureAreDiscardedAndTheirDataReleased) {
-    open(Rational(1, 25));
-    const test::Counted data;
-    int answers = 0;
-    intercepted->avcodec_receive_packet.instead = [&](AVCodecContext*, AVPacket* packet) {
-        if (++answers > 2)
-            return AVERROR_EXTERNAL;
-        packet->buf = data.share();
-        packet->data = packet->buf->data;
-        packet->size = 1;
-        return 0;
-    };
-    EXPECT_THROW(encoder->encodeFrame(), Exception);
-    EXPECT_EQ(data.holders(), 1);
 }
 
 // The end
