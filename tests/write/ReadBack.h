@@ -22,7 +22,7 @@ extern "C" {
 
 namespace tio::test {
 
-using Fraction = Rational<1, int64_t>;
+using Fraction = tio::Rational<1, int64_t>;
 
 inline Fraction secondsOf(int64_t ticks, AVRational timeBase) {
     return Fraction(ticks) * Fraction(timeBase.num, timeBase.den);

@@ -24,16 +24,16 @@ public:
 class TARN_VIDEOIO_API TimeRefusal : public ClipRefusal {
 public:
     /// @param possible  seconds, as in nearest()
-    TimeRefusal(const std::string& text, Rational<1, int64_t> possible);
+    TimeRefusal(const std::string& text, tio::Rational<1, int64_t> possible);
     TimeRefusal(const TimeRefusal&) = default;
     TimeRefusal& operator=(const TimeRefusal&) = default;
     ~TimeRefusal() override;
 
     /// The nearest time that the clip can hold, in seconds, counted as the refused one was.
-    [[nodiscard]] Rational<1, int64_t> nearest() const noexcept { return possible; }
+    [[nodiscard]] tio::Rational<1, int64_t> nearest() const noexcept { return possible; }
 
 private:
-    Rational<1, int64_t> possible;
+    tio::Rational<1, int64_t> possible;
 };
 
 } // namespace tio::ffmpeg

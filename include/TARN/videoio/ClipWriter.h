@@ -43,7 +43,7 @@ namespace tio::ffmpeg {
 /// of its own are the encoder's.
 class TARN_VIDEOIO_API ClipWriter {
 public:
-    using Time = Rational<1, int64_t>; ///< seconds
+    using Time = tio::Rational<1, int64_t>; ///< seconds
 
     /// Checks all options, then makes an empty file under a hidden name beside `path`.
     /// @throws ClipRefusal for options that are not possible, alone or together

@@ -28,8 +28,8 @@ enum class ClipOrigin : int32_t {
 
 /// A named part of a clip.
 struct ClipChapter {
-    Rational<1, int64_t> begin; ///< seconds, not negative
-    Rational<1, int64_t> end;   ///< seconds, after `begin`
+    tio::Rational<1, int64_t> begin; ///< seconds, not negative
+    tio::Rational<1, int64_t> end;   ///< seconds, after `begin`
     std::string title;
 };
 
@@ -40,8 +40,8 @@ struct ClipWriterOptions {
     /// With either of the two first, times lie on a grid: multiples of `timeBase`, else of 1 /
     /// `rate`.
     /// @{
-    std::optional<Rational<1, int64_t>> rate;     ///< pictures a second, for those without a time
-    std::optional<Rational<1, int64_t>> timeBase; ///< seconds
+    std::optional<tio::Rational<1, int64_t>> rate; ///< pictures a second, for those without a time
+    std::optional<tio::Rational<1, int64_t>> timeBase; ///< seconds
     ClipOrigin origin = ClipOrigin::AsGiven;
     /// @}
 
@@ -64,7 +64,7 @@ struct ClipWriterOptions {
     /// degrees, then mirrored left to right. MP4 and MOV alone.
     int rotation = 0;
     bool mirrored = false;
-    Rational<1, int64_t> sampleAspectRatio{1, 1}; ///< width to height of a pixel
+    tio::Rational<1, int64_t> sampleAspectRatio{1, 1}; ///< width to height of a pixel
     /// @}
 
     /// @name Sound

@@ -11,7 +11,7 @@
 
 namespace tio::ffmpeg::detail {
 
-using Fraction = Rational<1, int64_t>;
+using Fraction = tio::Rational<1, int64_t>;
 
 __extension__ typedef __int128 Wide;
 

@@ -6,7 +6,7 @@ namespace tio::ffmpeg {
 
 ClipRefusal::~ClipRefusal() = default;
 
-TimeRefusal::TimeRefusal(const std::string& text, Rational<1, int64_t> nearestPossible)
+TimeRefusal::TimeRefusal(const std::string& text, tio::Rational<1, int64_t> nearestPossible)
     : ClipRefusal(text), possible(nearestPossible) {}
 
 TimeRefusal::~TimeRefusal() = default;
