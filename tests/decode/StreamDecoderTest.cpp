@@ -266,14 +266,24 @@ TEST_F(StreamDecoderTest, ALiveInputThatGoesOnAfterItsEndDoesNotHangTheReader) {
     EXPECT_NE(decoder->read(), TimeStreamDecoder::none);
 }
 
-TEST_F(StreamDecoderTest, PrimesOnceEvenWhenTheCodecFailsToOpen) {
+TEST_F(StreamDecoderTest, ACodecThatFailsToOpenIsToldOnceAndThenTheStreamIsOver) {
     test::PacketScript script({{0, 0}, {1, 1}});
     intercepted->avcodec_open2.count = 0;
     intercepted->avcodec_open2.instead = [](AVCodecContext*) { return AVERROR(EINVAL); };
     EXPECT_ANY_THROW(decoder->read());
     EXPECT_EQ(script.packetsRead, 1);
-    EXPECT_ANY_THROW(decoder->read());
+    EXPECT_EQ(decoder->read(), TimeStreamDecoder::none);
     EXPECT_EQ(intercepted->avcodec_open2.count, 1);
+}
+
+TEST_F(StreamDecoderTest, ACodecThatFindsNoMemoryToOpenIsTriedAgain) {
+    scriptCodec(0);
+    test::PacketScript script({{0, 0}, {1, 1}});
+    intercepted->avcodec_open2.instead = [](AVCodecContext*) { return AVERROR(ENOMEM); };
+    EXPECT_ANY_THROW(decoder->read());
+    intercepted->avcodec_open2.instead = nullptr;
+    EXPECT_EQ(decoder->read(), 0);
+    EXPECT_EQ(decoder->read(), 1);
 }
 
 } // namespace

@@ -206,6 +206,28 @@ TEST_P(RotatedVideo, ComesOutUprightAsNv12) {
     expectPicturesOfTheFile(readAll(decoder), test::OracleFormat::Nv12);
 }
 
+// A stream that the caller opened with FFmpeg itself, which sets no tag from release 5 on.
+TEST_P(RotatedVideo, OfAStreamOfTheCallersOwnComesOutUpright) {
+    AVFormatContext* own = nullptr;
+    ASSERT_EQ(avformat_open_input(&own, path.c_str(), nullptr, nullptr), 0);
+    ASSERT_GE(avformat_find_stream_info(own, nullptr), 0);
+    AVPacket* read = av_packet_alloc();
+    std::vector<Picture> pictures;
+    {
+        VideoPacketDecoder decoder;
+        while (av_read_frame(own, read) >= 0) {
+            decoder.offerPacket(std::make_shared<InputPacket>(read, own->streams[0]));
+            av_packet_unref(read);
+            readWhatThereIs(decoder, pictures);
+        }
+        decoder.end();
+        readWhatThereIs(decoder, pictures);
+    }
+    expectPicturesOfTheFile(pictures);
+    av_packet_free(&read);
+    avformat_close_input(&own);
+}
+
 // Chroma of 4:2:2 is halved in one direction only. FFmpeg's quarter turn knows no such format and
 // gives pictures of another one.
 INSTANTIATE_TEST_SUITE_P(Angles, RotatedVideo,

@@ -175,5 +175,49 @@ TEST_F(VideoStreamDecoderTest, TheContextLivesAsLongAsTheDecoder) {
     EXPECT_NE(decoder.readNextFrame().frame, nullptr);
 }
 
+// What cannot be decoded is told once
+
+TEST_F(VideoStreamDecoderTest, AStreamWithoutADecoderIsToldOnceAndThenOver) {
+    const auto input = std::make_shared<InputFormatContext>(clip());
+    input->getStream(0)->codecpar->codec_id = AV_CODEC_ID_PROBE;
+    VideoStreamDecoder video(input, PixelFormat::RGB);
+    EXPECT_THROW((void)video.readNextFrame(), Exception);
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(video.readNextFrame().frame, nullptr);
+}
+
+TEST_F(VideoStreamDecoderTest, AFilterThatCanNeverBeMadeIsToldOnceAndThenTheStreamIsOver) {
+    test::ClipPlan plan;
+    plan.rotation = 90;
+    const std::string path = clip(plan);
+    intercepted->avfilter_graph_config.instead = [](AVFilterGraph*) { return AVERROR(EINVAL); };
+    const auto video = open(path);
+    EXPECT_THROW((void)video->readNextFrame(), Exception);
+    const size_t lines = log.linesAt(5).size();
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(video->readNextFrame().frame, nullptr);
+    EXPECT_LE(log.linesAt(5).size(), lines + 1);
+}
+
+TEST_F(VideoStreamDecoderTest, WhereMemoryWasShortForTheFilterPicturesComeUprightLater) {
+    test::ClipPlan plan;
+    plan.rotation = 90;
+    const std::string path = clip(plan);
+    intercepted->avfilter_graph_config.instead = [](AVFilterGraph*) { return AVERROR(ENOMEM); };
+    const auto video = open(path);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THROW((void)video->readNextFrame(), Exception);
+    intercepted->avfilter_graph_config.instead = nullptr;
+    for (const auto& expected : test::oracleFrames(path)) {
+        const auto frame = video->readNextFrame();
+        ASSERT_NE(frame.frame, nullptr);
+        EXPECT_EQ(hashOf(frame), expected.hash);
+    }
+}
+
+TEST_F(VideoStreamDecoderTest, ANullContextIsRefused) {
+    EXPECT_THROW(VideoStreamDecoder(nullptr, PixelFormat::RGB), tio::Exception);
+}
+
 } // namespace
 } // namespace tio::ffmpeg

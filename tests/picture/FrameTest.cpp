@@ -82,11 +82,22 @@ TEST(Frame, HoldsThePlanesItWasMadeOf) {
     EXPECT_EQ(frame.planes[1].storage, chroma.storage);
 }
 
-TEST(Frame, RgbInItsOwnSizeSharesTheStorage) {
-    RgbFrame frame = rgbFrame();
-    const auto image = frame.toRgb(1, Algorithm::Area);
+TEST(Frame, WritingIntoAnImageChangesNeitherTheFrameNorItsNextImage) {
+    const RgbFrame frame = rgbFrame();
+    const std::vector<uint8_t> expected(frame.plane.data(), frame.plane.data() + frame.plane.count);
+    auto image = frame.toRgb(1, Algorithm::Area);
     EXPECT_EQ(image.size, (Vec<int, 2>(height, width)));
-    EXPECT_EQ(image.storage, frame.plane.storage);
+    EXPECT_EQ(valuesOf(image), expected);
+    image(0, 0) = Vec<uint8_t, 3>(1, 2, 3);
+    image(height - 1, width - 1) = Vec<uint8_t, 3>(4, 5, 6);
+    EXPECT_EQ(valuesOf(frame.toRgb(1, Algorithm::Area)), expected);
+}
+
+TEST(Frame, TellsItsSizeWhateverItsLayout) {
+    const std::shared_ptr<const FrameBase> rgb = std::make_shared<RgbFrame>(rgbFrame());
+    const std::shared_ptr<const FrameBase> nv12 = std::make_shared<Nv12Frame>(nv12Frame());
+    EXPECT_EQ(rgb->getSize(), (Vec<int, 2>(height, width)));
+    EXPECT_EQ(nv12->getSize(), (Vec<int, 2>(height, width)));
 }
 
 TEST(Frame, AskedWithoutArgumentsGivesThePictureInItsOwnSize) {

@@ -14,6 +14,7 @@ namespace tio::ffmpeg {
 class TARN_VIDEOIO_API AudioStreamDecoder : public StreamDecoder {
 public:
     /// Reads nothing yet.
+    /// @throws tio::Exception for a null context
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type"
     explicit AudioStreamDecoder(std::shared_ptr<InputFormatContext> context);
     ~AudioStreamDecoder() override;

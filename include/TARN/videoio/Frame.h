@@ -12,20 +12,25 @@
 namespace tio {
 
 /// A decoded picture, whatever its layout. Frames are made by decoders and held by
-/// std::shared_ptr. They never change once made, so any thread may read them, and they stay valid
-/// when the decoder goes on or goes away.
+/// std::shared_ptr. They never change once made, and they stay valid when the decoder goes on or
+/// goes away. What toRgb() and toYCbCr() give is the caller's own.
+/// Thread rule: any threads may read a frame at once.
 class TARN_VIDEOIO_API FrameBase {
 public:
     /// The picture as 8-bit RGB, rows × columns, resized by `scale` (1/1 keeps the size).
     /// @throws tio::Exception for a scale that gives no picture
     [[nodiscard]] virtual Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
-    toRgb(Rational<1, int> scale = {1}, Resize::Algorithm algorithm = Resize::Algorithm::Area) = 0;
+    toRgb(Rational<1, int> scale = {1},
+          Resize::Algorithm algorithm = Resize::Algorithm::Area) const = 0;
 
     /// The picture as Y in [0, 1] and Cb, Cr in [-0.5, 0.5], resized by `scale`.
     /// @throws tio::Exception for a scale that gives no picture
     [[nodiscard]] virtual Mat<Vec<float, 3>, 2, MatOptions<1, 1>>
     toYCbCr(Rational<1, int> scale = {1},
-            Resize::Algorithm algorithm = Resize::Algorithm::Area) = 0;
+            Resize::Algorithm algorithm = Resize::Algorithm::Area) const = 0;
+
+    /// Height, width in pixels.
+    [[nodiscard]] virtual Vec<int, 2> getSize() const noexcept = 0;
 
 protected:
     // Not virtual: frames are made by std::make_shared of their own type, which destroys them.
@@ -45,9 +50,11 @@ public:
     Frame(Vec<int, 2> size, Mat<uint8_t, 2, MatOptions<0, 1>> plane);
 
     Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> toRgb(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) override;
+                                                    Resize::Algorithm algorithm) const override;
     Mat<Vec<float, 3>, 2, MatOptions<1, 1>> toYCbCr(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) override;
+                                                    Resize::Algorithm algorithm) const override;
+
+    [[nodiscard]] Vec<int, 2> getSize() const noexcept override { return size; }
 
     Vec<int, 2> size;                        ///< height, width in pixels
     Mat<uint8_t, 2, MatOptions<0, 1>> plane; ///< height × (3 × width) bytes R, G, B
@@ -61,9 +68,11 @@ public:
     Frame(Vec<int, 2> size, Vec<Mat<uint8_t, 2, MatOptions<0, 1>>, 2> planes);
 
     Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> toRgb(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) override;
+                                                    Resize::Algorithm algorithm) const override;
     Mat<Vec<float, 3>, 2, MatOptions<1, 1>> toYCbCr(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) override;
+                                                    Resize::Algorithm algorithm) const override;
+
+    [[nodiscard]] Vec<int, 2> getSize() const noexcept override { return size; }
 
     Vec<int, 2> size; ///< height, width in pixels
 

@@ -11,8 +11,17 @@
 namespace tio::ffmpeg {
 
 /// Joins one stream of an input to its packet decoder: one decoded frame per call, and seeking by
-/// frame number. What it yields is up to the subclass.
-/// Thread rule: used by one thread at a time, together with its context.
+/// frame number. What it yields is up to the subclass. A FrameReader numbers frames by what comes
+/// out of the decoder instead, checks what it delivers, and has none of the corners named here.
+///
+/// The frame index is a list of the times of the stream's packets. The first call that needs it
+/// makes it, by reading the whole input once and, where reading had begun, once more up to the
+/// place where it stood; it then goes on there. A live source cannot be read twice, so do not ask
+/// it for frame numbers.
+///
+/// Where the stream has no decoder in FFmpeg, or its pictures cannot be turned, this is thrown
+/// once; then the stream is at its end. Thread rule: used by one thread at a time, together with
+/// its context.
 class TARN_VIDEOIO_API StreamDecoder {
 public:
     StreamDecoder(const StreamDecoder&) = delete;
@@ -20,31 +29,46 @@ public:
     virtual ~StreamDecoder();
 
     /// Goes to frame number `frame`, so that it is the next one read. Frames between the landing
-    /// place and the wanted one are decoded and counted, but not converted.
-    /// @throws tio::Exception when there is no such frame, or the stream has none at all
+    /// place and the wanted one are decoded and counted, but not converted; in a damaged stream,
+    /// where fewer come out than the index has, the count is off (FrameReader's is not). Makes the
+    /// index when there is none.
+    /// @throws tio::Exception when there is no such frame, or the stream has none at all. Nothing
+    ///         has changed then: reading goes on where it stood.
     /// @throws tio::ffmpeg::Exception when the input cannot be sought in, or decoding fails
     void seek(int64_t frame);
 
     /// Goes to the nearest place at or before frame number `frame` without decoding.
-    /// @returns the number of the frame that is read next
+    /// @returns the number of the frame that is read next, or the frame count where that is not
+    ///          known
     /// @throws as seek()
     int64_t seekToOrBefore(int64_t frame);
 
-    /// Number of frames; reads the whole stream when there is no index yet.
-    /// @throws as InputStream::getFrameCount()
-    int64_t getFrameCount() const { return inputStream.getFrameCount(); }
+    /// Number of frames. Makes the index when there is none.
+    /// @throws as InputStream::getFrameCount(), and tio::Exception when the place where reading
+    ///         stood is not found again; seek() leads on
+    int64_t getFrameCount() const;
 
     /// Seconds per tick of the stream's timestamps.
     [[nodiscard]] Rational getUnitTime() { return inputStream.getUnitTime(); }
 
-    /// Takes the frame index from a file; see InputStream::loadSeekingIndex().
+    /// Takes the frame index from a file; see InputStream::loadSeekingIndex(). In mid-reading the
+    /// input is read once more up to the place where it stood.
+    /// @throws as InputStream::loadSeekingIndex(), and as getFrameCount()
     void loadSeekingIndex(std::string path);
 
-    /// Writes the frame index to a file; see InputStream::storeSeekingIndex().
+    /// Writes the frame index to a file; see InputStream::storeSeekingIndex(). Makes the index when
+    /// there is none.
+    /// @throws as InputStream::storeSeekingIndex(), and as getFrameCount()
     void storeSeekingIndex(std::string path) const;
 
 protected:
+    /// @throws tio::Exception for a null context
     StreamDecoder(std::shared_ptr<InputFormatContext> context, int streamIndex);
+
+    /// The context itself.
+    /// @throws tio::Exception for a null pointer
+    [[nodiscard]] static InputFormatContext&
+    required(const std::shared_ptr<InputFormatContext>& context);
 
     /// Asks the packet decoder for a frame and makes it the current one.
     /// @returns whether there was one
@@ -64,11 +88,20 @@ private:
     bool pumpFrame(FrameUse use);
     bool takeFrame(FrameUse use);
     bool feedDecoder();
+    void makeIndex() const;
+    template <typename Action>
+    void keepPlace(Action action) const;
+    void returnToPlace() const;
+    void rewindToPlace() const;
+    [[nodiscard]] bool readPastPendingPacket() const;
 
-    // Queries prime on first need, so what priming changes is mutable.
+    std::shared_ptr<InputFormatContext> input;
+
+    // Queries prime on first need and make the index, so what that changes is mutable.
     mutable InputStream inputStream;
     mutable bool started = false;
-    std::shared_ptr<InputPacket> pendingPacket; // read, but not yet accepted by the decoder
+    mutable bool indexed = false;
+    mutable std::shared_ptr<InputPacket> pendingPacket; // read, but not yet accepted by the decoder
 };
 
 } // namespace tio::ffmpeg

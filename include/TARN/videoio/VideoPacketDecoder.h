@@ -15,6 +15,11 @@ class PictureMaker;
 }
 
 /// Decodes video packets to upright pictures in the pixel format asked for.
+///
+/// How a stream lies is told by its "rotate" tag, which InputFormatContext sets for MP4 files, and
+/// where it has none by its display matrix. Pictures come in one of four turns; one that is to be
+/// mirrored as well comes out as its nearest turn, and an angle between as it is stored.
+/// FrameReader shows all eight ways.
 /// Thread rule: used by one thread at a time.
 class TARN_VIDEOIO_API VideoPacketDecoder : public PacketDecoder {
 public:
@@ -29,9 +34,10 @@ public:
     explicit VideoPacketDecoder(PixelFormat pixelFormat = PixelFormat::Default);
     ~VideoPacketDecoder() override;
 
-    /// Size of upright pictures, (height, width) in pixels.
+    /// Size of upright pictures, (height, width) in pixels: in this order, unlike
+    /// InputFormatContext::getResolutionOfStream().
     /// @throws tio::Exception before the first packet was accepted
-    tio::Vec<int, 2> getFrameSize() const;
+    [[nodiscard]] tio::Vec<int, 2> getFrameSize() const;
 
     /// The next picture, or a Frame without one when another packet is needed.
     /// @throws tio::ffmpeg::Exception when decoding fails
@@ -42,8 +48,11 @@ protected:
     void onCodecOpened() override;
 
 private:
+    friend class VideoStreamDecoder; // turns the MP4 family alone
+
     std::unique_ptr<detail::PictureMaker> pictures;
     bool converterAskedFor = false;
+    bool turnsByTagAlone = false;
 };
 
 } // namespace tio::ffmpeg

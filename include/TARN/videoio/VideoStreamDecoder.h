@@ -11,6 +11,10 @@ namespace tio::ffmpeg {
 
 /// Reads the best video stream of an input: upright pictures, one per call.
 ///
+/// Pictures of the MP4 family are turned in one of four ways; one that is to be mirrored as well
+/// comes out as its nearest turn. What other containers say of turning is left alone. FrameReader
+/// shows all eight ways of every container.
+///
 /// @code
 /// auto input = std::make_shared<tio::ffmpeg::InputFormatContext>("clip.mp4");
 /// tio::ffmpeg::VideoStreamDecoder video(input, tio::ffmpeg::PixelFormat::RGB);
@@ -21,11 +25,13 @@ namespace tio::ffmpeg {
 class TARN_VIDEOIO_API VideoStreamDecoder : public StreamDecoder {
 public:
     /// Reads nothing yet.
+    /// @throws tio::Exception for a null context
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type"
     VideoStreamDecoder(std::shared_ptr<InputFormatContext> context, PixelFormat format);
     ~VideoStreamDecoder() override;
 
-    /// Size of the upright pictures, (height, width) in pixels.
+    /// Size of the upright pictures, (height, width) in pixels: in this order, unlike
+    /// InputFormatContext::getResolutionOfStream(). Not const: it reads the first packet.
     /// @throws tio::Exception when the stream has no packet that tells
     tio::Vec<int, 2> getFrameSize();
 

@@ -5,7 +5,7 @@
 namespace tio::ffmpeg {
 
 AudioStreamDecoder::AudioStreamDecoder(std::shared_ptr<InputFormatContext> context)
-    : StreamDecoder(context, context->findBestAudioStreamIndex()) {}
+    : StreamDecoder(context, required(context).findBestAudioStreamIndex()) {}
 
 AudioStreamDecoder::~AudioStreamDecoder() = default;
 

@@ -4,15 +4,36 @@
 #include "picture/filter.h"
 #include "picture/swscale.h"
 
+#include <cmath>
+
 namespace tio::ffmpeg::detail {
+
+namespace {
+
+bool hasTag(const AVStream& stream) {
+    return av_dict_get(stream.metadata, "rotate", nullptr, 0) != nullptr;
+}
+
+/// Clockwise quarter turns; 0 for an angle between.
+int turnsOfMatrix(const AVStream& stream) {
+    const int32_t* matrix = compat::displayMatrix(stream);
+    const double turns = matrix != nullptr ? -av_display_rotation_get(matrix) / 90 : 0;
+    constexpr double tolerance = 1e-5; // the angle comes from fixed-point numbers
+    if (std::isnan(turns) || std::abs(turns - std::round(turns)) > tolerance)
+        return 0;
+    return static_cast<int>(std::lround(turns)) & 3;
+}
+
+} // namespace
 
 PictureMaker::PictureMaker(PixelFormat pixelFormat)
     : target(pixelFormat == PixelFormat::Default ? PixelFormat::RGB : pixelFormat) {}
 
 PictureMaker::~PictureMaker() = default;
 
-void PictureMaker::turnAs(const AVStream& stream) {
-    const int rotation = getStreamRotation(&stream);
+void PictureMaker::turnAs(const AVStream& stream, Turning turning) {
+    const bool byMatrix = turning == Turning::ByTagOrMatrix && !hasTag(stream);
+    const int rotation = byMatrix ? turnsOfMatrix(stream) : getStreamRotation(&stream);
     if (rotation == 0)
         return;
     dimensionsSwapped = rotation != 2;

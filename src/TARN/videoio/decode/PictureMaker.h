@@ -24,9 +24,12 @@ public:
     PictureMaker& operator=(const PictureMaker&) = delete;
     ~PictureMaker();
 
+    /// What tells how a stream lies.
+    enum class Turning { ByTag, ByTagOrMatrix };
+
     /// Turns from now on as the stream says. May be called once more where it threw.
     /// @throws tio::ffmpeg::Exception when the filter that turns cannot be made
-    void turnAs(const AVStream& stream);
+    void turnAs(const AVStream& stream, Turning turning);
 
     /// Makes the converter for what the codec announces. Without it the first picture does so.
     /// @throws tio::Exception when the codec tells no pixel format

@@ -1,20 +1,104 @@
+#include "base/checks.h"
+#include "ffmpeg_compat.h"
+
 #include <TARN/videoio/StreamDecoder.h>
 
+#include <limits>
 #include <utility>
 
 namespace tio::ffmpeg {
 
+namespace {
+
+constexpr detail::Location at(int number) {
+    return {"StreamDecoder", number};
+}
+
+// Before every real timestamp, and far enough from the edge that demuxers can rescale it.
+constexpr int64_t beforeAllTime = std::numeric_limits<int64_t>::min() / 1000000;
+
+bool isSamePacket(const AVPacket& a, const AVPacket& b) {
+    return a.pts == b.pts && a.dts == b.dts && a.pos == b.pos && a.size == b.size;
+}
+
+} // namespace
+
+InputFormatContext& StreamDecoder::required(const std::shared_ptr<InputFormatContext>& context) {
+    if (context == nullptr)
+        detail::failAssertion("A stream decoder needs an input", "context != nullptr", at(10));
+    return *context;
+}
+
 StreamDecoder::StreamDecoder(std::shared_ptr<InputFormatContext> context, int streamIndex)
-    : inputStream(std::move(context), streamIndex) {}
+    : input((static_cast<void>(required(context)), std::move(context))),
+      inputStream(input, streamIndex) {}
 
 StreamDecoder::~StreamDecoder() = default;
 
+int64_t StreamDecoder::getFrameCount() const {
+    makeIndex();
+    return inputStream.getFrameCount();
+}
+
 void StreamDecoder::loadSeekingIndex(std::string path) {
-    inputStream.loadSeekingIndex(std::move(path));
+    keepPlace([&] { inputStream.loadSeekingIndex(std::move(path)); });
+    indexed = true;
 }
 
 void StreamDecoder::storeSeekingIndex(std::string path) const {
+    makeIndex();
     inputStream.storeSeekingIndex(std::move(path));
+}
+
+void StreamDecoder::makeIndex() const {
+    if (indexed)
+        return;
+    keepPlace([&] { (void)inputStream.getFrameCount(); });
+    indexed = true;
+}
+
+/// Does what moves the input, and has reading go on where it stood. The packets that the decoder
+/// holds stay in it, so it has to be the very next one that follows.
+template <typename Action>
+void StreamDecoder::keepPlace(Action action) const {
+    if (!started) {
+        action();
+        return;
+    }
+    if (!pendingPacket)
+        pendingPacket = inputStream.getNextPacket();
+    try {
+        action();
+    } catch (...) {
+        try {
+            rewindToPlace();
+        } catch (const tio::Exception&) { // an input that cannot be rewound has not moved
+        }
+        throw;
+    }
+    returnToPlace();
+}
+
+// What moves the input leads to frame 0, most often before the place.
+void StreamDecoder::returnToPlace() const {
+    if (!readPastPendingPacket())
+        rewindToPlace();
+}
+
+void StreamDecoder::rewindToPlace() const {
+    input->seekStreamToOrBefore(beforeAllTime, inputStream.getStream()->index);
+    if (!readPastPendingPacket())
+        detail::failAssertion("The place where reading stood was not found again in \"" +
+                                  input->getUrl() + "\"",
+                              "readPastPendingPacket()", at(20));
+}
+
+/// Without a pending packet the place is the end.
+bool StreamDecoder::readPastPendingPacket() const {
+    while (const auto packet = inputStream.getNextPacket())
+        if (pendingPacket && isSamePacket(packet->getPacket(), pendingPacket->getPacket()))
+            return true;
+    return !pendingPacket;
 }
 
 void StreamDecoder::primeOnce() const {
@@ -27,10 +111,13 @@ void StreamDecoder::primeOnce() const {
 
 // A packet that the decoder refused before a seek is offered first after it: kept, because the
 // pump as it is never leaves one behind, and callers' own decoders may count on it.
+// The decoder is emptied last: where the seek is refused, it goes on.
 int64_t StreamDecoder::seekToOrBefore(int64_t frame) {
+    makeIndex();
     primeOnce();
+    const int64_t landed = inputStream.seekToOrBefore(frame);
     packetDecoder().flush();
-    return inputStream.seekToOrBefore(frame);
+    return landed;
 }
 
 // Frames are counted, not matched by their times. Those on the way are neither turned nor
@@ -40,12 +127,14 @@ void StreamDecoder::seek(int64_t frame) {
         pumpFrame(FrameUse::Skip);
 }
 
-// A packet that fails is told of once. FFmpeg would fail at it again, and nothing behind it come
-// out.
+// A packet that fails is told of once. FFmpeg would fail at it again, and nothing after it come
+// out. What was told when the first packet was offered is not told again.
 bool StreamDecoder::takeFrame(FrameUse use) {
     try {
         return use == FrameUse::Keep ? frameReady() : packetDecoder().receiveFrame();
     } catch (...) {
+        if (packetDecoder().isHopeless())
+            return false;
         packetDecoder().skipFailedPacket();
         throw;
     }
@@ -67,6 +156,8 @@ bool StreamDecoder::pumpFrame(FrameUse use) {
     primeOnce();
     bool more = true;
     do {
+        if (packetDecoder().isHopeless())
+            return false;
         more = feedDecoder();
         if (takeFrame(use))
             return true;
@@ -75,6 +166,8 @@ bool StreamDecoder::pumpFrame(FrameUse use) {
         more = more || packetDecoder().hasDroppedFrame();
         // A live source may go on after its end; a drained codec takes nothing, so do not wait.
     } while (more && !packetDecoder().isDrained());
+    if (packetDecoder().isHopeless())
+        return false;
     packetDecoder().end();
     return takeFrame(use);
 }

@@ -14,7 +14,8 @@ VideoPacketDecoder::VideoPacketDecoder(PixelFormat pixelFormat)
 VideoPacketDecoder::~VideoPacketDecoder() = default;
 
 void VideoPacketDecoder::onCodecOpened() {
-    pictures->turnAs(getPendingStream());
+    using Turning = detail::PictureMaker::Turning;
+    pictures->turnAs(getPendingStream(), turnsByTagAlone ? Turning::ByTag : Turning::ByTagOrMatrix);
     // Once: a stream may have no pixel format, and what its first picture needs is made then.
     if (!std::exchange(converterAskedFor, true))
         pictures->expectPicturesOf(*getCodecContext());

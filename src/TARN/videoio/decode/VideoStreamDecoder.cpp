@@ -6,7 +6,9 @@ namespace tio::ffmpeg {
 
 VideoStreamDecoder::VideoStreamDecoder(std::shared_ptr<InputFormatContext> context,
                                        PixelFormat format)
-    : StreamDecoder(context, context->findBestVideoStreamIndex()), videoDecoder(format) {}
+    : StreamDecoder(context, required(context).findBestVideoStreamIndex()), videoDecoder(format) {
+    videoDecoder.turnsByTagAlone = true;
+}
 
 VideoStreamDecoder::~VideoStreamDecoder() = default;
 

@@ -118,7 +118,7 @@ bool FrameDecoder::receive() {
 
 std::shared_ptr<tio::FrameBase> FrameDecoder::picture() {
     if (!turningKnown)
-        pictures.turnAs(*source);
+        pictures.turnAs(*source, PictureMaker::Turning::ByTag);
     turningKnown = true;
     const FrameHandle shared(av_frame_clone(&decoded())); // turning replaces what a frame refers to
     if (!shared)

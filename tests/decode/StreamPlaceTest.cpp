@@ -1,0 +1,236 @@
+#include "support/ClipMaker.h"
+#include "support/HashedPicture.h"
+#include "support/Interception.h"
+#include "support/LogCapture.h"
+#include "support/MediaFolder.h"
+#include "support/Oracle.h"
+#include "support/TemporaryFolder.h"
+
+#include <TARN/videoio/AudioStreamDecoder.h>
+#include <TARN/videoio/Exception.h>
+#include <TARN/videoio/VideoStreamDecoder.h>
+
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// @file
+/// What is asked of a stream decoder in mid-reading neither loses nor damages a frame.
+
+namespace tio::ffmpeg {
+namespace {
+
+using Pictures = std::vector<uint64_t>;
+
+struct Question {
+    std::string name;
+    std::function<void(VideoStreamDecoder&, const std::string& index)> ask;
+};
+
+std::vector<Question> questions() {
+    return {
+        {"getFrameCount",
+         [](VideoStreamDecoder& video, const std::string&) { (void)video.getFrameCount(); }},
+        {"storeSeekingIndex",
+         [](VideoStreamDecoder& video, const std::string& index) {
+             video.storeSeekingIndex(index + ".again");
+         }},
+        {"loadSeekingIndex", [](VideoStreamDecoder& video,
+                                const std::string& index) { video.loadSeekingIndex(index); }},
+        {"loadSeekingIndex of no file",
+         [](VideoStreamDecoder& video, const std::string& index) {
+             EXPECT_THROW(video.loadSeekingIndex(index + ".missing"), tio::Exception);
+         }},
+        {"seek behind the end",
+         [](VideoStreamDecoder& video, const std::string&) {
+             EXPECT_THROW(video.seek(1000000), tio::Exception);
+         }},
+        {"seek before the start",
+         [](VideoStreamDecoder& video, const std::string&) {
+             EXPECT_THROW(video.seek(-1), tio::Exception);
+         }},
+        {"seekToOrBefore behind the end",
+         [](VideoStreamDecoder& video, const std::string&) {
+             EXPECT_THROW((void)video.seekToOrBefore(1000000), tio::Exception);
+         }},
+    };
+}
+
+class StreamPlaceTest : public ::testing::Test {
+protected:
+    static std::unique_ptr<VideoStreamDecoder> open(const std::string& path) {
+        return std::make_unique<VideoStreamDecoder>(std::make_shared<InputFormatContext>(path),
+                                                    PixelFormat::RGB);
+    }
+
+    static void read(VideoStreamDecoder& video, Pictures& into, size_t most = SIZE_MAX) {
+        while (most-- > 0) {
+            const auto next = video.readNextFrame();
+            if (!next.frame)
+                return;
+            into.push_back(test::hashedPicture(*next.frame).hash);
+        }
+    }
+
+    static Pictures truthOf(const std::string& path) {
+        Pictures pictures;
+        for (const auto& frame : test::oracleFrames(path))
+            pictures.push_back(frame.hash);
+        return pictures;
+    }
+
+    void expectEveryPictureOnce(const std::string& path, const std::vector<size_t>& places) {
+        const Pictures truth = truthOf(path);
+        const std::string index = folder.file("clip.index");
+        open(path)->storeSeekingIndex(index);
+        for (const auto& [name, ask] : questions()) {
+            for (const size_t place : places) {
+                const auto video = open(path);
+                Pictures pictures;
+                read(*video, pictures, place);
+                ask(*video, index);
+                read(*video, pictures, 2);
+                ask(*video, index);
+                read(*video, pictures);
+                EXPECT_EQ(pictures, truth) << name << " after " << place << " pictures";
+            }
+        }
+    }
+
+    void expectEveryPictureOnceOfReal(const std::string& name, const std::vector<size_t>& places) {
+        const auto path = test::mediaFile(name);
+        if (!path)
+            GTEST_SKIP() << test::mediaMissingMessage();
+        expectEveryPictureOnce(path->string(), places);
+    }
+
+    std::string clip(const test::ClipPlan& plan = {}) {
+        const std::string path = folder.file("clip." + plan.format);
+        test::makeClip(path, plan);
+        return path;
+    }
+
+    test::TemporaryFolder folder;
+    test::Interception intercepted;
+    test::LogCapture log;
+};
+
+TEST_F(StreamPlaceTest, InMp4) {
+    expectEveryPictureOnce(clip(), {0, 1, 7, 13, 25});
+}
+
+TEST_F(StreamPlaceTest, InMp4WithOpenGroups) {
+    test::ClipPlan plan;
+    plan.openGop = true;
+    plan.useEditList = false;
+    expectEveryPictureOnce(clip(plan), {0, 13});
+}
+
+TEST_F(StreamPlaceTest, InMatroska) {
+    test::ClipPlan plan;
+    plan.format = "matroska";
+    expectEveryPictureOnce(clip(plan), {0, 8});
+}
+
+TEST_F(StreamPlaceTest, InATransportStream) {
+    test::ClipPlan plan;
+    plan.format = "mpegts";
+    expectEveryPictureOnce(clip(plan), {0, 8, 20});
+}
+
+TEST_F(StreamPlaceTest, InRealClips) {
+    expectEveryPictureOnceOfReal("video/sample.mp4", {5, 12});
+    expectEveryPictureOnceOfReal("video/h265_bframes.mp4", {6});
+}
+
+// It cannot be rewound, so that there is no index; what was asked is refused.
+TEST_F(StreamPlaceTest, InAnAviFileWhereTheIndexCannotBeMade) {
+    test::ClipPlan plan;
+    plan.format = "avi";
+    plan.encoder = "mpeg4";
+    plan.maxBFrames = 0;
+    const std::string path = clip(plan);
+    const auto video = open(path);
+    Pictures pictures;
+    read(*video, pictures, 7);
+    EXPECT_THROW((void)video->getFrameCount(), Exception);
+    read(*video, pictures, 3);
+    EXPECT_THROW(video->seek(2), Exception);
+    read(*video, pictures);
+    EXPECT_EQ(pictures, truthOf(path));
+}
+
+TEST_F(StreamPlaceTest, OfSound) {
+    test::ClipPlan plan;
+    plan.audio = true;
+    const auto input = [path = clip(plan)] { return std::make_shared<InputFormatContext>(path); };
+    const auto readSome = [](AudioStreamDecoder& sound, size_t most, std::vector<Rational>& times) {
+        while (most-- > 0) {
+            const auto block = sound.readNextFrame();
+            if (block.samples.count == 0)
+                return;
+            times.push_back(block.timestamp);
+        }
+    };
+    std::vector<Rational> expected;
+    AudioStreamDecoder undisturbed(input());
+    readSome(undisturbed, SIZE_MAX, expected);
+    std::vector<Rational> times;
+    AudioStreamDecoder sound(input());
+    readSome(sound, 9, times);
+    EXPECT_GT(sound.getFrameCount(), 40);
+    readSome(sound, SIZE_MAX, times);
+    EXPECT_EQ(times, expected);
+    EXPECT_GT(times.size(), 40u);
+}
+
+TEST_F(StreamPlaceTest, AfterASeekAsWell) {
+    const std::string path = clip();
+    const Pictures truth = truthOf(path);
+    const std::string index = folder.file("clip.index");
+    open(path)->storeSeekingIndex(index);
+    for (const int64_t start : {0, 5, 20}) {
+        const auto video = open(path);
+        video->seek(start);
+        EXPECT_THROW(video->seek(25), tio::Exception);
+        video->loadSeekingIndex(index);
+        Pictures pictures;
+        read(*video, pictures);
+        EXPECT_EQ(pictures, Pictures(truth.begin() + start, truth.end())) << start;
+    }
+}
+
+TEST_F(StreamPlaceTest, ANewReaderThatIsAskedFirstBeginsWithTheFirstFrame) {
+    const std::string path = clip();
+    const auto video = open(path);
+    EXPECT_EQ(video->getFrameCount(), 25);
+    Pictures pictures;
+    read(*video, pictures);
+    EXPECT_EQ(pictures, truthOf(path));
+}
+
+TEST_F(StreamPlaceTest, WhereThePlaceIsNotFoundAgainThisIsSaid) {
+    const auto video = open(clip());
+    Pictures pictures;
+    read(*video, pictures, 3);
+    // From now on every packet has another time.
+    intercepted->av_read_frame.instead = [](AVFormatContext* context, AVPacket* packet) {
+        const int result = test::real::readFrame(context, packet);
+        packet->dts = packet->dts - 1;
+        return result;
+    };
+    (void)video->readNextFrame(); // so that the next packet is one of those
+    int shift = 2;
+    intercepted->av_read_frame.instead = [&](AVFormatContext* context, AVPacket* packet) {
+        const int result = test::real::readFrame(context, packet);
+        packet->dts -= shift++;
+        return result;
+    };
+    EXPECT_THROW((void)video->getFrameCount(), tio::Exception);
+}
+
+} // namespace
+} // namespace tio::ffmpeg
