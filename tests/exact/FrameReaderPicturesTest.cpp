@@ -305,6 +305,29 @@ TEST_F(FrameReaderPictures, OfASizeThatDoesNotExistAreRefused) {
     EXPECT_THROW(FrameReader(Source(clip), options), tio::Exception);
 }
 
+TEST_F(FrameReaderPictures, ComeByAnIndexThatWasSentAsBytes) {
+    FrameReader reader = open({});
+    FrameReaderOptions options;
+    const std::vector<uint8_t> bytes = reader.index().toBytes();
+    options.index = FrameIndex::fromBytes(bytes);
+    FrameReader other(Source(clip), options);
+    EXPECT_EQ(other.ticks(), reader.ticks());
+    EXPECT_EQ(numberIn(other.readFrame(19).image), 19);
+    EXPECT_EQ(other.index().toBytes(), bytes);
+}
+
+TEST_F(FrameReaderPictures, NoDamagedBytesBecomeAnIndex) {
+    std::vector<uint8_t> bytes = open({}).index().toBytes();
+    EXPECT_THROW(static_cast<void>(FrameIndex::fromBytes({})), tio::Exception);
+    EXPECT_THROW(static_cast<void>(FrameIndex::fromBytes({bytes.begin(), bytes.end() - 1})),
+                 tio::Exception);
+    for (size_t at = 0; at < bytes.size(); at += 7) {
+        bytes[at] ^= 0x40;
+        EXPECT_THROW(static_cast<void>(FrameIndex::fromBytes(bytes)), tio::Exception) << at;
+        bytes[at] ^= 0x40;
+    }
+}
+
 // --- Processes ---
 
 class ForkedReader : public FrameReaderPictures, public testing::WithParamInterface<int> {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tio::ffmpeg {
 
@@ -59,6 +60,15 @@ public:
     /// never a part of one under `path`.
     /// @throws tio::Exception when that fails, or the clip is no local file
     void save(const std::string& path) const;
+
+    /// What save() writes, as a value that can be sent to another process. Also of a clip that is
+    /// no local file.
+    [[nodiscard]] std::vector<uint8_t> toBytes() const;
+
+    /// The index that toBytes() was called of. Whether it is that of a clip, a FrameReader finds
+    /// out as far as the stream's parameters tell, and by the bytes of each packet that it reads.
+    /// @throws tio::Exception when the bytes are damaged, or no index
+    [[nodiscard]] static FrameIndex fromBytes(const std::vector<uint8_t>& bytes);
 
     /// Writes the bare index that InputStream::loadSeekingIndex() reads.
     /// @throws tio::Exception when that fails, or frames share a time: such an index could not be

@@ -73,6 +73,17 @@ void FrameIndex::save(const std::string& path) const {
     detail::writeIndexFile(path, *data);
 }
 
+std::vector<uint8_t> FrameIndex::toBytes() const {
+    return detail::bytesOfIndex(*data);
+}
+
+FrameIndex FrameIndex::fromBytes(const std::vector<uint8_t>& bytes) {
+    detail::IndexFileContent content = detail::indexOfBytes(bytes.data(), bytes.size());
+    if (!content.index)
+        detail::failPlainly("These bytes are no index, or a damaged one");
+    return FrameIndex(std::make_shared<const detail::IndexData>(std::move(*content.index)));
+}
+
 void FrameIndex::exportSeekingIndex(const std::string& path) const {
     const detail::SeekingIndex index = seekingIndexOf(*data);
     const auto& times = index.times;

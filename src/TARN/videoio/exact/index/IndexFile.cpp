@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -181,21 +184,9 @@ bool writeAndPublish(const std::string& path, const IndexData& index) {
     }
 }
 
-} // namespace
-
-void writeIndexFile(const std::string& path, const IndexData& index) {
-    if (!writeAndPublish(path, index))
-        failPlainly("Could not write \"" + path + "\"");
-}
-
-IndexFileContent readIndexFile(const std::string& path) {
+IndexFileContent readContent(std::FILE* opened, uint64_t byteCount) {
     using Kind = IndexFileContent::Kind;
-    const FileHandle handle(std::fopen(path.c_str(), "rb"));
-    std::error_code error;
-    const uint64_t byteCount = std::filesystem::file_size(path, error);
-    if (!handle || error)
-        failPlainly("Could not open \"" + path + "\"");
-    ColumnReader reader(handle.get());
+    ColumnReader reader(opened);
     Header header;
     IndexData index;
     exchangeStart(reader, header);
@@ -214,6 +205,43 @@ IndexFileContent readIndexFile(const std::string& path) {
         return {Kind::Damaged, std::nullopt};
     index.finish();
     return {Kind::Whole, std::move(index)};
+}
+
+} // namespace
+
+void writeIndexFile(const std::string& path, const IndexData& index) {
+    if (!writeAndPublish(path, index))
+        failPlainly("Could not write \"" + path + "\"");
+}
+
+std::vector<uint8_t> bytesOfIndex(const IndexData& index) {
+    char* bytes = nullptr;
+    size_t count = 0;
+    FileHandle memory(open_memstream(&bytes, &count));
+    const bool written = memory && writeContent(memory.get(), index);
+    memory.reset(); // the bytes are there only now
+    const std::unique_ptr<char, decltype(&std::free)> owned(bytes, std::free);
+    if (!written)
+        throw std::bad_alloc();
+    return {bytes, bytes + count};
+}
+
+IndexFileContent indexOfBytes(const uint8_t* bytes, size_t count) {
+    if (count == 0)
+        return {IndexFileContent::Kind::Damaged, std::nullopt};
+    const FileHandle memory(fmemopen(const_cast<uint8_t*>(bytes), count, "rb")); // only read
+    if (!memory)
+        throw std::bad_alloc();
+    return readContent(memory.get(), count);
+}
+
+IndexFileContent readIndexFile(const std::string& path) {
+    const FileHandle handle(std::fopen(path.c_str(), "rb"));
+    std::error_code error;
+    const uint64_t byteCount = std::filesystem::file_size(path, error);
+    if (!handle || error)
+        failPlainly("Could not open \"" + path + "\"");
+    return readContent(handle.get(), byteCount);
 }
 
 } // namespace tio::ffmpeg::detail

@@ -2,8 +2,11 @@
 
 #include "exact/index/IndexData.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tio::ffmpeg::detail {
 
@@ -25,5 +28,9 @@ struct IndexFileContent {
 /// Never gives an index that differs from what was written.
 /// @throws tio::Exception naming the path when it cannot be read
 [[nodiscard]] IndexFileContent readIndexFile(const std::string& path);
+
+/// What the file of an index holds, in memory, and back.
+[[nodiscard]] std::vector<uint8_t> bytesOfIndex(const IndexData& index);
+[[nodiscard]] IndexFileContent indexOfBytes(const uint8_t* bytes, size_t count);
 
 } // namespace tio::ffmpeg::detail
