@@ -268,7 +268,10 @@ void OutputFormatContext::rescale(PendingPacket& pending) {
 OutputFormatContext::Answer OutputFormatContext::writePacketWithOffset(AVPacket& packet) {
     const Rational reference(getStream(getReferenceStreamIndex())->time_base);
     const Rational own(getStream(packet.stream_index)->time_base);
-    const int64_t shift = detail::wholeTicks(Rational(timeOffset, 1) * reference, own);
+    // From an unknown time nothing can be counted: FFmpeg refuses the packets, which would all be
+    // at 0.
+    const bool known = timeOffset != AV_NOPTS_VALUE;
+    const int64_t shift = known ? detail::wholeTicks(Rational(timeOffset, 1) * reference, own) : 0;
     packet.pts = detail::wrappingSum(packet.pts, shift);
     packet.dts = detail::wrappingSum(packet.dts, shift);
     return {av_interleaved_write_frame(formatContext, &packet), at(188)};
