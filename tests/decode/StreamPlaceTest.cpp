@@ -108,7 +108,7 @@ protected:
     }
 
     std::string clip(const test::ClipPlan& plan = {}) {
-        const std::string path = folder.file("clip." + plan.format);
+        std::string path = folder.file("clip." + plan.format);
         test::makeClip(path, plan);
         return path;
     }

@@ -99,6 +99,8 @@ Fraction nearestFraction(const Fraction& value, int64_t limit) {
         beforeDenominator = std::exchange(lastDenominator, nextDenominator);
         numerator = std::exchange(denominator, numerator - quotient * denominator);
     }
+    if (lastDenominator == 0) // a limit below 1 leaves no fraction at all
+        return value;
     const Wide steps = (limit - beforeDenominator) / lastDenominator;
     const Wide between = before + steps * last;
     const Wide betweenDenominator = beforeDenominator + steps * lastDenominator;
