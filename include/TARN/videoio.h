@@ -19,6 +19,7 @@
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/Image.h>
+#include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
 #include <TARN/videoio/Metadata.h>

@@ -96,7 +96,7 @@ TEST_F(FrameIndexTest, IsAFileOfIntegersWithTheLowestByteFirst) {
     const auto bytes = test::readBytes(index);
     const std::vector<uint8_t> start(bytes.begin(), bytes.begin() + 16);
     EXPECT_THAT(start,
-                ElementsAre('T', 'A', 'R', 'N', 'i', 'd', 'x', '\n', 1, 0, 0, 0, 0, 0, 0, 0));
+                ElementsAre('T', 'A', 'R', 'N', 'i', 'd', 'x', '\n', 2, 0, 0, 0, 0, 0, 0, 0));
     EXPECT_EQ(bytes[16] + 256u * bytes[17] + 65536u * bytes[18], bytes.size());
 }
 
@@ -141,10 +141,10 @@ TEST_F(FrameIndexTest, IsStaleWhenTheClipHasGrown) {
     EXPECT_EQ(load(), Match::Stale);
 }
 
-TEST_F(FrameIndexTest, IsStaleWhenTheClipWasTouched) {
+TEST_F(FrameIndexTest, IsFreshWhenTheClipWasOnlyTouched) {
     build().save(index);
     fs::last_write_time(clip, fs::last_write_time(clip) + std::chrono::seconds(1));
-    EXPECT_EQ(load(), Match::Stale);
+    EXPECT_EQ(load(), Match::Fresh);
 }
 
 TEST_F(FrameIndexTest, IsStaleWhenAByteOfTheClipHasChangedAndItsTimeHasNot) {
@@ -179,7 +179,7 @@ TEST_F(FrameIndexTest, IsForeignWhenItIsNoIndex) {
 TEST_F(FrameIndexTest, IsForeignWhenALaterReleaseWroteIt) {
     build().save(index);
     auto bytes = test::readBytes(index);
-    bytes[8] = 2; // the version
+    bytes[8] = 3; // the version
     test::writeBytes(index, bytes);
     EXPECT_EQ(load(), Match::Foreign);
 }

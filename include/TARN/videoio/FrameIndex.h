@@ -2,8 +2,10 @@
 
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/FrameIndexOptions.h>
+#include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
+#include <TARN/videoio/Source.h>
 
 #include <cstdint>
 #include <memory>
@@ -27,46 +29,69 @@ struct IndexData;
 /// give what the packets promise, the whole stream is decoded. Pictures that an edit list hides are
 /// no frames.
 ///
+/// An index is bound to what the clip is, not to where it lies: it knows the clip by its size and
+/// by hashes of blocks at the start, at the end and spread over what lies between. They are all of
+/// a clip of up to 376 KiB, and that much of a longer one. An index of one file is the index of its
+/// copies, under any name, on any host, in memory or in streams of the caller's. A URL that is no
+/// local file, and a stream that does not know its size, are not known in this way: their index
+/// goes by the parameters of the stream alone.
+///
 /// An index is a value: copies share what it holds, which never changes. About 33 bytes a packet in
 /// memory, and 4 more with checksums.
 /// Thread rule: any number of threads may use an index and its copies.
 class TARN_VIDEOIO_API FrameIndex {
 public:
-    /// What an index file is to the clip that it is loaded for.
+    /// What an index is to a clip.
     enum class Match {
         Fresh,   ///< the index of this clip as it is
-        Stale,   ///< the clip has been changed, or replaced by a similar one, since
+        Stale,   ///< the clip has been changed since, but begins or ends as it did
         Foreign, ///< the index of another clip, or of another stream, or no index at all
-        Corrupt, ///< an index that was damaged
+        Corrupt, ///< an index file that was damaged
     };
 
     struct Loaded;
 
-    /// Makes the index of the best video stream. The source is opened once more for that; `input`
-    /// stays where it is.
+    /// Makes the index of a video stream.
     /// @throws IndexingCancelled
+    /// @throws tio::Exception when the stream asked for is not there, or is no video
+    /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
+    ///         throws
+    [[nodiscard]] static FrameIndex build(const Source& source,
+                                          const FrameIndexOptions& options = {});
+
+    /// The same from an input. The source is opened once more for that; `input` stays where it is.
+    /// @throws IndexingCancelled
+    /// @throws tio::Exception when the stream asked for is not there, or is no video
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
     ///         throws
     [[nodiscard]] static FrameIndex build(const std::shared_ptr<InputFormatContext>& input,
                                           const FrameIndexOptions& options = {});
 
-    /// Loads an index for the best video stream of `input`, which must be a local file. An index is
-    /// given for Match::Fresh alone: a wrong one is never used.
-    /// @throws tio::Exception when the file of the index or that of the clip cannot be read
+    /// Loads an index for the best video stream of `input`. An index is given for Match::Fresh
+    /// alone: a wrong one is never used.
+    /// @throws tio::Exception when the file of the index or the clip cannot be read, and for a clip
+    ///         that is not known by its bytes
     [[nodiscard]] static Loaded load(const std::string& path,
                                      const std::shared_ptr<InputFormatContext>& input);
 
+    /// What this index is to a source: Fresh, Stale or Foreign. Reads at most 376 KiB of it. An
+    /// index is always Foreign where the source that it was made of is not known by its bytes.
+    /// @throws tio::ffmpeg::Exception "Could not identify …" with the system's code when a file
+    ///         cannot be opened, and what a stream of the caller's does wrong
+    /// @throws tio::Exception "Could not identify …" when `source` is not known by its bytes
+    [[nodiscard]] Match match(const Source& source) const;
+
     /// Writes the index under another name and renames it when it is complete, so that there is
     /// never a part of one under `path`.
-    /// @throws tio::Exception when that fails, or the clip is no local file
+    /// @throws tio::Exception when that fails, or the clip is not known by its bytes
     void save(const std::string& path) const;
 
-    /// What save() writes, as a value that can be sent to another process. Also of a clip that is
-    /// no local file.
+    /// What save() writes, as a value that can be sent to another process. Also of a clip that
+    /// is not known by its bytes.
     [[nodiscard]] std::vector<uint8_t> toBytes() const;
 
-    /// The index that toBytes() was called of. Whether it is that of a clip, a FrameReader finds
-    /// out as far as the stream's parameters tell, and by the bytes of each packet that it reads.
+    /// The index that toBytes() was called of. Whether it is that of a clip, match() tells, and a
+    /// FrameReader finds out.
     /// @throws tio::Exception when the bytes are damaged, or no index
     [[nodiscard]] static FrameIndex fromBytes(const std::vector<uint8_t>& bytes);
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 namespace tio::ffmpeg {
 
@@ -44,6 +45,10 @@ struct FrameIndexOptions {
     int threads = 0;
 
     IndexProgressCallback progress; ///< may be empty
+
+    /// The stream, by its number in the container; without one the best video stream, which an
+    /// attached picture (a cover) is only where there is no other.
+    std::optional<int> stream;
 };
 
 } // namespace tio::ffmpeg

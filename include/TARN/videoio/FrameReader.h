@@ -20,7 +20,8 @@ namespace tio::ffmpeg {
 
 /// How a FrameReader reads. The defaults suit most; a caller names what differs.
 struct FrameReaderOptions {
-    /// Made or loaded before; without one the reader makes it. It has to be of the same clip.
+    /// Made or loaded before; without one the reader makes it. It has to be of the same stream of
+    /// the same clip, or of a copy (see FrameIndex), which is looked into before anything is read.
     std::optional<FrameIndex> index;
 
     /// Proves every picture by a checksum. Where the index has none, the whole stream is decoded
@@ -130,8 +131,10 @@ public:
 
     /// Opens the source, and makes the index where none is given.
     /// @throws IndexingCancelled
+    /// @throws IndexMismatch for an index of another clip, or another stream, or one that has
+    ///         changed since
     /// @throws tio::Exception for options that do not fit: a format or size that does not exist, a
-    ///         stream that is not there or no video, an index that is not of this stream
+    ///         stream that is not there or no video
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
     ///         throws
     explicit FrameReader(const Source& source, FrameReaderOptions options = {});
@@ -140,6 +143,7 @@ public:
     /// decoders give them (Picture::frame). Where those take the colours for what they are and turn
     /// the pictures right, the pictures are theirs bit for bit.
     /// @throws IndexingCancelled
+    /// @throws IndexMismatch as above
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", and what opening
     ///         throws
     FrameReader(const std::shared_ptr<InputFormatContext>& input, PixelFormat format,

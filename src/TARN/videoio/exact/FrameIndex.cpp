@@ -1,6 +1,8 @@
 #include "base/checks.h"
 #include "exact/IndexBuilder.h"
 #include "exact/index/IndexFile.h"
+#include "exact/index/SourceBytes.h"
+#include "exact/videoStream.h"
 #include "input/SeekingIndex.h"
 
 #include <TARN/videoio/FrameIndex.h>
@@ -26,8 +28,9 @@ detail::SeekingIndex seekingIndexOf(const detail::IndexData& index) {
     return made;
 }
 
-FrameIndex::Match matchOf(detail::SourceIdentity::Likeness likeness) {
-    switch (likeness) {
+FrameIndex::Match matchOf(const detail::SourceIdentity& identity, detail::SourceBytes& bytes) {
+    bytes.requireKnown();
+    switch (identity.compareWith(bytes)) {
     case detail::SourceIdentity::Likeness::Same:
         return FrameIndex::Match::Fresh;
     case detail::SourceIdentity::Likeness::Changed:
@@ -45,10 +48,16 @@ IndexingCancelled::IndexingCancelled() : tio::Exception("The making of the index
 // Out of line for the same reason as that of Exception.
 IndexingCancelled::~IndexingCancelled() = default;
 
+IndexMismatch::~IndexMismatch() = default;
+
+FrameIndex FrameIndex::build(const Source& source, const FrameIndexOptions& options) {
+    return build(std::make_shared<InputFormatContext>(source), options);
+}
+
 FrameIndex FrameIndex::build(const std::shared_ptr<InputFormatContext>& input,
                              const FrameIndexOptions& options) {
     return FrameIndex(std::make_shared<const detail::IndexData>(
-        detail::buildIndex(input, input->findBestVideoStreamIndex(), options)));
+        detail::buildIndex(input, detail::videoStreamOf(*input, options.stream), options)));
 }
 
 FrameIndex::Loaded FrameIndex::load(const std::string& path,
@@ -59,17 +68,24 @@ FrameIndex::Loaded FrameIndex::load(const std::string& path,
     const AVStream& stream = *input->getStream(input->findBestVideoStreamIndex());
     if (!content.index || !content.index->isOf(stream))
         return {Match::Foreign, std::nullopt};
-    const Match match = matchOf(content.index->source.compareWith(input->getUrl()));
+    detail::SourceBytes bytes(*input);
+    const Match match = matchOf(content.index->source, bytes);
     if (match != Match::Fresh)
         return {match, std::nullopt};
     return {match,
             FrameIndex(std::make_shared<const detail::IndexData>(std::move(*content.index)))};
 }
 
+FrameIndex::Match FrameIndex::match(const Source& source) const {
+    detail::SourceBytes bytes(source);
+    return matchOf(data->source, bytes);
+}
+
 void FrameIndex::save(const std::string& path) const {
     if (!data->source.isKnown())
-        detail::failPlainly("The index of what is no local file cannot be stored in \"" + path +
-                            "\": nothing would tell whether it still fits");
+        detail::failPlainly(
+            "The index of a clip that is not known by its bytes cannot be stored in \"" + path +
+            "\": nothing would tell whether it still fits");
     detail::writeIndexFile(path, *data);
 }
 

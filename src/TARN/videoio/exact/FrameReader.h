@@ -44,8 +44,8 @@ public:
     [[nodiscard]] int width() const noexcept;
 
 private:
-    [[nodiscard]] int chosenStream() const;
     [[nodiscard]] std::shared_ptr<const detail::IndexData> indexFor(int stream) const;
+    void requireMatch(const detail::IndexData& given, int stream) const;
     void useIndex(std::shared_ptr<const detail::IndexData> next);
     void count(bool singleThread);
     void find(int64_t frame, const std::vector<int64_t>& wanted);

@@ -4,6 +4,8 @@
 #include "exact/IndexAccess.h"
 #include "exact/IndexBuilder.h"
 #include "exact/frameWindow.h"
+#include "exact/index/SourceBytes.h"
+#include "exact/videoStream.h"
 #include "ffmpeg_compat.h"
 #include "media/avRational.h"
 #include "picture/orientation.h"
@@ -77,7 +79,7 @@ FrameReader::Engine::Engine(std::shared_ptr<InputFormatContext> opened,
       frameFormat(frames),
       delivery(targetOf(options, frames)),
       process(::getpid()) {
-    useIndex(indexFor(chosenStream()));
+    useIndex(indexFor(detail::videoStreamOf(*input, options.stream)));
     if (options.checksums && index->checksums.empty())
         count(index->singleThread);
 }
@@ -94,17 +96,6 @@ void FrameReader::Engine::noticeOtherProcess() {
     static_cast<void>(finder.release());
     useIndex(index);
     process = ::getpid();
-}
-
-int FrameReader::Engine::chosenStream() const {
-    if (!options.stream)
-        return input->findBestVideoStreamIndex();
-    const int stream = *options.stream;
-    const bool there = stream >= 0 && stream < input->getStreamCount();
-    if (!there || input->getStream(stream)->codecpar->codec_type != AVMEDIA_TYPE_VIDEO)
-        detail::failPlainly("Stream " + std::to_string(stream) + " of \"" + input->getUrl() +
-                            "\" " + (there ? "is no video" : "does not exist"));
-    return stream;
 }
 
 int FrameReader::Engine::height() const noexcept {
@@ -125,13 +116,26 @@ int FrameReader::Engine::width() const noexcept {
 
 std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int stream) const {
     if (!options.index) {
-        const FrameIndexOptions making{options.checksums, options.threads, options.progress};
+        const FrameIndexOptions making{options.checksums, options.threads, options.progress,
+                                       stream};
         return std::make_shared<const detail::IndexData>(detail::buildIndex(input, stream, making));
     }
     auto given = detail::IndexAccess::dataOf(*options.index);
-    if (!given->isOf(*input->getStream(stream)))
-        detail::failPlainly("The index is not that of \"" + input->getUrl() + "\"");
+    requireMatch(*given, stream);
     return given;
+}
+
+void FrameReader::Engine::requireMatch(const detail::IndexData& given, int stream) const {
+    using Likeness = detail::SourceIdentity::Likeness;
+    detail::SourceBytes bytes(*input);
+    const bool told = given.source.isKnown() && bytes.areKnown();
+    const Likeness likeness = told ? given.source.compareWith(bytes) : Likeness::Same;
+    if (likeness == Likeness::Same && given.isOf(*input->getStream(stream)))
+        return;
+    const std::string text = "The index is not that of \"" + input->getUrl() + "\"" +
+                             (likeness == Likeness::Changed ? ", which has changed since" : "");
+    detail::logFailure(text);
+    throw IndexMismatch(text);
 }
 
 void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next) {
@@ -149,7 +153,7 @@ void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next
 
 void FrameReader::Engine::count(bool singleThread) {
     auto counted = std::make_shared<detail::IndexData>(*index);
-    const FrameIndexOptions making{true, options.threads, options.progress};
+    const FrameIndexOptions making{true, options.threads, options.progress, index->stream};
     detail::countByDecoding(input, *counted, making, singleThread);
     useIndex(std::move(counted));
 }

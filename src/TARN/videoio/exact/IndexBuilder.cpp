@@ -92,6 +92,11 @@ bool endAgrees(const Input& input, IndexData& index, int threads) {
     return !run.isLost() && run.decoder().failureCount() == 0 && expected == index.frameCount();
 }
 
+SourceIdentity identityOf(const InputFormatContext& input) {
+    SourceBytes bytes(input);
+    return SourceIdentity::of(bytes);
+}
+
 } // namespace
 
 void countByDecoding(const Input& input, IndexData& index, const FrameIndexOptions& options,
@@ -116,7 +121,7 @@ void countByDecoding(const Input& input, IndexData& index, const FrameIndexOptio
 
 IndexData buildIndex(const Input& input, int stream, const FrameIndexOptions& options) {
     ProgressReport progress(options.progress);
-    const SourceIdentity identity = SourceIdentity::ofAny(input->getUrl());
+    const SourceIdentity identity = identityOf(*input);
     PacketScan scan;
     {
         PacketSource source(input, stream);

@@ -32,6 +32,15 @@ public:
     /// @throws tio::ffmpeg::Exception as throwStreamFailure()
     void rethrowFailure();
 
+    /// The stream, to be read past FFmpeg. It is sought in before FFmpeg reads on.
+    [[nodiscard]] ByteStream& lend() noexcept {
+        streamPosition = -1;
+        return *stream;
+    }
+
+    /// As the stream told it: how many bytes there are, or ByteStream::unknownSize.
+    [[nodiscard]] int64_t byteCount() const noexcept { return size; }
+
     /// Lets the stream be asked again after a failure.
     void forgetFailure() noexcept;
 

@@ -27,6 +27,11 @@ struct InputAccess {
         return input.opened->source();
     }
 
+    /// As OpenInput::bytes().
+    [[nodiscard]] static ByteChannel* channelOf(const InputFormatContext& input) {
+        return input.opened->bytes();
+    }
+
     /// As OpenInput::seek().
     /// @throws tio::ffmpeg::Exception what a stream of the caller's does wrong
     [[nodiscard]] static int seek(InputFormatContext& input, int stream, int64_t target,

@@ -55,6 +55,9 @@ public:
     [[nodiscard]] AVFormatContext* context() const noexcept { return input.get(); }
     [[nodiscard]] const Source& source() const noexcept { return origin; }
 
+    /// By which memory and streams are read; null for a URL.
+    [[nodiscard]] ByteChannel* bytes() const noexcept { return channel.get(); }
+
     /// Starts the clock for one packet or one seek.
     void startClock() noexcept;
 

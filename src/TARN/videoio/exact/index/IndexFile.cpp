@@ -22,7 +22,8 @@ namespace {
 
 // "TARNidx" and a line end, which a transfer as text would change.
 constexpr uint64_t magic = 0x0A7864694E524154;
-constexpr uint64_t currentVersion = 1;
+constexpr uint64_t firstVersion = 1; // without samples of the source
+constexpr uint64_t currentVersion = 2;
 constexpr uint64_t headerNumbers = 23;
 constexpr uint64_t hashBytesAtEnd = 8;
 
@@ -42,14 +43,15 @@ struct Header {
     uint64_t ownTimes = 0;
     uint64_t checksums = 0;
     uint64_t notes = 0;
+    uint64_t samples = 0;
 
     /// What the counts make of the file's size; 0 when they cannot be right.
     [[nodiscard]] uint64_t expectedByteCount() const {
-        for (const uint64_t count : {packets, keys, frames, ownTimes, checksums, notes})
+        for (const uint64_t count : {packets, keys, frames, ownTimes, checksums, notes, samples})
             if (count > byteCount)
                 return 0;
         return 8 * headerNumbers + 25 * packets + 12 * keys + 4 * frames + 8 * ownTimes +
-               4 * checksums + 8 * notes + hashBytesAtEnd;
+               4 * checksums + 8 * notes + 8 * samples + hashBytesAtEnd;
     }
 };
 
@@ -77,8 +79,7 @@ void exchangeHeader(File& file, Header& header, IndexData& index) {
         file.number(*number);
     for (int32_t* number : {&index.stream, &index.codec, &index.timeBase.num, &index.timeBase.den})
         file.number(*number);
-    uint64_t reserved = 0;
-    file.number(reserved);
+    file.number(header.samples);
 }
 
 template <typename File>
@@ -94,6 +95,7 @@ void exchangeColumns(File& file, IndexData& index, NoteColumns& notes) {
     file.column(index.checksums);
     file.column(notes.packets);
     file.column(notes.frames);
+    file.column(index.source.samples);
 }
 
 Header headerOf(const IndexData& index) {
@@ -106,6 +108,7 @@ Header headerOf(const IndexData& index) {
     header.ownTimes = index.ownTimes.size();
     header.checksums = index.checksums.size();
     header.notes = index.notes.cleanFrom.size();
+    header.samples = index.source.samples.size();
     header.byteCount = UINT64_MAX;
     header.byteCount = header.expectedByteCount();
     return header;
@@ -123,6 +126,7 @@ void resizeColumns(const Header& header, IndexData& index, NoteColumns& notes) {
     index.checksums.resize(header.checksums);
     notes.packets.resize(header.notes);
     notes.frames.resize(header.notes);
+    index.source.samples.resize(header.samples);
 }
 
 void takeFlagsAndNotes(const Header& header, const NoteColumns& notes, IndexData& index) {
@@ -143,12 +147,14 @@ bool isConsistent(const IndexData& index) {
     const bool startsWithPacket0 = index.packetCount() == 0
                                        ? index.keys.empty()
                                        : !index.keys.empty() && index.keys.front() == 0;
+    const size_t samples = index.source.samples.size();
     const auto fitsFrames = [&](size_t count) {
         return count == 0 || count == index.packets.size();
     };
     return keysRise && startsWithPacket0 && fitsFrames(index.ownTimes.size()) &&
            fitsFrames(index.checksums.size()) && index.timeBase.num > 0 && index.timeBase.den > 0 &&
-           index.stream >= 0 && std::all_of(index.keys.begin(), index.keys.end(), isPacket) &&
+           index.stream >= 0 && (samples == 0 || samples == SourceIdentity::sampleCount) &&
+           std::all_of(index.keys.begin(), index.keys.end(), isPacket) &&
            std::all_of(index.packets.begin(), index.packets.end(), isPacket);
 }
 
@@ -192,7 +198,8 @@ IndexFileContent readContent(std::FILE* opened, uint64_t byteCount) {
     exchangeStart(reader, header);
     if (byteCount >= sizeof magic && header.start != magic)
         return {Kind::Other, std::nullopt};
-    if (byteCount >= 2 * sizeof magic && header.version != currentVersion)
+    if (byteCount >= 2 * sizeof magic && header.version != firstVersion &&
+        header.version != currentVersion)
         return {Kind::Other, std::nullopt};
     exchangeHeader(reader, header, index);
     if (header.byteCount != byteCount || header.expectedByteCount() != byteCount)

@@ -1,38 +1,42 @@
 #pragma once
 
+#include "exact/index/SourceBytes.h"
+
+#include <cstddef>
 #include <cstdint>
-#include <string>
+#include <vector>
 
 namespace tio::ffmpeg::detail {
 
-/// By what a file is recognised: size, time of its last change and a hash of its first and of its
-/// last block.
+/// By what a source is recognised: its size and hashes of its first block, its last block and
+/// samples of what lies between. Where it lies, and what it is called, plays no part.
 struct SourceIdentity {
     enum class Likeness { Same, Changed, Other };
 
+    /// How many samples there are. Up to 376 KiB, they and the two blocks are all of the source.
+    static constexpr size_t sampleCount = 31; // odd, so that one lies in the very middle
+
     uint64_t size = 0;
-    int64_t seconds = 0; ///< of the last change, since 1970
-    int64_t nanoseconds = 0;
     uint64_t firstBlock = 0;
     uint64_t lastBlock = 0;
+    std::vector<uint64_t> samples; ///< none in an index of the first version
 
-    /// Of the file that FFmpeg opens under this URL.
-    /// @throws tio::Exception naming the URL, when it is no local file or cannot be read
-    [[nodiscard]] static SourceIdentity of(const std::string& url);
+    // The last change of a file since 1970, which index files of the first version have in place of
+    // the samples.
+    int64_t seconds = 0;
+    int64_t nanoseconds = 0;
 
-    /// The same where that fails: an identity that is like no file's.
-    [[nodiscard]] static SourceIdentity ofAny(const std::string& url);
+    /// The one of these bytes; where they are not known, one that is like nothing.
+    /// @throws tio::ffmpeg::Exception when they cannot be read
+    [[nodiscard]] static SourceIdentity of(SourceBytes& bytes);
 
-    /// Whether it is that of a file at all.
+    /// Whether it is that of anything.
     [[nodiscard]] bool isKnown() const noexcept { return size > 0; }
 
-    /// What has become of the file that this identity was taken of, if it is the one of that URL.
-    /// @throws tio::Exception as of() does
-    [[nodiscard]] Likeness compareWith(const std::string& url) const;
+    /// What these bytes are to those that this identity was taken of.
+    /// @pre they are known
+    /// @throws tio::ffmpeg::Exception when they cannot be read
+    [[nodiscard]] Likeness compareWith(SourceBytes& bytes) const;
 };
-
-/// Whether what FFmpeg opens under this URL can be read once only: opening it again would wait for
-/// another writer, for ever if none comes.
-[[nodiscard]] bool isPipe(const std::string& url);
 
 } // namespace tio::ffmpeg::detail

@@ -1,7 +1,7 @@
 #include "exact/run/PacketSource.h"
 
 #include "base/checks.h"
-#include "exact/index/SourceIdentity.h"
+#include "exact/index/SourceBytes.h"
 #include "input/InputAccess.h"
 
 #include <TARN/videoio/Exception.h>
