@@ -1,4 +1,5 @@
 #include "commands/Commands.h"
+#include "media/OutputFile.h"
 #include "terminal/Interruption.h"
 
 #include <TARN/logging/log.h>
@@ -139,6 +140,7 @@ int runProgram(int argc, char** argv) {
         return static_cast<int>(ExitCode::Usage);
     }
     setUpLogging(program.verbose);
+    protectInput(program.input.url);
     const ExitCode code = reading(program.input.url, program.command);
     flushStandardOutput();
     return static_cast<int>(code);

@@ -25,6 +25,7 @@ struct IndexOptions {
 
 // The library writes under a name of its own and renames, as OutputFile does.
 void storeFrameIndex(const Program& program, const IndexOptions& options) {
+    requireNotInput(options.output);
     const auto context = openInput(program.input.url);
     ffmpeg::FrameIndexOptions making;
     making.checksums = options.checksums;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -16,6 +17,15 @@ namespace {
 // FFmpeg's protocols that hand out what comes at the moment.
 constexpr std::array<std::string_view, 11> liveProtocols = {
     "rtsp", "rtsps", "rtmp", "rtmps", "rtp", "srtp", "udp", "tcp", "srt", "pipe", "fd"};
+
+/// Whether a file has the signature of a frame index; a bare seeking index has none.
+bool isFrameIndex(const std::string& path) {
+    constexpr std::string_view signature = "TARNidx\n";
+    std::array<char, signature.size()> start{};
+    std::ifstream file(path, std::ios::binary);
+    file.read(start.data(), start.size());
+    return file && std::string_view(start.data(), start.size()) == signature;
+}
 
 } // namespace
 
@@ -47,6 +57,9 @@ std::optional<ffmpeg::FrameIndex> storedFrameIndex(const InputOptions& input, co
         reading(*input.index, [&] { return ffmpeg::FrameIndex::load(*input.index, clip); });
     if (loaded.match == Match::Stale)
         throw Failure(ExitCode::Input, *input.index, input.url + " has changed since it was made");
+    if (loaded.match == Match::Foreign && isFrameIndex(*input.index))
+        throw Failure(ExitCode::Input, *input.index,
+                      "this is the index of another clip than " + input.url);
     if (loaded.match == Match::Corrupt)
         throw Failure(ExitCode::Input, *input.index, "the index is damaged");
     return std::move(loaded.index);

@@ -33,7 +33,9 @@ void requireReadAgain(const std::string& url);
 
 /// The frame index that the user gave with --index. Nothing when none was given, or a bare seeking
 /// index, which does not tell what clip it is of.
-/// @throws Failure naming the index, when it is damaged or the clip has changed since
+/// @throws Failure naming the index, when it is damaged, that of another clip, or the clip has
+/// changed
+///         since
 [[nodiscard]] std::optional<ffmpeg::FrameIndex> storedFrameIndex(const InputOptions& input,
                                                                  const Clip& clip);
 

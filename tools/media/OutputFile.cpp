@@ -10,9 +10,29 @@ namespace tio::tool {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string& protectedInput() {
+    static std::string path;
+    return path;
+}
+
+} // namespace
+
+void protectInput(const std::string& url) {
+    protectedInput() = url;
+}
+
+void requireNotInput(const std::string& path) {
+    std::error_code missing; // then it is another file
+    if (fs::is_regular_file(path, missing) && fs::equivalent(path, protectedInput(), missing))
+        throw Failure(ExitCode::Output, path, "this is the file that is read; name another one");
+}
+
 // Signals wait until the temporary file is known to be removed by them. Opening a pipe may take for
 // ever, and makes no such file.
 OutputFile::OutputFile(std::string name) : path(std::move(name)) {
+    requireNotInput(path);
     std::error_code unreadable; // shows when the file is opened
     std::optional<SignalsHeldBack> heldBack;
     if (const auto existing = fs::status(path, unreadable);

@@ -16,6 +16,7 @@ class OutputFile {
 public:
     using Flush = ffmpeg::AtomicFile::Flush;
 
+    /// @throws Failure also when it is the file that the command reads
     explicit OutputFile(std::string name);
 
     void write(const void* data, size_t size);
@@ -34,6 +35,14 @@ private:
     std::optional<ffmpeg::AtomicFile> file;
     std::optional<RemovedOnInterruption> cleanup;
 };
+
+/// Says which file the command reads: from now on no output replaces it, also not by another of its
+/// names.
+void protectInput(const std::string& url);
+
+/// For outputs that are written without an OutputFile.
+/// @throws Failure with ExitCode::Output when it is the file that the command reads
+void requireNotInput(const std::string& path);
 
 /// Makes the folder and its parents where they are missing.
 void makeFolder(const std::string& path);
