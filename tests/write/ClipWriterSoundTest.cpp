@@ -54,7 +54,11 @@ TEST_P(ClipWriterSoundTest, StandsAtItsSampleAndIsAsLongAsItWas) {
     EXPECT_GE(heard.samples.size(), count);
     EXPECT_LT(heard.samples.size(), count + 1024); // no reader takes off the end of AAC in MP4
     const ReadBack clip(file(name), AVMEDIA_TYPE_AUDIO);
-    const double runIn = matroska ? 312 / 48000.0 : 0; // a part of the file's length there
+    // A part of the file's length in Matroska, and in MP4 before FFmpeg 5.
+    const double primed = std::string(codec) == "aac"    ? 1024
+                          : std::string(codec) == "opus" ? 312
+                                                         : 0;
+    const double runIn = matroska || !test::beginsAnywhere() ? primed / 48000 : 0;
     EXPECT_NEAR(static_cast<double>(clip.file().duration) / AV_TIME_BASE, count / 48000.0 + runIn,
                 0.0011);
 }
@@ -98,6 +102,10 @@ TEST_F(ClipWriterTest, SoundStandsBesideItsPicture) {
             for (int i = 0; i < 50; ++i)
                 writer.writePicture(rgbPicture(i));
             writer.writeSamples(samples.data() + 20000, 28000, 1);
+            if (begin.denominator != 1 && !test::beginsAnywhere()) {
+                EXPECT_THROW(writer.finish(), TimeRefusal);
+                continue;
+            }
             writer.finish();
             const test::HeardSound heard = readHeard(file("clip.mp4"));
             const Fraction at =

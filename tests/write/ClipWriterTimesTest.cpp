@@ -50,6 +50,11 @@ class ClipWriterCodecTest
 
 TEST_P(ClipWriterCodecTest, GivesBackTimesCountsAndDurations) {
     const auto& [codec, given] = GetParam();
+    const Fraction begin = 1000 * given.times.front();
+    if (begin.denominator != 1 && !test::beginsAnywhere()) {
+        EXPECT_THROW(write("clip.mp4", given.times, withCodec(codec), Fraction(1, 5)), TimeRefusal);
+        return;
+    }
     write("clip.mp4", given.times, withCodec(codec), Fraction(1, 5));
     EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(given.times));
     EXPECT_EQ(durationIn(file("clip.mp4")),

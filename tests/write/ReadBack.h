@@ -13,7 +13,9 @@
 #include <vector>
 
 extern "C" {
+#include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -26,6 +28,15 @@ using Fraction = tio::Rational<1, int64_t>;
 
 inline Fraction secondsOf(int64_t ticks, AVRational timeBase) {
     return Fraction(ticks) * Fraction(timeBase.num, timeBase.den);
+}
+
+/// Whether FFmpeg's MP4 can begin a track at any fraction of a second, and not at milliseconds
+/// alone; from release 5 on it can. Earlier ones also count the run-in of sound into the file's
+/// length.
+inline bool beginsAnywhere() {
+    const AVOutputFormat* format = av_guess_format("mp4", nullptr, nullptr);
+    return av_opt_find(const_cast<AVClass**>(&format->priv_class), "movie_timescale", nullptr, 0,
+                       AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
 }
 
 /// Smooth enough for lossy codecs, and with another brightness for each number.
