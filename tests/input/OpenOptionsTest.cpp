@@ -116,6 +116,13 @@ TEST_F(OpenOptionsTest, AFailureCarriesTheCodeOfFfmpeg) {
     EXPECT_EQ(codeOfOpening(noise, options), AVERROR_INVALIDDATA);
 }
 
+TEST_F(OpenOptionsTest, ATimeLimitBeyondTheClockIsNone) {
+    test::makeClip(folder.file("clip.mp4"), {});
+    options.openTimeout = std::chrono::milliseconds::max();
+    options.readTimeout = std::chrono::milliseconds::max();
+    EXPECT_NO_THROW(InputFormatContext(folder.file("clip.mp4"), options));
+}
+
 TEST_F(OpenOptionsTest, ATimeLimitAndCancellingAreToldApartByTheirCodes) {
     const LoopbackServer server(waitForClose);
     options.openTimeout = 100ms;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -175,6 +176,18 @@ TEST_F(SourceTest, WhatLiesInMemoryOpensNoFile) {
     options.demuxerOptions = {{"allowed_extensions", "ALL"}};
     const Source source = Source::memory(Bytes(list.begin(), list.end()), "list", options);
     EXPECT_THAT(failureOf([&] { InputFormatContext{source}; }).text, HasSubstr("list"));
+}
+
+// These demuxers open what they are told of by themselves, without asking the one that opened them.
+TEST_F(SourceTest, AListInMemoryOpensNoFile) {
+    clip("mpegts");
+    const auto place = path.substr(0, path.rfind('/') + 1);
+    const std::string list = "ffconcat version 1.0\nfile '" + path.substr(place.size()) + "'\n";
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(place);
+    EXPECT_THROW(InputFormatContext{Source::memory(Bytes(list.begin(), list.end()))},
+                 tio::Exception);
+    std::filesystem::current_path(before);
 }
 
 TEST_F(SourceTest, TheNameDoesNotDecideWhatTheBytesAre) {

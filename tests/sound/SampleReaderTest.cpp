@@ -54,6 +54,12 @@ TEST_F(SampleReaderTest, WritesIntoMemoryOfTheCallersAndNoFurther) {
     EXPECT_EQ(memory[8], -2);
 }
 
+TEST_F(SampleReaderTest, MemoryThatIsNullIsRefused) {
+    SampleReader& sound = open(ramp());
+    EXPECT_THROW(sound.readSamples(0, 5, nullptr), tio::Exception);
+    EXPECT_NO_THROW(sound.readSamples(0, 0, nullptr));
+}
+
 TEST_F(SampleReaderTest, GivesNoSamplesWhereNoneAreAskedFor) {
     SampleReader& sound = open(ramp());
     const auto samples = sound.readSamples(16000, 0);

@@ -4,6 +4,7 @@
 #include "ffmpeg_compat.h"
 
 #include <new>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -49,6 +50,10 @@ CodecContextHandle freshCopy(const AVCodecContext& used) {
 } // namespace
 
 Decoder::Decoder(int threadCount) : decoded(av_frame_alloc()), threads(threadCount) {
+    constexpr int mostThreads = 1024; // beyond what any machine has a use for
+    if (threadCount < 0 || threadCount > mostThreads)
+        failPlainly("A decoder cannot have " + std::to_string(threadCount) + " threads; 0 to " +
+                    std::to_string(mostThreads) + " are possible");
     if (!decoded)
         throw std::bad_alloc();
 }

@@ -41,6 +41,11 @@ FrameIndex::Match matchOf(const detail::SourceIdentity& identity, detail::Source
     return FrameIndex::Match::Foreign;
 }
 
+void requireInput(const std::shared_ptr<InputFormatContext>& input) {
+    if (input == nullptr)
+        detail::failPlainly("An index needs an input");
+}
+
 } // namespace
 
 IndexingCancelled::IndexingCancelled() : tio::Exception("The making of the index was cancelled") {}
@@ -56,12 +61,14 @@ FrameIndex FrameIndex::build(const Source& source, const FrameIndexOptions& opti
 
 FrameIndex FrameIndex::build(const std::shared_ptr<InputFormatContext>& input,
                              const FrameIndexOptions& options) {
+    requireInput(input);
     return FrameIndex(std::make_shared<const detail::IndexData>(
         detail::buildIndex(input, detail::videoStreamOf(*input, options.stream), options)));
 }
 
 FrameIndex::Loaded FrameIndex::load(const std::string& path,
                                     const std::shared_ptr<InputFormatContext>& input) {
+    requireInput(input);
     detail::IndexFileContent content = detail::readIndexFile(path);
     if (content.kind == detail::IndexFileContent::Kind::Damaged)
         return {Match::Corrupt, std::nullopt};

@@ -19,8 +19,11 @@ FrameReader::FrameReader(const Source& source, FrameReaderOptions options)
                                       std::move(options))) {}
 
 FrameReader::FrameReader(const std::shared_ptr<InputFormatContext>& input, PixelFormat format,
-                         FrameReaderOptions options)
-    : engine(std::make_unique<Engine>(input, format, std::move(options))) {}
+                         FrameReaderOptions options) {
+    if (input == nullptr)
+        detail::failPlainly("A FrameReader needs an input");
+    engine = std::make_unique<Engine>(input, format, std::move(options));
+}
 
 FrameReader::FrameReader(FrameReader&&) noexcept = default;
 FrameReader& FrameReader::operator=(FrameReader&&) noexcept = default;
@@ -107,9 +110,11 @@ void FrameReader::readFrames(int64_t first, int64_t end, int64_t step, const Cal
     if (step == 0)
         detail::failAssertion("A range of frames cannot have a step of 0", "step != 0", at(4));
     std::vector<int64_t> frames;
-    for (int64_t frame = first; step > 0 ? frame < end : frame > end; frame += step) {
+    for (int64_t frame = first; step > 0 ? frame < end : frame > end;) {
         engine->requireFrame(frame); // and so the list is no longer than the clip
         frames.push_back(frame);
+        if (__builtin_add_overflow(frame, step, &frame))
+            break;
     }
     engine->readInOrder(frames, callback);
 }

@@ -47,6 +47,9 @@ private:
     [[nodiscard]] std::shared_ptr<const detail::IndexData> indexFor(int stream) const;
     void requireMatch(const detail::IndexData& given, int stream) const;
     void useIndex(std::shared_ptr<const detail::IndexData> next);
+    [[nodiscard]] std::unique_ptr<detail::FrameFinder>
+    makeFinder(const detail::IndexData& next) const;
+    void forgetPicture() noexcept;
     void count(bool singleThread);
     void find(int64_t frame, const std::vector<int64_t>& wanted);
     void noticeOtherProcess();

@@ -90,11 +90,15 @@ FrameReader::Engine::~Engine() {
         static_cast<void>(finder.release());
 }
 
+// The finder of the other process is let go of when there is a new one: until then it still counts.
 void FrameReader::Engine::noticeOtherProcess() {
     if (process == ::getpid())
         return;
+    auto made = makeFinder(*index);
+    done = counters();
     static_cast<void>(finder.release());
-    useIndex(index);
+    finder = std::move(made);
+    forgetPicture();
     process = ::getpid();
 }
 
@@ -138,11 +142,21 @@ void FrameReader::Engine::requireMatch(const detail::IndexData& given, int strea
     throw IndexMismatch(text);
 }
 
+std::unique_ptr<detail::FrameFinder>
+FrameReader::Engine::makeFinder(const detail::IndexData& next) const {
+    const bool nv12 = targetOf(options, frameFormat).format == PictureFormat::Nv12;
+    return std::make_unique<detail::FrameFinder>(input, next,
+                                                 nv12 ? PixelFormat::NV12 : PixelFormat::RGB,
+                                                 next.singleThread ? 1 : options.threads);
+}
+
+void FrameReader::Engine::forgetPicture() noexcept {
+    standing = -1;
+    latestFrame = nullptr;
+}
+
 void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next) {
-    const bool nv12 = options.format == PictureFormat::Nv12 || frameFormat == PixelFormat::NV12;
-    auto made = std::make_unique<detail::FrameFinder>(input, *next,
-                                                      nv12 ? PixelFormat::NV12 : PixelFormat::RGB,
-                                                      next->singleThread ? 1 : options.threads);
+    auto made = makeFinder(*next);
     if (finder)
         done = counters();
     finder = std::move(made); // the one before refers to the index before
@@ -198,7 +212,7 @@ void FrameReader::Engine::failReading(int64_t frame, const char* reason) const {
 /// by decoding it, and once more with one thread when it is damaged.
 void FrameReader::Engine::find(int64_t frame, const std::vector<int64_t>& wanted) {
     constexpr int mostCounts = 2;
-    standing = -1;
+    forgetPicture();
     for (int counts = 0;; ++counts) {
         requireFrame(frame);
         const Outcome outcome = finder->find(frame, wanted);

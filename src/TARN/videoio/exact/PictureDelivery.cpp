@@ -48,9 +48,6 @@ std::shared_ptr<tio::FrameBase> makeFrame(PictureFormat format, int height, int 
 }
 
 void copyPixels(const ImageView& from, const ImageView& to) {
-    if (to.format != from.format || to.height != from.height || to.width != from.width)
-        failPlainly("The memory given is not for a picture of " + std::to_string(from.width) +
-                    " x " + std::to_string(from.height) + " in the format asked for");
     for (int plane = 0; plane < planeCount(from.format); ++plane) {
         const auto at = static_cast<size_t>(plane);
         const PlaneSize size = planeSize(from.format, from.height, from.width, plane);
@@ -92,10 +89,14 @@ void PictureDelivery::writeTo(const ImageView& view, FrameDecoder& decoder) {
         target.colours == Colours::Bt601 &&
         (target.format == PictureFormat::Rgb8 || target.format == PictureFormat::Nv12) &&
         isAsStreamDecodersGiveIt(decoder);
+    const AVFrame& picture = decoder.decoded();
+    const int way = wayOf(decoder);
+    converter.requireFitting(view, converter.heightFor(picture, way),
+                             converter.widthFor(picture, way));
     if (asStored)
         copyPixels(viewOf(*decoder.picture(), target.format), view);
     else
-        converter.convert(decoder.decoded(), wayOf(decoder), view);
+        converter.convert(picture, way, view);
 }
 
 std::shared_ptr<tio::FrameBase> PictureDelivery::frame(FrameDecoder& decoder) {

@@ -3,8 +3,12 @@
 namespace tio::ffmpeg::detail {
 
 void InputWatch::allow(std::chrono::milliseconds limit) noexcept {
-    const auto end = Clock::now() + limit;
-    deadline = limit.count() > 0 ? end.time_since_epoch().count() : 0;
+    // A limit that leaves the clock's range is none.
+    const auto now = Clock::now();
+    const auto longest =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now);
+    const bool ends = limit.count() > 0 && limit < longest;
+    deadline = ends ? (now + limit).time_since_epoch().count() : 0;
     told = Verdict::GoOn;
 }
 

@@ -29,6 +29,8 @@ void setTransportOptions(const std::string& url, Options& options) {
 void setOptions(const Source& source, const OpenInput::Manner& manner, Options& dictionary) {
     if (source.kind() == Source::Kind::Url)
         setTransportOptions(source.name(), dictionary);
+    else // what demuxers open by themselves does not come past refuseToOpen()
+        dictionary.set("protocol_whitelist", "none");
     if (manner.option != nullptr)
         dictionary.set(manner.option, manner.value);
     if (source.options().probeSize != 0)

@@ -46,10 +46,12 @@ public:
     /// @throws tio::Exception also where that has another format or size, or too short rows
     void convert(const AVFrame& picture, int way, const ImageView& image);
 
+    /// @throws tio::Exception for memory that is not for such a picture
+    void requireFitting(const ImageView& image, int height, int width) const;
+
 private:
     struct Plan;
     void planFor(const AVFrame& picture, int way);
-    void requireFitting(const ImageView& image, int height, int width) const;
 
     Target target;
     std::unique_ptr<Plan> plan; // for pictures like the latest

@@ -26,10 +26,11 @@ void PacketSource::reopen() {
     av_packet_unref(current.get());
     if (source.kind() == Source::Kind::Url && isPipe(source.name()))
         failPlainly("\"" + source.name() + "\" is a pipe, which cannot be opened once more");
-    input = std::make_unique<InputFormatContext>(source);
+    auto opened = std::make_unique<InputFormatContext>(source);
     ++openings;
-    if (index >= input->getStreamCount())
+    if (index >= opened->getStreamCount())
         failPlainly("\"" + source.name() + "\" has lost its stream " + std::to_string(index));
+    input = std::move(opened);
     for (int other = 0; other < input->getStreamCount(); ++other)
         if (other != index)
             input->getStream(other)->discard = AVDISCARD_ALL;

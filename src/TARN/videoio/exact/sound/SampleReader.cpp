@@ -241,6 +241,9 @@ SampleReader::Samples SampleReader::readSamples(int64_t first, int64_t count) {
 }
 
 void SampleReader::readSamples(int64_t first, int64_t count, float* to) {
+    engine->requireRange(first, count);
+    if (to == nullptr && count > 0)
+        detail::failPlainly("Samples cannot be read into memory that is null");
     engine->read(first, count, to);
 }
 

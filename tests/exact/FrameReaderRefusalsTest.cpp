@@ -1,0 +1,80 @@
+#include "FrameReaderFixture.h"
+#include "support/Expectations.h"
+#include "support/Interception.h"
+
+#include <TARN/core/Exception.h>
+#include <TARN/videoio/FrameIndex.h>
+#include <TARN/videoio/Source.h>
+
+#include <array>
+#include <climits>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace tio {
+namespace {
+
+using ffmpeg::FrameReader;
+using ffmpeg::FrameReaderOptions;
+using ffmpeg::PictureFormat;
+using ffmpeg::Source;
+
+/// What is asked of a reader that cannot be given.
+class FrameReaderRefusalsTest : public test::FrameReaderTest {
+protected:
+    void SetUp() override { test::makeClip(clip, {}); }
+};
+
+TEST_F(FrameReaderRefusalsTest, AFrameTypeIsThatOfThePixelFormatWhateverFormatTheOptionsName) {
+    FrameReaderOptions options;
+    options.format = PictureFormat::Nv12;
+    FrameReader rgb(std::make_shared<ffmpeg::InputFormatContext>(clip), ffmpeg::PixelFormat::RGB,
+                    options);
+    const auto frame = rgb.readFrame(0).frame;
+    EXPECT_NE(dynamic_cast<Frame<PixelFormat::RGB>*>(frame.get()), nullptr);
+}
+
+TEST_F(FrameReaderRefusalsTest, MemoryWithoutAPlaneIsRefusedInEveryColours) {
+    for (const auto colours : {ffmpeg::Colours::Tagged, ffmpeg::Colours::Bt601}) {
+        FrameReaderOptions options;
+        options.colours = colours;
+        FrameReader tried(Source(clip), options);
+        ffmpeg::Image image(PictureFormat::Rgb8, tried.height(), tried.width());
+        ffmpeg::ImageView view = image.view();
+        view.planes[0] = nullptr;
+        EXPECT_THROW(tried.readFrameInto(3, view), Exception);
+        view = image.view();
+        view.strides[0] = 10;
+        EXPECT_THROW(tried.readFrameInto(3, view), Exception);
+        EXPECT_NO_THROW(tried.readFrameInto(3, image.view()));
+    }
+}
+
+TEST_F(FrameReaderRefusalsTest, AStepBeyondAllNumbersGivesTheFirstFrameAlone) {
+    FrameReader tried{Source(clip)};
+    std::vector<int64_t> numbers;
+    tried.readFrames(1, 5, INT64_MAX, [&](const FrameReader::Picture& picture) {
+        numbers.push_back(picture.number);
+        return true;
+    });
+    EXPECT_EQ(numbers, std::vector<int64_t>{1});
+}
+
+TEST_F(FrameReaderRefusalsTest, ThreadsThatNoDecoderCanHave) {
+    for (const int threads : {INT_MIN, -1, 100000}) {
+        FrameReaderOptions options;
+        options.threads = threads;
+        EXPECT_THROW(FrameReader(Source(clip), options), Exception) << threads;
+    }
+}
+
+TEST_F(FrameReaderRefusalsTest, NoInput) {
+    const std::shared_ptr<ffmpeg::InputFormatContext> none;
+    EXPECT_THROW(FrameReader(none, ffmpeg::PixelFormat::RGB), Exception);
+    EXPECT_THROW(static_cast<void>(ffmpeg::FrameIndex::build(none)), Exception);
+    EXPECT_THROW(static_cast<void>(ffmpeg::FrameIndex::load("index", none)), Exception);
+}
+
+} // namespace
+} // namespace tio
