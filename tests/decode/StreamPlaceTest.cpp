@@ -107,6 +107,42 @@ protected:
         expectEveryPictureOnce(path->string(), places);
     }
 
+    /// Whatever was read and asked before, a seek leads to the picture that it names.
+    void expectSeeksToLead(const std::string& path) {
+        const Pictures truth = truthOf(path);
+        const std::string index = folder.file("clip.index");
+        open(path)->storeSeekingIndex(index);
+        auto asked = questions();
+        asked.push_back({"nothing", [](VideoStreamDecoder&, const std::string&) {}});
+        for (const auto& [name, ask] : asked) {
+            const auto video = open(path);
+            Pictures before;
+            read(*video, before, 5);
+            for (const int64_t wanted : {19, 2, 20}) {
+                ask(*video, index);
+                video->seek(wanted);
+                Pictures pictures;
+                read(*video, pictures, 3);
+                EXPECT_EQ(pictures, Pictures(truth.begin() + wanted, truth.begin() + wanted + 3))
+                    << wanted << " after " << name;
+            }
+        }
+    }
+
+    /// The next seek fails, after reading on a little.
+    void refuseOneSeek() {
+        intercepted->av_seek_frame.instead = [left = 1](AVFormatContext* context, int stream,
+                                                        int64_t timestamp, int flags) mutable {
+            if (left-- <= 0)
+                return test::real::seekFrame(context, stream, timestamp, flags);
+            AVPacket* packet = av_packet_alloc();
+            for (int i = 0; i < 3 && test::real::readFrame(context, packet) >= 0; ++i)
+                av_packet_unref(packet);
+            av_packet_free(&packet);
+            return AVERROR(EPERM);
+        };
+    }
+
     std::string clip(const test::ClipPlan& plan = {}) {
         std::string path = folder.file("clip." + plan.format);
         test::makeClip(path, plan);
@@ -161,6 +197,90 @@ TEST_F(StreamPlaceTest, InAnAviFileWhereTheIndexCannotBeMade) {
     EXPECT_THROW(video->seek(2), Exception);
     read(*video, pictures);
     EXPECT_EQ(pictures, truthOf(path));
+}
+
+// It cannot be rewound either, and the attempt reads on to its end.
+TEST_F(StreamPlaceTest, InAnFlvFileWhateverIsRefused) {
+    test::ClipPlan plan;
+    plan.format = "flv";
+    plan.frameCount = 100;
+    const std::string path = clip(plan);
+    const Pictures truth = truthOf(path);
+    ASSERT_EQ(truth.size(), 100u);
+    const std::vector<Question> refused = {
+        {"getFrameCount",
+         [](VideoStreamDecoder& video, const std::string&) {
+             EXPECT_THROW((void)video.getFrameCount(), Exception);
+         }},
+        {"seek", [](VideoStreamDecoder& video,
+                    const std::string&) { EXPECT_THROW(video.seek(50), Exception); }},
+        {"loadSeekingIndex of no file",
+         [](VideoStreamDecoder& video, const std::string& index) {
+             EXPECT_THROW(video.loadSeekingIndex(index), tio::Exception);
+         }},
+    };
+    for (const auto& [name, ask] : refused) {
+        for (const size_t place : {0, 1, 5, 40, 100}) {
+            const auto video = open(path);
+            Pictures pictures;
+            read(*video, pictures, place);
+            ask(*video, folder.file("missing.index"));
+            read(*video, pictures, 2);
+            ask(*video, folder.file("missing.index"));
+            read(*video, pictures);
+            EXPECT_EQ(pictures, truth) << name << " after " << place << " pictures";
+        }
+    }
+}
+
+TEST_F(StreamPlaceTest, WhereTheInputRefusesASeek) {
+    const std::string path = clip();
+    const Pictures truth = truthOf(path);
+    const auto video = open(path);
+    Pictures pictures;
+    read(*video, pictures, 7);
+    EXPECT_EQ(video->getFrameCount(), 25);
+    refuseOneSeek();
+    EXPECT_THROW(video->seek(20), Exception);
+    read(*video, pictures);
+    EXPECT_EQ(pictures, truth);
+    video->seek(3);
+    refuseOneSeek();
+    EXPECT_THROW(video->seek(20), Exception);
+    pictures.clear();
+    read(*video, pictures);
+    EXPECT_EQ(pictures, Pictures(truth.begin() + 3, truth.end()));
+}
+
+TEST_F(StreamPlaceTest, ASeekLeadsToTheFrameWhateverWasRead) {
+    test::ClipPlan plan;
+    expectSeeksToLead(clip(plan));
+    plan.format = "mov";
+    plan.encoder = "mjpeg";
+    plan.pixelFormat = "yuvj420p";
+    plan.maxBFrames = 0;
+    expectSeeksToLead(clip(plan));
+    plan = {};
+    plan.format = "matroska";
+    plan.encoder = "mpeg4";
+    expectSeeksToLead(clip(plan));
+}
+
+TEST_F(StreamPlaceTest, ASeekLeadsToTheBlockOfSound) {
+    test::ClipPlan plan;
+    plan.format = "mov";
+    plan.audio = true;
+    const std::string path = clip(plan);
+    for (const bool askFirst : {false, true}) {
+        AudioStreamDecoder sound(std::make_shared<InputFormatContext>(path));
+        for (int i = 0; i < 5; ++i)
+            (void)sound.readNextFrame();
+        if (askFirst)
+            (void)sound.getFrameCount();
+        sound.seek(30);
+        // Every packet has 1024 samples. The first, the priming, is to be discarded and no frame.
+        EXPECT_EQ(sound.readNextFrame().timestamp, Rational(30 * 1024, 48000)) << askFirst;
+    }
 }
 
 TEST_F(StreamPlaceTest, OfSound) {

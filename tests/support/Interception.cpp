@@ -217,6 +217,10 @@ int readFrame(AVFormatContext* context, AVPacket* packet) {
     return __real_av_read_frame(context, packet);
 }
 
+int seekFrame(AVFormatContext* context, int stream, int64_t timestamp, int flags) {
+    return __real_av_seek_frame(context, stream, timestamp, flags);
+}
+
 int sendPacket(AVCodecContext* context, const AVPacket* packet) {
     return __real_avcodec_send_packet(context, packet);
 }

@@ -105,6 +105,7 @@ public:
 /// The real functions, for a replacement that passes some calls on.
 namespace real {
 int readFrame(AVFormatContext* context, AVPacket* packet);
+int seekFrame(AVFormatContext* context, int stream, int64_t timestamp, int flags);
 int sendPacket(AVCodecContext* context, const AVPacket* packet);
 int receiveFrame(AVCodecContext* context, AVFrame* frame);
 int allocateOutput(AVFormatContext** context, const char* format, const char* path);

@@ -85,6 +85,8 @@ public:
     /// @}
 
 private:
+    friend class StreamDecoder; // keeps the place where it reads, in what moves the stream
+
     enum class Scan { Whole, StartOnly };
     struct StartProbe;
 
@@ -97,6 +99,8 @@ private:
     int64_t seekToFrame(int64_t frame) const;
     int64_t seekToTimestamp(int64_t timestamp) const;
     void checkFrameNumber(int64_t frame) const;
+    [[nodiscard]] bool hasIndex() const;
+    void readIndexFile(const std::string& path); // moves nothing
 
     // Queries make the index on first need, so what it consists of is mutable.
     mutable std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet; // pending when its size is not 0

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace tio::ffmpeg {
@@ -16,8 +17,9 @@ namespace tio::ffmpeg {
 ///
 /// The frame index is a list of the times of the stream's packets. The first call that needs it
 /// makes it, by reading the whole input once and, where reading had begun, once more up to the
-/// place where it stood; it then goes on there. A live source cannot be read twice, so do not ask
-/// it for frame numbers.
+/// place where it stood; it then goes on there, also where the input refuses (AVI and FLV do). A
+/// live source or a pipe cannot be read twice, so do not ask it for frame numbers: frames that
+/// follow may be lost then.
 ///
 /// Where the stream has no decoder in FFmpeg, or its pictures cannot be turned, this is thrown
 /// once; then the stream is at its end. Thread rule: used by one thread at a time, together with
@@ -34,7 +36,8 @@ public:
     /// index when there is none.
     /// @throws tio::Exception when there is no such frame, or the stream has none at all. Nothing
     ///         has changed then: reading goes on where it stood.
-    /// @throws tio::ffmpeg::Exception when the input cannot be sought in, or decoding fails
+    /// @throws tio::ffmpeg::Exception when the input cannot be sought in, where reading goes on as
+    ///         well, or decoding fails
     void seek(int64_t frame);
 
     /// Goes to the nearest place at or before frame number `frame` without decoding.
@@ -51,8 +54,9 @@ public:
     /// Seconds per tick of the stream's timestamps.
     [[nodiscard]] Rational getUnitTime() { return inputStream.getUnitTime(); }
 
-    /// Takes the frame index from a file; see InputStream::loadSeekingIndex(). In mid-reading the
-    /// input is read once more up to the place where it stood.
+    /// Takes the frame index from a file; see InputStream::loadSeekingIndex(). In mid-reading
+    /// reading goes on where it stood, and the input is not touched: only a file without times has
+    /// it read, as getFrameCount() does.
     /// @throws as InputStream::loadSeekingIndex(), and as getFrameCount()
     void loadSeekingIndex(std::string path);
 
@@ -90,18 +94,37 @@ private:
     bool feedDecoder();
     void makeIndex() const;
     template <typename Action>
-    void keepPlace(Action action) const;
+    void orBackToPlace(Action action) const;
     void returnToPlace() const;
-    void rewindToPlace() const;
-    [[nodiscard]] bool readPastPendingPacket() const;
+    void rewind() const;
+    [[nodiscard]] bool readPastPlace() const;
+    std::shared_ptr<InputPacket> readPacket() const;
+
+    /// What a packet is known by when it is read once more; the times are ticks of the stream's.
+    struct Mark {
+        int64_t pts;
+        int64_t dts;
+        int64_t position; // in the input, in bytes
+        int size;
+
+        bool operator==(const Mark& other) const {
+            return pts == other.pts && dts == other.dts && position == other.position &&
+                   size == other.size;
+        }
+    };
+    [[nodiscard]] static Mark markOf(const InputPacket& packet);
 
     std::shared_ptr<InputFormatContext> input;
 
     // Queries prime on first need and make the index, so what that changes is mutable.
     mutable InputStream inputStream;
     mutable bool started = false;
-    mutable bool indexed = false;
     mutable std::shared_ptr<InputPacket> pendingPacket; // read, but not yet accepted by the decoder
+
+    // The place where reading stands: after the packet that was read last or, where none was since
+    // the last seek, where that seek led.
+    mutable std::optional<Mark> lastRead;
+    std::optional<int64_t> soughtFrame;
 };
 
 } // namespace tio::ffmpeg

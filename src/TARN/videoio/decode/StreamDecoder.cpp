@@ -1,5 +1,6 @@
 #include "base/checks.h"
 #include "ffmpeg_compat.h"
+#include "input/InputAccess.h"
 
 #include <TARN/videoio/StreamDecoder.h>
 
@@ -16,10 +17,6 @@ constexpr detail::Location at(int number) {
 
 // Before every real timestamp, and far enough from the edge that demuxers can rescale it.
 constexpr int64_t beforeAllTime = std::numeric_limits<int64_t>::min() / 1000000;
-
-bool isSamePacket(const AVPacket& a, const AVPacket& b) {
-    return a.pts == b.pts && a.dts == b.dts && a.pos == b.pos && a.size == b.size;
-}
 
 } // namespace
 
@@ -40,9 +37,13 @@ int64_t StreamDecoder::getFrameCount() const {
     return inputStream.getFrameCount();
 }
 
+// Reading goes on where it stood, so that there is nothing to go to once it has begun.
 void StreamDecoder::loadSeekingIndex(std::string path) {
-    keepPlace([&] { inputStream.loadSeekingIndex(std::move(path)); });
-    indexed = true;
+    inputStream.readIndexFile(path);
+    if (started)
+        makeIndex(); // of a file without times
+    else
+        orBackToPlace([&] { inputStream.seekToFrame(0); });
 }
 
 void StreamDecoder::storeSeekingIndex(std::string path) const {
@@ -51,54 +52,74 @@ void StreamDecoder::storeSeekingIndex(std::string path) const {
 }
 
 void StreamDecoder::makeIndex() const {
-    if (indexed)
+    if (inputStream.hasIndex())
         return;
-    keepPlace([&] { (void)inputStream.getFrameCount(); });
-    indexed = true;
+    orBackToPlace([&] { (void)inputStream.getFrameCount(); });
+    if (started)
+        returnToPlace();
 }
 
-/// Does what moves the input, and has reading go on where it stood. The packets that the decoder
-/// holds stay in it, so it has to be the very next one that follows.
+/// Does what moves the input. Demuxers may have read on, or dropped what they had read ahead, when
+/// they refuse a seek, so a failure leads back as well.
 template <typename Action>
-void StreamDecoder::keepPlace(Action action) const {
-    if (!started) {
-        action();
-        return;
-    }
-    if (!pendingPacket)
-        pendingPacket = inputStream.getNextPacket();
+void StreamDecoder::orBackToPlace(Action action) const {
     try {
         action();
     } catch (...) {
         try {
-            rewindToPlace();
-        } catch (const tio::Exception&) { // an input that cannot be rewound has not moved
+            rewind();
+            returnToPlace();
+        } catch (...) { // the first failure is what counts
         }
         throw;
     }
-    returnToPlace();
 }
 
-// What moves the input leads to frame 0, most often before the place.
+/// From frame 0, most often. The packets that the decoder holds stay in it, so the one after the
+/// last one read has to follow.
 void StreamDecoder::returnToPlace() const {
-    if (!readPastPendingPacket())
-        rewindToPlace();
-}
-
-void StreamDecoder::rewindToPlace() const {
-    input->seekStreamToOrBefore(beforeAllTime, inputStream.getStream()->index);
-    if (!readPastPendingPacket())
+    if (!lastRead) {
+        if (soughtFrame)
+            (void)inputStream.seekToOrBefore(*soughtFrame);
+        return;
+    }
+    if (readPastPlace())
+        return;
+    rewind();
+    if (!readPastPlace())
         detail::failAssertion("The place where reading stood was not found again in \"" +
                                   input->getUrl() + "\"",
-                              "readPastPendingPacket()", at(20));
+                              "readPastPlace()", at(20));
 }
 
-/// Without a pending packet the place is the end.
-bool StreamDecoder::readPastPendingPacket() const {
+// Demuxers that know no place before all time, as those of AVI and FLV, know the one of the start.
+void StreamDecoder::rewind() const {
+    const AVStream& stream = *inputStream.getStream();
+    const auto seekTo = [&](int64_t time) {
+        return detail::InputAccess::seek(*input, stream.index, time, AVSEEK_FLAG_BACKWARD);
+    };
+    if (seekTo(beforeAllTime) < 0)
+        detail::checkResult(seekTo(stream.start_time == AV_NOPTS_VALUE ? 0 : stream.start_time),
+                            at(21), "Seeking");
+}
+
+bool StreamDecoder::readPastPlace() const {
     while (const auto packet = inputStream.getNextPacket())
-        if (pendingPacket && isSamePacket(packet->getPacket(), pendingPacket->getPacket()))
+        if (markOf(*packet) == lastRead)
             return true;
-    return !pendingPacket;
+    return false;
+}
+
+StreamDecoder::Mark StreamDecoder::markOf(const InputPacket& packet) {
+    const AVPacket& data = packet.getPacket();
+    return {data.pts, data.dts, data.pos, data.size};
+}
+
+std::shared_ptr<InputPacket> StreamDecoder::readPacket() const {
+    auto packet = inputStream.getNextPacket();
+    if (packet)
+        lastRead = markOf(*packet);
+    return packet;
 }
 
 void StreamDecoder::primeOnce() const {
@@ -106,7 +127,7 @@ void StreamDecoder::primeOnce() const {
         return;
     started = true;
     // A fresh decoder takes the packet; a stream without any packet has none to give.
-    const_cast<StreamDecoder*>(this)->packetDecoder().offerPacket(inputStream.getNextPacket());
+    const_cast<StreamDecoder*>(this)->packetDecoder().offerPacket(readPacket());
 }
 
 // A packet that the decoder refused before a seek is offered first after it: kept, because the
@@ -115,8 +136,12 @@ void StreamDecoder::primeOnce() const {
 int64_t StreamDecoder::seekToOrBefore(int64_t frame) {
     makeIndex();
     primeOnce();
-    const int64_t landed = inputStream.seekToOrBefore(frame);
+    inputStream.checkFrameNumber(frame);
+    int64_t landed = 0;
+    orBackToPlace([&] { landed = inputStream.seekToOrBefore(frame); });
     packetDecoder().flush();
+    lastRead.reset();
+    soughtFrame = frame;
     return landed;
 }
 
@@ -144,7 +169,7 @@ bool StreamDecoder::takeFrame(FrameUse use) {
 // Returns whether a frame may still come without an end of input.
 bool StreamDecoder::feedDecoder() {
     if (!pendingPacket)
-        pendingPacket = inputStream.getNextPacket();
+        pendingPacket = readPacket();
     if (!pendingPacket)
         return !packetDecoder().offerWouldBeAccepted();
     if (packetDecoder().offerWouldBeAccepted()) // and kept there also when its codec fails to open

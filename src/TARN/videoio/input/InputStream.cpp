@@ -201,8 +201,16 @@ void InputStream::storeSeekingIndex(std::string path) const {
 }
 
 void InputStream::loadSeekingIndex(std::string path) {
-    index->load(path, detail::SeekingIndex::AfterFailure::LeaveOpen);
+    readIndexFile(path);
     seekToFrame(0);
+}
+
+void InputStream::readIndexFile(const std::string& path) {
+    index->load(path, detail::SeekingIndex::AfterFailure::LeaveOpen);
+}
+
+bool InputStream::hasIndex() const {
+    return !index->times.empty();
 }
 
 } // namespace tio::ffmpeg
