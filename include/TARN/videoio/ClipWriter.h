@@ -41,6 +41,9 @@ namespace tio::ffmpeg {
 /// @endcode
 /// Thread rule: used by one thread at a time; different writers may be used side by side. Threads
 /// of its own are the encoder's.
+///
+/// A writer belongs to the process that made it: in a forked one its calls are refused, and its
+/// destructor touches neither the encoders nor the file.
 class TARN_VIDEOIO_API ClipWriter {
 public:
     using Time = tio::Rational<1, int64_t>; ///< seconds
@@ -63,7 +66,9 @@ public:
     /// @param time      when it is shown, in seconds; later than the picture before
     /// @param duration  how long, in seconds, should it be the last one
     /// @throws TimeRefusal, ClipRefusal  nothing has changed
-    /// @throws tio::ffmpeg::Exception  with the file's name, when the encoder or the disk fails
+    /// @throws tio::ffmpeg::Exception  with the file's name, when the encoder or the disk fails. An
+    ///         encoder that does not take the picture leaves the writer as it was; after any other
+    ///         failure all calls fail
     void writePicture(const ConstImageView& picture, Time time,
                       std::optional<Time> duration = std::nullopt);
     void writePicture(const Image& picture, Time time, std::optional<Time> duration = std::nullopt);
@@ -85,7 +90,8 @@ public:
     /// The same from a matrix with a row for each sample and a column for each channel.
     void writeSamples(const Mat<float, 2>& samples, std::optional<Time> time = std::nullopt);
 
-    /// Completes the clip and gives it its name. Calls after it do nothing.
+    /// Completes the clip and gives it its name. Calls after it do nothing. A track exists for
+    /// what was written: where no sound came, the clip has none, whatever the options announced.
     /// @throws ClipRefusal when there is neither picture nor sound
     /// @throws tio::ffmpeg::Exception with the file's name when something does not reach the disk;
     ///         there is no clip then, and what had its name before is still there

@@ -29,7 +29,7 @@ enum class ClipOrigin : int32_t {
 /// A named part of a clip.
 struct ClipChapter {
     tio::Rational<1, int64_t> begin; ///< seconds, not negative
-    tio::Rational<1, int64_t> end;   ///< seconds, after `begin`
+    tio::Rational<1, int64_t> end;   ///< seconds, after `begin`; at most 2^63 - 1 ns
     std::string title;
 };
 
@@ -54,7 +54,7 @@ struct ClipWriterOptions {
     /// and NV12, the subsampling of a planar picture, 10 bits for pictures of more than 8; FFV1
     /// keeps what it gets. Where the codec cannot, what it can.
     std::string pixelFormat;
-    std::optional<double> crf;                  ///< constant quality, on the encoder's own scale
+    std::optional<double> crf;                  ///< constant quality, 0 to 51 (H.264, HEVC) or 63
     std::string preset;                         ///< one of the encoder's own
     std::optional<int64_t> bitRate;             ///< bits a second
     std::map<std::string, std::string> options; ///< the encoder's own, by FFmpeg's names
@@ -69,7 +69,7 @@ struct ClipWriterOptions {
 
     /// @name Sound
     /// @{
-    int audioRate = 0;     ///< samples a second; 0: no sound
+    int audioRate = 0;     ///< samples a second; 0: no sound. A track needs samples as well
     int audioChannels = 0; ///< 0: as the first block has
     /// "aac", "opus", "flac", "alac", "pcm" (32-bit float) or the name of one of FFmpeg's encoders.
     /// Empty: what is usual in the container.

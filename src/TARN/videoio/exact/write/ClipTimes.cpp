@@ -9,6 +9,14 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
+[[noreturn]] void refuseNumber(const std::string& name, const Fraction& given,
+                               const std::string& why) {
+    const std::string text = "\"" + name + "\": the time " + std::to_string(given.numerator) + "/" +
+                             std::to_string(given.denominator) + " " + why;
+    logFailure(text);
+    throw TimeRefusal(text, Fraction(0));
+}
+
 // How far encoders move a picture in their output: behind three B-pictures, and two references
 // between those.
 constexpr std::size_t reorderReach = 5;
@@ -52,10 +60,11 @@ ClipTimes::ClipTimes(TimeRules timeRules) : rules(std::move(timeRules)) {
 Fraction ClipTimes::fromZero(const Fraction& given, const std::string& name) const {
     const auto time = withPositiveDenominator(given);
     if (!time)
-        refuse(name, Fraction(0), "it is no number", Fraction(0));
+        refuseNumber(name, given,
+                     given.denominator == 0 ? "has no value" : "does not fit into 64 bits");
     const auto distance = difference(*time, origin.value_or(*time));
     if (!distance || distance->numerator == std::numeric_limits<int64_t>::min())
-        refuse(name, Fraction(0), "it leaves 64 bits", Fraction(0));
+        refuseNumber(name, given, "is too far from 0");
     return *distance;
 }
 

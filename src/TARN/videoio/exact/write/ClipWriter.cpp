@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <unistd.h>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -49,11 +50,16 @@ class ClipWriter::Core {
 public:
     Core(const std::string& path, const ClipWriterOptions& clipOptions)
         : name(path),
-          options(clipOptions),
-          plan(detail::planClip(path, clipOptions)),
+          options(detail::withUsualSigns(clipOptions)),
+          plan(detail::planClip(path, options)),
           file(path, clipOptions.overwrite ? AtomicFile::Existing::Replace
                                            : AtomicFile::Existing::Refuse),
-          times(plan.times) {}
+          times(plan.times),
+          process(::getpid()) {}
+
+    ~Core();
+    Core(const Core&) = delete;
+    Core& operator=(const Core&) = delete;
 
     void writePicture(const ConstImageView& picture, std::optional<Time> time,
                       std::optional<Time> duration);
@@ -63,7 +69,9 @@ public:
 
 private:
     void requireOpen() const;
+    [[nodiscard]] bool keepsOrder(const detail::ClipTimes::Candidate& first) const;
     void openPictures(const ConstImageView& picture, const detail::ClipTimes::Candidate& first);
+    void submit(const ConstImageView& picture, const detail::ClipTimes::Candidate& candidate);
     void requireSamples(const float* samples, std::size_t count, int channels) const;
     [[nodiscard]] Fraction soundBeginAt(Time time) const;
     void requireBeginnings(const Fraction& pictures, const Fraction& sound,
@@ -93,14 +101,31 @@ private:
     std::unique_ptr<detail::PacketSpool> soundSpool;
     Fraction soundBegin{0};
     std::exception_ptr failure;
+    pid_t process;
     bool finished = false;
 };
 
+// The threads of an encoder are not in a forked process: it can neither be used there nor ended.
+ClipWriter::Core::~Core() {
+    if (process == ::getpid())
+        return;
+    static_cast<void>(pictures.release());
+    static_cast<void>(sound.release());
+}
+
 void ClipWriter::Core::requireOpen() const {
+    if (process != ::getpid())
+        refuse(name, "the clip belongs to another process, which this one was forked from");
     if (finished)
         refuse(name, "the clip is finished");
     if (failure)
         std::rethrow_exception(failure);
+}
+
+/// Whether times are so fine that pictures have to be decoded in the order in which they are shown.
+bool ClipWriter::Core::keepsOrder(const detail::ClipTimes::Candidate& first) const {
+    const int64_t fine = std::max(first.scale, plan.times.preferredScale);
+    return plan.times.reorders && fine > detail::finestReordered;
 }
 
 void ClipWriter::Core::openPictures(const ConstImageView& picture,
@@ -108,14 +133,32 @@ void ClipWriter::Core::openPictures(const ConstImageView& picture,
     std::optional<Fraction> duration;
     if (first.endIsGiven)
         duration = detail::difference(first.end, first.time);
-    const int64_t fine = std::max(first.scale, plan.times.preferredScale);
-    const bool inOrder = plan.times.reorders && fine > detail::finestReordered;
     auto encoder = std::make_unique<detail::PictureEncoder>(*plan.codec, options, picture, duration,
-                                                            inOrder, name);
+                                                            keepsOrder(first), name);
     pictureSpool = std::make_unique<detail::PacketSpool>(folderOf(file.pathToWrite()), name);
     pictures = std::move(encoder);
-    if (inOrder && pictures->codec().max_b_frames == 0)
+}
+
+/// Gives the encoder a picture whose time is checked. Where this throws, nothing has changed.
+void ClipWriter::Core::submit(const ConstImageView& picture,
+                              const detail::ClipTimes::Candidate& candidate) {
+    const bool first = times.count() == 0;
+    times.makeRoom();
+    try {
+        if (first)
+            openPictures(picture, candidate);
+        pictures->requireSize(picture);
+        pictures->submit(picture, candidate.time, candidate.afterPause);
+    } catch (...) {
+        if (first) { // the next one decides
+            pictures.reset();
+            pictureSpool.reset();
+        }
+        throw;
+    }
+    if (first && keepsOrder(candidate) && pictures->codec().max_b_frames == 0)
         times.keepOrder();
+    times.accept(candidate);
 }
 
 void ClipWriter::Core::requireBeginnings(const Fraction& picture, const Fraction& samples,
@@ -142,16 +185,10 @@ void ClipWriter::Core::writePicture(const ConstImageView& picture, std::optional
     const auto candidate = times.check(time.value_or(times.next()), duration, name);
     if (times.count() == 0)
         requireBeginnings(candidate.time, soundBegin, true);
-    times.makeRoom();
-    if (pictures)
-        pictures->requireSize(picture);
-    else
-        openPictures(picture, candidate);
-    if (candidate.afterPause)
-        order.expectStart(static_cast<int64_t>(times.count()));
-    pictures->submit(picture, candidate.time, candidate.afterPause);
-    times.accept(candidate);
-    orBreak([this] {
+    submit(picture, candidate);
+    orBreak([&] {
+        if (candidate.afterPause)
+            order.expectStart(static_cast<int64_t>(times.count()) - 1);
         pictures->drain([this](AVPacket& packet) {
             order.add(packet.pts);
             pictureSpool->append(packet);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <limits>
 
 extern "C" {
 #include <libavutil/parseutils.h>
@@ -19,12 +20,13 @@ namespace tio::ffmpeg::detail {
 namespace {
 
 bool isPositive(const Fraction& value) {
-    const auto usual = withPositiveDenominator(value);
-    return usual && *usual > 0;
+    return value.denominator > 0 && value.numerator > 0;
 }
 
 TimeRules checkTimes(const std::string& path, const ClipWriterOptions& options,
                      const ClipContainer& container) {
+    if (options.origin != ClipOrigin::AsGiven && options.origin != ClipOrigin::First)
+        refuse(path, "there is no origin " + std::to_string(static_cast<int32_t>(options.origin)));
     TimeRules rules;
     rules.fixedScale = container.fixedScale();
     rules.origin = options.origin;
@@ -34,9 +36,8 @@ TimeRules checkTimes(const std::string& path, const ClipWriterOptions& options,
             refuse(path, "the " + std::string(name) + " has to be above 0");
     }
     if (options.rate)
-        rules.step =
-            withPositiveDenominator(Fraction(options.rate->denominator, options.rate->numerator));
-    rules.grid = options.timeBase ? withPositiveDenominator(*options.timeBase) : rules.step;
+        rules.step = Fraction(options.rate->denominator, options.rate->numerator);
+    rules.grid = options.timeBase ? options.timeBase : rules.step;
     if (options.timeBase) {
         rules.preferredScale = rules.grid->denominator;
         const auto ratio = rules.step
@@ -51,8 +52,11 @@ TimeRules checkTimes(const std::string& path, const ClipWriterOptions& options,
     return rules;
 }
 
-void checkTurn(const std::string& path, const ClipWriterOptions& options,
+void checkLook(const std::string& path, const ClipWriterOptions& options,
                const ClipContainer& container) {
+    const auto colours = static_cast<int32_t>(options.colours);
+    if (colours < 0 || colours > static_cast<int32_t>(ClipColours::Bt2020))
+        refuse(path, "there are no colours " + std::to_string(colours));
     constexpr int quarter = 90;
     constexpr int whole = 360;
     if (options.rotation % quarter != 0 || options.rotation < 0 || options.rotation >= whole)
@@ -72,13 +76,16 @@ void checkDescription(const std::string& path, const ClipWriterOptions& options,
     const std::string muxer = container.muxer;
     if (!options.chapters.empty() && (muxer == "wav" || muxer == "flac"))
         refuse(path, std::string(container.extension) + " has no chapters");
+    constexpr int64_t nanoseconds = 1000000000;
     Fraction before{0};
     for (const ClipChapter& chapter : options.chapters) {
-        const auto begin = withPositiveDenominator(chapter.begin);
-        const auto end = withPositiveDenominator(chapter.end);
-        if (!begin || !end || *begin < before || *end <= *begin)
-            refuse(path, "the chapter \"" + chapter.title + "\" does not follow the one before");
-        before = *end;
+        const auto& [begin, end, title] = chapter;
+        if (begin.denominator <= 0 || end.denominator <= 0 || begin < before || end <= begin)
+            refuse(path, "the chapter \"" + title + "\" does not follow the one before");
+        if (roundedProduct(end, nanoseconds) > std::numeric_limits<int64_t>::max())
+            refuse(path, "the chapter \"" + title + "\" ends at " + toText(end) +
+                             " s, which 64 bits of nanoseconds do not hold");
+        before = end;
     }
     const bool isCode = options.language.size() == 3 &&
                         std::all_of(options.language.begin(), options.language.end(),
@@ -99,6 +106,13 @@ ConstImageView trialPicture() {
     return view;
 }
 
+std::string ownOptions(const ClipWriterOptions& options) {
+    std::string list = options.preset.empty() ? "" : "the preset \"" + options.preset + "\"";
+    for (const auto& [key, value] : options.options)
+        list += (list.empty() ? "" : ", ") + key + " = \"" + value + "\"";
+    return list;
+}
+
 // Presets and options of the encoder's own mean nothing to anybody else before it opens.
 void tryPictures(const AVCodec& codec, const ClipWriterOptions& options, const std::string& path) {
     const ConstImageView trial = trialPicture();
@@ -109,8 +123,8 @@ void tryPictures(const AVCodec& codec, const ClipWriterOptions& options, const s
     try {
         const PictureEncoder encoder(codec, options, trial, std::nullopt, false, path);
     } catch (const Exception& failure) {
-        refuse(path, std::string("the encoder ") + codec.name +
-                         " does not open with these options: " + failure.what());
+        refuse(path, std::string("the encoder ") + codec.name + " does not open with " +
+                         ownOptions(options) + ": " + failure.what());
     }
 }
 
@@ -122,11 +136,27 @@ void trySound(const AVCodec& codec, const ClipWriterOptions& options, const std:
 
 } // namespace
 
+ClipWriterOptions withUsualSigns(ClipWriterOptions options) {
+    const auto change = [](Fraction& value) {
+        value = withPositiveDenominator(value).value_or(value);
+    };
+    for (auto* optional : {&options.rate, &options.timeBase}) {
+        if (*optional)
+            change(**optional);
+    }
+    change(options.sampleAspectRatio);
+    for (ClipChapter& chapter : options.chapters) {
+        change(chapter.begin);
+        change(chapter.end);
+    }
+    return options;
+}
+
 ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {
     ClipPlan plan;
     plan.container = &containerOf(path);
     plan.times = checkTimes(path, options, *plan.container);
-    checkTurn(path, options, *plan.container);
+    checkLook(path, options, *plan.container);
     checkDescription(path, options, *plan.container);
     if (options.audioRate < 0 || options.audioChannels < 0)
         refuse(path, "a rate or a number of channels below 0");

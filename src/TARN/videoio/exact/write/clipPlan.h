@@ -17,7 +17,11 @@ struct ClipPlan {
     TimeRules times;
 };
 
+/// The same options, the fractions with denominators above 0 where that is possible.
+[[nodiscard]] ClipWriterOptions withUsualSigns(ClipWriterOptions options);
+
 /// Checks all options and opens encoders with them for a try, where nothing else can tell.
+/// @param options  as withUsualSigns() gives them
 /// @throws ClipRefusal
 [[nodiscard]] ClipPlan planClip(const std::string& path, const ClipWriterOptions& options);
 

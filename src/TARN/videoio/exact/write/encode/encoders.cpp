@@ -44,19 +44,25 @@ class Settings {
 public:
     Settings(AVCodecContext& context, const std::string& path) : owner(context), clip(path) {}
 
+    [[nodiscard]] const AVOption* find(const std::string& key) const {
+        return av_opt_find(&owner, key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN);
+    }
+
     [[nodiscard]] bool knows(const std::string& key) const {
-        const AVOption* option =
-            av_opt_find(&owner, key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN);
+        const AVOption* option = find(key);
         return option != nullptr && (option->flags & AV_OPT_FLAG_ENCODING_PARAM) != 0;
     }
 
-    void set(const std::string& key, const std::string& value) const {
+    /// @param called  what the caller calls the option
+    void set(const std::string& key, const std::string& value, const std::string& called) const {
         if (!knows(key))
-            refuse(clip, "the encoder " + encoder() + " has no option \"" + key + "\"");
+            refuse(clip, "the encoder " + encoder() + " has no option \"" + called + "\"");
         if (av_opt_set(&owner, key.c_str(), value.c_str(), AV_OPT_SEARCH_CHILDREN) < 0)
-            refuse(clip,
-                   "the encoder " + encoder() + " does not take \"" + value + "\" as its " + key);
+            refuse(clip, "the encoder " + encoder() + " does not take the " + called + " \"" +
+                             value + "\"");
     }
+
+    void set(const std::string& key, const std::string& value) const { set(key, value, key); }
 
     [[nodiscard]] std::string encoder() const { return owner.codec->name; }
 
@@ -81,11 +87,32 @@ void setBitRate(AVCodecContext& context, std::optional<int64_t> bitRate, const s
     context.bit_rate = *bitRate;
 }
 
+// What the option says; x264 and x265 say nothing, and x264 takes whatever is beyond for 51.
+int worstCrf(const Settings& settings) {
+    constexpr int x26 = 51;
+    constexpr int others = 63;
+    constexpr int unlimited = 1000;
+    if (settings.encoder().rfind("libx26", 0) == 0)
+        return x26;
+    const AVOption* option = settings.find("crf");
+    return option != nullptr && option->max < unlimited ? static_cast<int>(option->max) : others;
+}
+
+// A negative one turns it off.
+void requireCrf(double crf, const Settings& settings, const std::string& path) {
+    const int worst = worstCrf(settings);
+    if (!(crf >= 0 && crf <= worst)) // nor what is no number
+        refuse(path, "a constant quality of " + std::to_string(crf) + "; the encoder " +
+                         settings.encoder() + " takes 0 to " + std::to_string(worst));
+}
+
 void setQuality(AVCodecContext& context, const Settings& settings, const ClipWriterOptions& options,
                 const std::string& path) {
     const std::string encoder = settings.encoder();
     if (options.crf && options.bitRate)
         refuse(path, "a constant quality and a bit rate exclude each other");
+    if (options.crf && settings.knows("crf"))
+        requireCrf(*options.crf, settings, path);
     const bool keepsOwn = encoder == "libx264" || encoder == "libx265" || encoder == "libx264rgb";
     if (options.crf || (settings.knows("crf") && !options.bitRate && !keepsOwn)) {
         std::array<char, 32> text{};
@@ -105,7 +132,7 @@ void setPreset(const Settings& settings, const std::string& preset, const std::s
     if (settings.knows("preset"))
         settings.set("preset", preset);
     else if (settings.knows("cpu-used"))
-        settings.set("cpu-used", preset);
+        settings.set("cpu-used", preset, "preset");
     else
         refuse(path, "the encoder " + settings.encoder() + " has no presets");
 }
