@@ -110,6 +110,36 @@ TEST_F(ClipWriterOptionsTest, ChaptersEndWhereNanosecondsHoldIt) {
     EXPECT_EQ(test::secondsOf(chapter.end, chapter.time_base), Fraction(last));
 }
 
+// MP4 has 31 bits for the ticks of a chapter, and takes ticks as fine as the times ask for.
+TEST_F(ClipWriterOptionsTest, LongChaptersStayWhereTheyAreAmongFineTimes) {
+    ClipWriterOptions options;
+    options.chapters = {{0, 3600, "One"}, {7200, 9000, "Two"}};
+    write("clip.mp4", {0, Fraction(1, 1000000), Fraction(2, 1000000)}, options);
+    const test::ReadBack clip(file("clip.mp4"), AVMEDIA_TYPE_VIDEO);
+    ASSERT_EQ(clip.file().nb_chapters, 2U);
+    const AVChapter& last = *clip.file().chapters[1];
+    EXPECT_EQ(test::secondsOf(last.start, last.time_base), Fraction(7200));
+    EXPECT_EQ(test::secondsOf(last.end, last.time_base), Fraction(9000));
+    EXPECT_EQ(timesIn(file("clip.mp4")).at(1), Fraction(1, 1000000));
+    ClipWriter writer(file("next.mp4"), options);
+    EXPECT_THROW(writer.writePicture(rgbPicture(0), Fraction(1, 1000000)), TimeRefusal);
+    writer.writePicture(rgbPicture(0), Fraction(1, 1000));
+    writer.finish();
+    EXPECT_EQ(timesIn(file("next.mp4")), test::Times{Fraction(1, 1000)});
+}
+
+TEST_F(ClipWriterOptionsTest, ChaptersTooLongForMp4AreRefused) {
+    ClipWriterOptions options;
+    options.chapters = {{0, 2147484, "One"}}; // milliseconds beyond 31 bits
+    EXPECT_THAT(refusal(options), HasSubstr("24 days"));
+    options.chapters = {{0, 2147483, "One"}};
+    write("clip.mp4", {0}, options);
+    const test::ReadBack clip(file("clip.mp4"), AVMEDIA_TYPE_VIDEO);
+    ASSERT_EQ(clip.file().nb_chapters, 1U);
+    const AVChapter& chapter = *clip.file().chapters[0];
+    EXPECT_EQ(test::secondsOf(chapter.end, chapter.time_base), Fraction(2147483));
+}
+
 TEST_F(ClipWriterOptionsTest, TimesWithoutAValueAreToldAsSuch) {
     ClipWriter writer(file("clip.mp4"));
     for (const Fraction& none : {Fraction(1, 0), Fraction(0, 0)}) {

@@ -26,7 +26,8 @@ enum class ClipOrigin : int32_t {
     First = 1,   ///< the first picture is shown at 0, and all times count from its own
 };
 
-/// A named part of a clip.
+/// A named part of a clip. In MP4 and MOV it ends 24 days after its begin at the latest, and the
+/// next one begins no later.
 struct ClipChapter {
     tio::Rational<1, int64_t> begin; ///< seconds, not negative
     tio::Rational<1, int64_t> end;   ///< seconds, after `begin`; at most 2^63 - 1 ns

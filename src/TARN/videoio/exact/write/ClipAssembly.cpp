@@ -47,9 +47,9 @@ bool isEarlier(const AVPacket& a, AVRational ticksOfA, const AVPacket& b, AVRati
 } // namespace
 
 std::optional<int64_t> movieScale(const ClipContainer& container, const Fraction& pictures,
-                                  const Fraction& sound, int64_t scale) {
+                                  const Fraction& sound, int64_t scale, int64_t finest) {
     constexpr int64_t milliseconds = 1000;
-    const auto both = commonMultiple(pictures.denominator, sound.denominator, finestScale);
+    const auto both = commonMultiple(pictures.denominator, sound.denominator, finest);
     const AVOutputFormat* muxer = av_guess_format(container.muxer, nullptr, nullptr);
     const bool free = av_opt_find(const_cast<AVClass**>(&muxer->priv_class), "movie_timescale",
                                   nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
@@ -57,7 +57,7 @@ std::optional<int64_t> movieScale(const ClipContainer& container, const Fraction
         return both && milliseconds % *both == 0 ? std::optional(milliseconds) : std::nullopt;
     if (!both)
         return both;
-    if (const auto fine = commonMultiple(scale, *both, finestScale))
+    if (const auto fine = commonMultiple(scale, *both, finest))
         return std::max(*fine, milliseconds % *fine == 0 ? milliseconds : *fine);
     return both;
 }
@@ -92,9 +92,10 @@ void assembleClip(const std::string& path, const std::string& clip, const ClipCo
     };
     const Fraction first = pictures != nullptr ? pictures->times.first() : Fraction(0);
     const Fraction begin = sound != nullptr ? sound->begin : Fraction(0);
-    muxer.begin(
-        path, options,
-        movieScale(container, first, begin, scale == 1 ? soundTicks.den : scale).value_or(1000));
+    muxer.begin(path, options,
+                movieScale(container, first, begin, scale == 1 ? soundTicks.den : scale,
+                           finestWithChapters(options))
+                    .value_or(1000));
     if (video)
         nextPicture();
     if (audio)

@@ -27,10 +27,11 @@ struct EncodedSound {
 
 /// Ticks a second in which MP4 tells when tracks begin: FFmpeg's milliseconds only if they do.
 /// Nothing if no number of ticks holds both beginnings.
-/// @param scale  of the track of pictures; 1 without one
+/// @param scale   of the track of pictures; 1 without one
+/// @param finest  that is possible, from 1000 on
 [[nodiscard]] std::optional<int64_t> movieScale(const ClipContainer& container,
                                                 const Fraction& pictures, const Fraction& sound,
-                                                int64_t scale);
+                                                int64_t scale, int64_t finest);
 
 /// Writes the clip, packets in the order of their decoding times.
 /// @param path      of the file that is written

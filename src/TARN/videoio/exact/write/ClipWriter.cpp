@@ -163,13 +163,14 @@ void ClipWriter::Core::submit(const ConstImageView& picture,
 
 void ClipWriter::Core::requireBeginnings(const Fraction& picture, const Fraction& samples,
                                          bool pictureIsNew) const {
-    if (!plan.container->mp4 || detail::movieScale(*plan.container, picture, samples, 1))
+    const int64_t finest = detail::finestWithChapters(options);
+    if (!plan.container->mp4 || detail::movieScale(*plan.container, picture, samples, 1, finest))
         return;
     const Fraction refused = pictureIsNew ? picture : samples;
     const Fraction nearest(static_cast<int64_t>(detail::roundedProduct(refused, 1000)), 1000);
     const std::string text = "\"" + name + "\": no tick holds the beginnings of pictures and " +
-                             "sound together; the nearest possible is " + detail::toText(nearest) +
-                             " s";
+                             "sound and the chapters together; the nearest possible is " +
+                             detail::toText(nearest) + " s";
     detail::logFailure(text);
     throw TimeRefusal(text, nearest);
 }

@@ -87,6 +87,10 @@ void checkDescription(const std::string& path, const ClipWriterOptions& options,
                              " s, which 64 bits of nanoseconds do not hold");
         before = end;
     }
+    constexpr int64_t milliseconds = 1000; // the coarsest tick in which MP4's chapters are written
+    if (container.mp4 && finestWithChapters(options) < milliseconds)
+        refuse(path, std::string(container.extension) +
+                         " cannot hold chapters longer than 24 days; .mkv can");
     const bool isCode = options.language.size() == 3 &&
                         std::all_of(options.language.begin(), options.language.end(),
                                     [](unsigned char one) { return std::islower(one) != 0; });
@@ -150,6 +154,21 @@ ClipWriterOptions withUsualSigns(ClipWriterOptions options) {
         change(chapter.end);
     }
     return options;
+}
+
+int64_t finestWithChapters(const ClipWriterOptions& options) {
+    constexpr Wide mostTicks = 2147483646; // from one chapter to the next
+    Fraction longest{0};
+    Fraction before{0};
+    for (const ClipChapter& chapter : options.chapters) {
+        for (const Fraction& next : {chapter.begin, chapter.end})
+            longest = std::max(longest, difference(next, before).value_or(next));
+        before = chapter.begin;
+    }
+    if (longest.numerator == 0)
+        return finestScale;
+    const Wide finest = mostTicks * longest.denominator / longest.numerator;
+    return static_cast<int64_t>(std::min<Wide>(finest, finestScale));
 }
 
 ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {

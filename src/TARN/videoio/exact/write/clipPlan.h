@@ -20,6 +20,9 @@ struct ClipPlan {
 /// The same options, the fractions with denominators above 0 where that is possible.
 [[nodiscard]] ClipWriterOptions withUsualSigns(ClipWriterOptions options);
 
+/// The finest tick, in ticks a second, in which a track of MP4 holds the chapters.
+[[nodiscard]] int64_t finestWithChapters(const ClipWriterOptions& options);
+
 /// Checks all options and opens encoders with them for a try, where nothing else can tell.
 /// @param options  as withUsualSigns() gives them
 /// @throws ClipRefusal
