@@ -339,14 +339,16 @@ TEST_F(StreamPlaceTest, WhereThePlaceIsNotFoundAgainThisIsSaid) {
     // From now on every packet has another time.
     intercepted->av_read_frame.instead = [](AVFormatContext* context, AVPacket* packet) {
         const int result = test::real::readFrame(context, packet);
-        packet->dts = packet->dts - 1;
+        if (result >= 0)
+            packet->dts -= 1;
         return result;
     };
     (void)video->readNextFrame(); // so that the next packet is one of those
     int shift = 2;
     intercepted->av_read_frame.instead = [&](AVFormatContext* context, AVPacket* packet) {
         const int result = test::real::readFrame(context, packet);
-        packet->dts -= shift++;
+        if (result >= 0)
+            packet->dts -= shift++;
         return result;
     };
     EXPECT_THROW((void)video->getFrameCount(), tio::Exception);

@@ -33,7 +33,9 @@ protected:
 
     [[nodiscard]] bool holdsPartialFile() const {
         for (const auto& entry : fs::directory_iterator(frames)) {
-            if (entry.path().extension() == ".part")
+            // Not while it is empty: it is removed then, and made again by what writes into it.
+            std::error_code gone;
+            if (entry.path().extension() == ".part" && fs::file_size(entry, gone) > 0 && !gone)
                 return true;
         }
         return false;
