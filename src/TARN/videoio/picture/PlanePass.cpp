@@ -60,7 +60,7 @@ Walk walkFor(const PlaneTarget& target, int rows, int columns, int pixelBytes) {
 /// together.
 template <size_t PixelBytes>
 void scatter(const uint8_t* strip, int count, int columns, uint8_t* first, const Walk& walk) {
-    const std::ptrdiff_t rowBytes = std::ptrdiff_t{columns} * PixelBytes;
+    const auto rowBytes = static_cast<std::ptrdiff_t>(PixelBytes) * columns;
     for (int column = 0; column < columns; ++column) {
         const uint8_t* in = strip + column * std::ptrdiff_t{PixelBytes};
         uint8_t* out = first + column * walk.alongRow;

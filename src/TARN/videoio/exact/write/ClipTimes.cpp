@@ -52,7 +52,7 @@ void ClipTimes::refuse(const std::string& name, const Fraction& time, const std:
     throw TimeRefusal(text, asGiven(nearest));
 }
 
-ClipTimes::ClipTimes(TimeRules timeRules) : rules(std::move(timeRules)) {
+ClipTimes::ClipTimes(TimeRules timeRules) : rules(timeRules) {
     if (rules.origin == ClipOrigin::AsGiven)
         origin = Fraction(0);
 }

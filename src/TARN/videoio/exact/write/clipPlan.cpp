@@ -112,8 +112,11 @@ ConstImageView trialPicture() {
 
 std::string ownOptions(const ClipWriterOptions& options) {
     std::string list = options.preset.empty() ? "" : "the preset \"" + options.preset + "\"";
-    for (const auto& [key, value] : options.options)
-        list += (list.empty() ? "" : ", ") + key + " = \"" + value + "\"";
+    for (const auto& [key, value] : options.options) {
+        list += list.empty() ? "" : ", ";
+        list += key;
+        list += " = \"" + value + "\"";
+    }
     return list;
 }
 
