@@ -75,6 +75,9 @@ TEST_F(ClipWriterFailureTest, AFailedFirstPictureDecidesOnNothing) {
 
 // Times finer than 1/5000000 s forbid B-pictures, without which later times may be finer still.
 TEST_F(ClipWriterFailureTest, AFailedFineTimeDoesNotForbidReordering) {
+    if (!test::beginsAnywhere())
+        GTEST_SKIP()
+            << "this FFmpeg begins tracks at milliseconds alone, and refuses the fine time";
     ClipWriter writer(file("clip.mp4"));
     expectFailure([&] { writer.writePicture(rgbPicture(0), Fraction(1, 6000000)); });
     for (int i = 0; i < 8; ++i)
