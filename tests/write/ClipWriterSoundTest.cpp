@@ -91,6 +91,8 @@ TEST_F(ClipWriterTest, SoundWithoutLossComesBackBitForBit) {
 
 TEST_F(ClipWriterTest, SoundStandsBesideItsPicture) {
     for (const char* codec : {"aac", "opus", "alac"}) {
+        // ALAC in MP4 came with FFmpeg 5.
+        const std::string path = file(std::string(codec) == "alac" ? "clip.mov" : "clip.mp4");
         for (const Fraction& begin : {Fraction(0), Fraction(1, 3), Fraction(5)}) {
             if (begin.denominator != 1 && !test::beginsAnywhere())
                 continue; // refused, as beginnings of pictures are
@@ -98,21 +100,21 @@ TEST_F(ClipWriterTest, SoundStandsBesideItsPicture) {
             options.rate = 25;
             options.audioRate = 48000;
             options.audioCodec = codec;
-            ClipWriter writer(file("clip.mp4"), options);
+            ClipWriter writer(path, options);
             const std::vector<float> samples = click(48000, 24000);
             writer.writeSamples(samples.data(), 20000, 1, begin);
             for (int i = 0; i < 50; ++i)
                 writer.writePicture(rgbPicture(i));
             writer.writeSamples(samples.data() + 20000, 28000, 1);
             writer.finish();
-            const test::HeardSound heard = readHeard(file("clip.mp4"));
+            const test::HeardSound heard = readHeard(path);
             const Fraction at =
                 heard.begin + Fraction(static_cast<int64_t>(loudest(heard.samples)), 48000);
             const Fraction off = at - (begin + Fraction(1, 2));
             EXPECT_LE(off < 0 ? -off : off, Fraction(1, 48000)) << codec << " from " << begin;
             EXPECT_EQ(heard.begin, begin) << codec;
-            EXPECT_EQ(timesIn(file("clip.mp4")).size(), 50U);
-            EXPECT_EQ(timesIn(file("clip.mp4"))[0], Fraction(0));
+            EXPECT_EQ(timesIn(path).size(), 50U);
+            EXPECT_EQ(timesIn(path)[0], Fraction(0));
         }
     }
 }
