@@ -1,6 +1,6 @@
 #pragma once
 
-#include "exact/write/encode/PictureConverter.h"
+#include "exact/write/encode/ImageToFrame.h"
 #include "exact/write/fractions.h"
 
 #include <TARN/videoio/ClipWriterOptions.h>
@@ -60,7 +60,7 @@ private:
 
     std::string name;
     CodecContextHandle context;
-    PictureConverter converter;
+    ImageToFrame converter;
     std::optional<Fraction> start;
     std::deque<Pending> pending; ///< pictures that are in the encoder
     bool countsAlone = false;    ///< ticks are numbers of pictures

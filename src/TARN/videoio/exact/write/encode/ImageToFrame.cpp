@@ -1,4 +1,4 @@
-#include "exact/write/encode/PictureConverter.h"
+#include "exact/write/encode/ImageToFrame.h"
 
 #include "base/checks.h"
 #include "exact/write/refusal.h"
@@ -16,7 +16,7 @@ namespace {
 using Formats = std::vector<AVPixelFormat>;
 
 constexpr Location at(int number) {
-    return {"PictureConverter", number};
+    return {"ImageToFrame", number};
 }
 
 // The first that a codec takes is used. JPEG's own forms stand first: its encoder lists the others
@@ -182,7 +182,7 @@ StoredColours storedColours(ClipColours asked, AVPixelFormat stored, int height)
     return {AVCOL_SPC_SMPTE170M, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, range};
 }
 
-FrameHandle PictureConverter::convert(const ConstImageView& picture, const std::string& path) {
+FrameHandle ImageToFrame::convert(const ConstImageView& picture, const std::string& path) {
     FrameHandle frame = newFrame(target, picture, path);
     if (pixelFormatOf(picture.format) == target) {
         copyPlanes(picture, *frame);
@@ -204,7 +204,7 @@ FrameHandle PictureConverter::convert(const ConstImageView& picture, const std::
     return frame;
 }
 
-void PictureConverter::prepare(const ConstImageView& picture, const std::string& path) {
+void ImageToFrame::prepare(const ConstImageView& picture, const std::string& path) {
     const AVPixelFormat wanted = pixelFormatOf(picture.format);
     if (context && wanted == source)
         return;
@@ -225,7 +225,7 @@ void PictureConverter::prepare(const ConstImageView& picture, const std::string&
 // swscale reads in blocks that reach behind the last pixel, where the caller's memory may end. So
 // the last rows are converted from a copy with room behind it; where rows lie from the bottom up,
 // all of them, since the end of any may be that of the memory.
-void PictureConverter::convertPacked(const ConstImageView& picture, AVFrame& frame) {
+void ImageToFrame::convertPacked(const ConstImageView& picture, AVFrame& frame) {
     constexpr int reach = 64; // bytes; the widest registers that releases use
     const auto rowBytes =
         static_cast<int>(planeSize(picture.format, picture.height, picture.width, 0).rowBytes);

@@ -32,9 +32,9 @@ struct StoredColours {
 
 /// Brings pictures into the layout in which they are stored. Planes that are laid out so already
 /// are copied as they are.
-class PictureConverter {
+class ImageToFrame {
 public:
-    PictureConverter(AVPixelFormat stored, StoredColours colours) : target(stored), tags(colours) {}
+    ImageToFrame(AVPixelFormat stored, StoredColours colours) : target(stored), tags(colours) {}
 
     /// A frame with memory of its own.
     /// @throws tio::ffmpeg::Exception with `path` when memory runs out
