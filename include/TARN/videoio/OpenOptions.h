@@ -2,30 +2,50 @@
 
 #include <TARN/videoio/Export.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 namespace tio::ffmpeg {
 
-/// Ends the waiting of an input from another thread. Copies are the same token: whoever wants to
-/// cancel keeps one and gives another to OpenOptions.
+/// Ends the waiting of an input, and reading that takes long: from another thread, or by a question
+/// that is put to the caller's own code now and then, for callers that are told of an interruption
+/// in no other way. Copies are the same token: whoever wants to cancel keeps one and gives another
+/// to OpenOptions.
+///
+/// The token is asked while a source is waited for, and before every packet that is read: so it
+/// ends the making of an index, run-ins and long ranges as well, with an Exception that says so
+/// (Exception::isCancelled()).
 /// Thread rule: any thread, at any time.
-class CancelToken {
+class TARN_VIDEOIO_API CancelToken {
 public:
+    /// Tells whether to stop. What it throws counts as yes, and is lost.
+    using Poll = std::function<bool()>;
+
     /// A token of its own, that nobody has cancelled.
-    CancelToken() : flag(std::make_shared<std::atomic<bool>>(false)) {}
+    CancelToken();
+
+    /// A token that also asks the caller: when it is asked itself, but no more than once in 50 ms,
+    /// and nothing but the time is looked at in between. A yes ends the call that it was asked for,
+    /// and that one alone: what was stopped may be used again.
+    ///
+    /// Thread rule: `poll` is called in the thread that reads, for some protocols also in one of
+    /// FFmpeg's own; never in two at once. It must not use what is being read.
+    /// @throws tio::Exception when it is empty
+    explicit CancelToken(Poll poll);
 
     /// For good: what uses this token stops as soon as it waits for the source.
-    void cancel() const noexcept { flag->store(true); }
+    void cancel() const noexcept;
 
-    [[nodiscard]] bool isCancelled() const noexcept { return flag->load(); }
+    /// Whether to stop: after cancel(), and when the caller says so.
+    [[nodiscard]] bool isCancelled() const noexcept;
 
 private:
-    std::shared_ptr<std::atomic<bool>> flag;
+    struct State;
+    std::shared_ptr<State> state; // never null
 };
 
 /// How a source is opened where the defaults do not do. The defaults here change nothing.

@@ -41,6 +41,11 @@ struct InputAccess {
         return sought;
     }
 
+    /// As OpenInput::reasonFor().
+    [[nodiscard]] static EndReason reasonFor(const InputFormatContext& input, int result) {
+        return input.opened->reasonFor(result);
+    }
+
     /// Whether the packets ended before the source did.
     [[nodiscard]] static bool wasCutShort(const InputFormatContext& input) {
         return input.opened->wasCutShort();

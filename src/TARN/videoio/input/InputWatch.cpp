@@ -15,7 +15,8 @@ void InputWatch::allow(std::chrono::milliseconds limit) noexcept {
 int InputWatch::shouldGiveUp(void* watch) noexcept {
     auto& self = *static_cast<InputWatch*>(watch);
     const Clock::rep end = self.deadline;
-    if (self.options.cancelToken.isCancelled())
+    // The caller is not asked again for what he has stopped.
+    if (self.told == Verdict::Cancelled || self.options.cancelToken.isCancelled())
         self.told = Verdict::Cancelled;
     else if (end != 0 && Clock::now().time_since_epoch().count() >= end)
         self.told = Verdict::TimedOut;

@@ -151,7 +151,7 @@ void OpenInput::startClock() noexcept {
     if (!watch)
         return;
     AVIOContext* file = input->pb;
-    if (watch->verdict() == Verdict::TimedOut && file != nullptr) {
+    if (watch->verdict() != Verdict::GoOn && file != nullptr) {
         file->eof_reached = 0; // FFmpeg would not ask the source again
         file->error = 0;
     }

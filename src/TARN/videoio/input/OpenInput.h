@@ -68,7 +68,7 @@ public:
     /// As av_seek_frame(), with a clock of its own. A stream that has failed is asked again.
     [[nodiscard]] int seek(int streamIndex, int64_t timestamp, int flags);
 
-    /// Why readPacket() gave this result.
+    /// Why readPacket() or seek() gave this result.
     [[nodiscard]] EndReason reasonFor(int result) const;
 
     /// Whether the end is none of the source's own: a limit, or bytes that could not be had.

@@ -64,10 +64,18 @@ const AVFormatContext& PacketSource::format() const {
     return InputAccess::contextOf(*input);
 }
 
+// What was stopped is not tried in another way.
 bool PacketSource::seek(int64_t target, int flags) {
+    using Kind = EndReason::Kind;
     av_packet_unref(current.get());
     ++seeks;
-    return InputAccess::seek(*input, index, target, flags) >= 0;
+    const int sought = InputAccess::seek(*input, index, target, flags);
+    if (sought >= 0)
+        return true;
+    const EndReason reason = InputAccess::reasonFor(*input, sought);
+    if (reason.kind == Kind::Timeout || reason.kind == Kind::Cancelled)
+        failReading(reason);
+    return false;
 }
 
 bool PacketSource::seekToTime(int64_t ticks) {

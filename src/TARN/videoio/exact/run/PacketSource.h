@@ -37,6 +37,7 @@ public:
 
     /// Goes to a place at or before a time in ticks, or to a byte of the file.
     /// @returns false when the container cannot
+    /// @throws tio::ffmpeg::Exception when a time limit passes, or the reading is cancelled
     [[nodiscard]] bool seekToTime(int64_t ticks);
     [[nodiscard]] bool seekToByte(int64_t position);
 
