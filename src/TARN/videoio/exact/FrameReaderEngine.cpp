@@ -3,7 +3,6 @@
 #include "exact/FrameReader.h"
 #include "exact/IndexAccess.h"
 #include "exact/IndexBuilder.h"
-#include "exact/frameWindow.h"
 #include "exact/index/SourceBytes.h"
 #include "exact/videoStream.h"
 #include "ffmpeg_compat.h"
@@ -13,7 +12,6 @@
 #include <algorithm>
 #include <string>
 #include <unistd.h>
-#include <unordered_map>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -276,78 +274,9 @@ FrameReader::Picture FrameReader::Engine::readInto(int64_t frame, const ImageVie
     return picture;
 }
 
-void FrameReader::Engine::readIntoPlaces(const std::vector<int64_t>& frames,
-                                         const PlaceCallback& memory,
-                                         const WrittenCallback& written) {
-    std::unordered_map<int64_t, std::vector<size_t>> places;
-    for (size_t place = 0; place < frames.size(); ++place) {
-        requireFrame(frames[place]);
-        places[frames[place]].push_back(place);
-    }
-    const std::vector<int64_t> order = detail::decodingOrder(frames, 0, frames.size());
-    for (const int64_t frame : order)
-        for (const size_t place : places[frame]) {
-            const Picture picture = readInto(frame, memory(place), order);
-            if (written && !written(place, picture))
-                return;
-        }
-}
-
 int64_t FrameReader::Engine::bytesOf(const Picture& picture) const {
     return frameFormat ? detail::byteCountOf(*picture.frame, targetOf(options, frameFormat).format)
                        : picture.image.byteCount();
-}
-
-size_t FrameReader::Engine::capacity() const {
-    const auto pixels = int64_t{std::max(height(), 1)} * std::max(width(), 1);
-    const int64_t bytes = std::max(pictureBytes, pixels * 3);
-    return static_cast<size_t>(std::max<int64_t>(1, options.byteBudget / bytes));
-}
-
-void FrameReader::Engine::readInOrder(const std::vector<int64_t>& frames,
-                                      const Callback& callback) {
-    for (const int64_t frame : frames)
-        requireFrame(frame);
-    const auto groupOf = [this](int64_t frame) {
-        return index->entryFor(frame, index->packetCount(), finder->learned());
-    };
-    size_t begin = 0;
-    while (begin < frames.size()) {
-        const size_t end = detail::endOfWindow(frames, begin, capacity(), groupOf);
-        begin = readWindow(frames, begin, end, callback);
-    }
-}
-
-/// Reads the frames of one window and hands them over in the order asked for.
-/// @returns where to go on: before the end of the window when pictures are larger than expected,
-///          and behind all frames when the callback wants no more
-size_t FrameReader::Engine::readWindow(const std::vector<int64_t>& frames, size_t begin, size_t end,
-                                       const Callback& callback) {
-    const std::vector<int64_t> order = detail::decodingOrder(frames, begin, end);
-    std::unordered_map<int64_t, size_t> uses; // that are still to come
-    for (size_t i = begin; i < end; ++i)
-        ++uses[frames[i]];
-    std::unordered_map<int64_t, Picture> waiting;
-    const auto room = static_cast<int64_t>(capacity());
-    size_t next = begin;
-    for (const int64_t frame : order) {
-        waiting.emplace(frame, read(frame, order));
-        for (; next < end && waiting.count(frames[next]) != 0; ++next) {
-            const auto ready = waiting.find(frames[next]);
-            const bool last = --uses[ready->first] == 0;
-            Picture picture = ready->second;
-            if (last)
-                waiting.erase(ready);
-            else
-                picture.image = picture.image.clone(); // the caller may write into it
-            if (!callback(picture))
-                return frames.size();
-        }
-        const bool grown = static_cast<int64_t>(capacity()) < room;
-        if (grown && waiting.size() > capacity())
-            return next;
-    }
-    return next;
 }
 
 FrameIndex FrameReader::Engine::currentIndex() const {
