@@ -24,8 +24,8 @@ constexpr Location at(int number) {
 Formats preferred(PictureFormat format, AVCodecID codec) {
     const bool jpeg = codec == AV_CODEC_ID_MJPEG;
     Formats any = jpeg ? Formats{AV_PIX_FMT_YUVJ420P}
-                             : Formats{AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_0RGB32,
-                                       AV_PIX_FMT_RGB24, AV_PIX_FMT_GBRP};
+                       : Formats{AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_0RGB32,
+                                 AV_PIX_FMT_RGB24, AV_PIX_FMT_GBRP};
     const auto before = [&](Formats first) {
         first.insert(first.end(), any.begin(), any.end());
         return first;
