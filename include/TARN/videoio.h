@@ -14,6 +14,7 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FormatContext.h>
 #include <TARN/videoio/Frame.h>
+#include <TARN/videoio/FrameDigest.h>
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/FrameIndexOptions.h>
 #include <TARN/videoio/FrameReader.h>

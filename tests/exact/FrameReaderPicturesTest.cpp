@@ -266,8 +266,18 @@ TEST_F(FramesIntoMemory, ARefusedCallWritesNothing) {
     low.height = 63;
     EXPECT_THAT(thrownText<tio::Exception>([&] { reader.readFrameInto(1, low); }),
                 HasSubstr("96 x 64"));
+    const auto unlike = [&](size_t at) { return at == 2 ? low : viewOf(at); };
+    EXPECT_THROW(reader.readFramesInto({1, 2, 3}, unlike), tio::Exception);
+    const auto failing = [&](size_t at) {
+        if (at == 2)
+            throw std::runtime_error("no more");
+        return viewOf(at);
+    };
+    EXPECT_THROW(reader.readFramesInto({1, 2, 3}, failing), std::runtime_error);
+    EXPECT_THROW(reader.readFramesInto({1, 2, 3}, {}), tio::Exception);
     EXPECT_TRUE(std::all_of(memory.data(), memory.data() + memory.size(),
                             [](uint8_t byte) { return byte == 0x5A; }));
+    EXPECT_EQ(reader.counters().picturesConverted, 1);
 }
 
 // --- Sources and streams ---

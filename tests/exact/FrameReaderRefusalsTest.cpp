@@ -9,7 +9,9 @@
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <gmock/gmock.h>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace tio {
@@ -66,6 +68,40 @@ TEST_F(FrameReaderRefusalsTest, ThreadsThatNoDecoderCanHave) {
         FrameReaderOptions options;
         options.threads = threads;
         EXPECT_THROW(FrameReader(Source(clip), options), Exception) << threads;
+    }
+}
+
+TEST_F(FrameReaderRefusalsTest, OneSideOfASizeAlone) {
+    FrameReaderOptions options;
+    options.width = 48;
+    EXPECT_THAT(test::thrownText<Exception>([&] { FrameReader(Source(clip), options); }),
+                testing::AllOf(testing::HasSubstr("both a height and a width"),
+                               testing::HasSubstr("48 x 0")));
+    std::swap(options.width, options.height);
+    EXPECT_THROW(FrameReader(Source(clip), options), Exception);
+}
+
+TEST_F(FrameReaderRefusalsTest, ReadingWithoutAFunctionThatTakesTheFrames) {
+    FrameReader tried{Source(clip)};
+    EXPECT_THROW(tried.readFrames({1}, {}), Exception);
+    EXPECT_THROW(tried.readFrames(0, 5, 1, {}), Exception);
+    EXPECT_EQ(tried.counters().packetsDecoded, 0);
+}
+
+// Of a tag that cannot be read, however many pictures there are.
+TEST_F(FrameReaderRefusalsTest, AnUnreadableTurnIsToldOnce) {
+    test::ClipPlan plan;
+    plan.format = "matroska";
+    plan.metadata = {{"rotate", "33"}};
+    test::makeClip(clip, plan);
+    for (const auto colours : {ffmpeg::Colours::Tagged, ffmpeg::Colours::Bt601}) {
+        log.clear();
+        FrameReaderOptions options;
+        options.colours = colours;
+        FrameReader tried(Source(clip), options);
+        for (const int64_t frame : {3, 20, 1, 12})
+            static_cast<void>(tried.readFrame(frame));
+        EXPECT_EQ(log.count("rotation metadata"), 1u);
     }
 }
 

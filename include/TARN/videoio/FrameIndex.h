@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/FrameDigest.h>
 #include <TARN/videoio/FrameIndexOptions.h>
 #include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/InputFormatContext.h>
@@ -104,6 +105,11 @@ public:
 
     /// Whether it holds a checksum of every picture.
     [[nodiscard]] bool hasChecksums() const noexcept;
+
+    /// Of the frames `first` to `end` - 1, made of the checksums: what FrameReader::digest() gives
+    /// when these are the pictures that it decodes.
+    /// @throws tio::Exception for frames that there are not, and where there are no checksums
+    [[nodiscard]] FrameDigest digest(int64_t first, int64_t end) const;
 
     /// Whether the stream was found damaged. It is decoded with one thread then.
     [[nodiscard]] bool isDamaged() const noexcept;

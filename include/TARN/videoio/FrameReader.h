@@ -2,6 +2,7 @@
 
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/Frame.h>
+#include <TARN/videoio/FrameDigest.h>
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/Image.h>
 #include <TARN/videoio/InputFormatContext.h>
@@ -41,9 +42,9 @@ struct FrameReaderOptions {
     /// What their colours are taken for.
     Colours colours = Colours::Tagged;
 
-    /// Size of the pictures, upright, in pixels; both 0 for their own. A smaller picture is made of
-    /// the averages of areas, without one of full size between. A reader with a PixelFormat takes
-    /// no size.
+    /// Size of the pictures, upright, in pixels; both 0 for their own, or neither. A smaller
+    /// picture is made of the averages of areas, without one of full size between. A reader with a
+    /// PixelFormat takes no size.
     int height = 0;
     int width = 0;
 
@@ -119,6 +120,12 @@ public:
 
     /// Receives word of what is written; returns whether to go on.
     using WrittenCallback = std::function<bool(std::size_t place, const Picture&)>;
+
+    /// The frames `first` to `stop` - 1.
+    struct Range {
+        int64_t first = 0;
+        int64_t stop = 0;
+    };
 
     /// What the reader has done so far.
     struct Counters {
@@ -210,7 +217,7 @@ public:
 
     /// The same for several frames, in any order and as often as each is named. Each group of
     /// pictures is decoded once; what comes first is written first, whatever its place.
-    /// @param memory   asked for the memory of each place, once
+    /// @param memory   asked for the memory of each place, once, before anything is written
     /// @param written  told of each place that is done; may be empty
     /// @throws also what the two throw
     void readFramesInto(const std::vector<int64_t>& frames, const PlaceCallback& memory,
@@ -225,6 +232,25 @@ public:
     /// The frames `first`, first + step, … up to and without `end`; with a negative step downward.
     /// @throws tio::Exception also for a step of 0
     void readFrames(int64_t first, int64_t end, int64_t step, const Callback& callback);
+
+    /// @}
+
+    /// @name Parts of the clip
+    /// To be read one by one, in any order, by several readers on several machines.
+    /// @{
+
+    /// All frames in at most `count` ranges, rising, that begin where decoding can begin and cost
+    /// about the same: the most expensive one as little as it can. What a range costs is how many
+    /// packets have to be decoded for it, those included whose pictures lie in other ranges. Places
+    /// that were found to be no good to begin at, while reading with this index, are known.
+    /// @throws tio::Exception for a count below 1
+    [[nodiscard]] std::vector<Range> partitions(int64_t count) const;
+
+    /// Decodes the frames `first` to `end` - 1 and tells their digest, which is that of the whole
+    /// clip when those of its parts are put together in order. It has nothing to do with the
+    /// format, the colours or the size that the reader gives.
+    /// @throws tio::Exception for frames that there are not, and what reading throws
+    [[nodiscard]] FrameDigest digest(int64_t first, int64_t end);
 
     /// @}
 

@@ -33,11 +33,14 @@ PictureMaker::~PictureMaker() = default;
 
 void PictureMaker::turnAs(const AVStream& stream, Turning turning) {
     const bool byMatrix = turning == Turning::ByTagOrMatrix && !hasTag(stream);
-    const int rotation = byMatrix ? turnsOfMatrix(stream) : getStreamRotation(&stream);
-    if (rotation == 0)
+    turnBy(stream, byMatrix ? turnsOfMatrix(stream) : getStreamRotation(&stream));
+}
+
+void PictureMaker::turnBy(const AVStream& stream, int quarters) {
+    if (quarters == 0)
         return;
-    dimensionsSwapped = rotation != 2;
-    filter = makeRotationFilter(&stream, rotation);
+    dimensionsSwapped = quarters != 2;
+    filter = makeRotationFilter(&stream, quarters);
 }
 
 void PictureMaker::expectPicturesOf(AVCodecContext& codec) {

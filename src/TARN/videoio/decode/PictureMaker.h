@@ -31,6 +31,10 @@ public:
     /// @throws tio::ffmpeg::Exception when the filter that turns cannot be made
     void turnAs(const AVStream& stream, Turning turning);
 
+    /// Turns from now on by so many quarters, clockwise.
+    /// @throws as above
+    void turnBy(const AVStream& stream, int quarters);
+
     /// Makes the converter for what the codec announces. Without it the first picture does so.
     /// @throws tio::Exception when the codec tells no pixel format
     void expectPicturesOf(AVCodecContext& codec);

@@ -1,5 +1,6 @@
 #include "base/checks.h"
 #include "exact/IndexBuilder.h"
+#include "exact/frameWindow.h"
 #include "exact/index/IndexFile.h"
 #include "exact/index/SourceBytes.h"
 #include "exact/videoStream.h"
@@ -123,6 +124,16 @@ int64_t FrameIndex::frameCount() const noexcept {
 
 bool FrameIndex::hasChecksums() const noexcept {
     return !data->checksums.empty();
+}
+
+FrameDigest FrameIndex::digest(int64_t first, int64_t end) const {
+    if (!hasChecksums())
+        detail::failPlainly("There is no digest of frames without checksums");
+    detail::requireFrames(first, end, frameCount(), "the index");
+    FrameDigest digest;
+    for (int64_t frame = first; frame < end; ++frame)
+        digest.add(data->checksums[static_cast<size_t>(frame)]);
+    return digest;
 }
 
 bool FrameIndex::isDamaged() const noexcept {

@@ -2,6 +2,7 @@
 
 #include "base/checks.h"
 
+#include <string>
 #include <utility>
 
 namespace tio::ffmpeg {
@@ -117,6 +118,17 @@ void FrameReader::readFrames(int64_t first, int64_t end, int64_t step, const Cal
             break;
     }
     engine->readInOrder(frames, callback);
+}
+
+std::vector<FrameReader::Range> FrameReader::partitions(int64_t count) const {
+    if (count < 1)
+        detail::failAssertion("A clip cannot be cut into " + std::to_string(count) + " ranges",
+                              "count > 0", at(6));
+    return engine->partitions(count);
+}
+
+FrameDigest FrameReader::digest(int64_t first, int64_t end) {
+    return engine->digest(first, end);
 }
 
 FrameIndex FrameReader::index() const {

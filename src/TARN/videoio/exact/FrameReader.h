@@ -37,6 +37,9 @@ public:
                         const WrittenCallback& written);
     void readInOrder(const std::vector<int64_t>& frames, const Callback& callback);
 
+    [[nodiscard]] std::vector<Range> partitions(int64_t count) const;
+    [[nodiscard]] FrameDigest digest(int64_t first, int64_t end);
+
     [[nodiscard]] FrameIndex currentIndex() const;
     [[nodiscard]] Counters counters() const noexcept;
 
@@ -52,6 +55,8 @@ private:
     void forgetPicture() noexcept;
     void count(bool singleThread);
     void find(int64_t frame, const std::vector<int64_t>& wanted);
+    [[nodiscard]] FrameDigest digestOnce(const std::vector<int64_t>& frames);
+    [[nodiscard]] std::vector<ImageView> memoryOf(size_t places, const PlaceCallback& memory) const;
     void noticeOtherProcess();
     [[nodiscard]] Picture goTo(int64_t frame, const std::vector<int64_t>& wanted);
     [[nodiscard]] int64_t bytesOf(const Picture& picture) const;

@@ -1,7 +1,10 @@
+#include "base/checks.h"
 #include "exact/FrameReader.h"
 #include "exact/frameWindow.h"
+#include "exact/partitions.h"
 
 #include <algorithm>
+#include <numeric>
 #include <unordered_map>
 #include <utility>
 
@@ -15,13 +18,59 @@ void FrameReader::Engine::readIntoPlaces(const std::vector<int64_t>& frames,
         requireFrame(frames[place]);
         places[frames[place]].push_back(place);
     }
+    const std::vector<ImageView> views = memoryOf(frames.size(), memory);
     const std::vector<int64_t> order = detail::decodingOrder(frames, 0, frames.size());
     for (const int64_t frame : order)
         for (const size_t place : places[frame]) {
-            const Picture picture = readInto(frame, memory(place), order);
+            const Picture picture = readInto(frame, views[place], order);
             if (written && !written(place, picture))
                 return;
         }
+}
+
+/// The memory of all places, which could hold pictures of this stream.
+std::vector<ImageView> FrameReader::Engine::memoryOf(size_t places,
+                                                     const PlaceCallback& memory) const {
+    if (frameFormat)
+        detail::failPlainly("A reader with a PixelFormat does not read into given memory");
+    if (!memory)
+        detail::failPlainly("Frames cannot be read into memory without a function that gives it");
+    std::vector<ImageView> views;
+    views.reserve(places);
+    for (size_t place = 0; place < places; ++place) {
+        views.push_back(memory(place));
+        delivery.requirePossible(views.back(), height(), width());
+    }
+    return views;
+}
+
+std::vector<FrameReader::Range> FrameReader::Engine::partitions(int64_t count) const {
+    return detail::cutIntoRanges(*index, finder->learned(), count);
+}
+
+/// Where the stream turns out damaged and is counted anew, frames before may be others now.
+FrameDigest FrameReader::Engine::digest(int64_t first, int64_t end) {
+    detail::requireFrames(first, end, index->frameCount(), "\"" + input->getUrl() + "\"");
+    std::vector<int64_t> frames(static_cast<size_t>(end - first));
+    std::iota(frames.begin(), frames.end(), first);
+    while (true) {
+        const auto counted = index;
+        const FrameDigest made = digestOnce(frames);
+        if (counted == index)
+            return made;
+    }
+}
+
+FrameDigest FrameReader::Engine::digestOnce(const std::vector<int64_t>& frames) {
+    FrameDigest made;
+    noticeOtherProcess();
+    for (const int64_t frame : frames) {
+        if (standing != frame)
+            find(frame, frames);
+        made.add(index->checksums.empty() ? finder->decoder().checksum()
+                                          : index->checksums[static_cast<size_t>(frame)]);
+    }
+    return made;
 }
 
 size_t FrameReader::Engine::capacity() const {
@@ -34,6 +83,8 @@ void FrameReader::Engine::readInOrder(const std::vector<int64_t>& frames,
                                       const Callback& callback) {
     for (const int64_t frame : frames)
         requireFrame(frame);
+    if (!callback)
+        detail::failPlainly("Frames cannot be read without a function that takes them");
     const auto groupOf = [this](int64_t frame) {
         return index->entryFor(frame, index->packetCount(), finder->learned());
     };

@@ -7,7 +7,6 @@
 #include "exact/videoStream.h"
 #include "ffmpeg_compat.h"
 #include "media/avRational.h"
-#include "picture/orientation.h"
 
 #include <algorithm>
 #include <string>
@@ -77,7 +76,9 @@ FrameReader::Engine::Engine(std::shared_ptr<InputFormatContext> opened,
       frameFormat(frames),
       delivery(targetOf(options, frames)),
       process(::getpid()) {
-    useIndex(indexFor(detail::videoStreamOf(*input, options.stream)));
+    const int stream = detail::videoStreamOf(*input, options.stream);
+    delivery.turnAs(*input->getStream(stream));
+    useIndex(indexFor(stream));
     if (options.checksums && index->checksums.empty())
         count(index->singleThread);
 }
@@ -104,16 +105,14 @@ int FrameReader::Engine::height() const noexcept {
     if (options.height > 0)
         return options.height;
     const AVStream& stream = *input->getStream(index->stream);
-    return detail::turningOf(stream).isOnItsSide() ? stream.codecpar->width
-                                                   : stream.codecpar->height;
+    return delivery.turnsOnSide() ? stream.codecpar->width : stream.codecpar->height;
 }
 
 int FrameReader::Engine::width() const noexcept {
     if (options.width > 0)
         return options.width;
     const AVStream& stream = *input->getStream(index->stream);
-    return detail::turningOf(stream).isOnItsSide() ? stream.codecpar->height
-                                                   : stream.codecpar->width;
+    return delivery.turnsOnSide() ? stream.codecpar->height : stream.codecpar->width;
 }
 
 std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int stream) const {

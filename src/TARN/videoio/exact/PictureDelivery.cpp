@@ -1,11 +1,11 @@
 #include "exact/PictureDelivery.h"
 
 #include "base/checks.h"
-#include "picture/orientation.h"
 #include "picture/planes.h"
 
 #include <TARN/videoio/Types.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -56,57 +56,75 @@ void copyPixels(const ImageView& from, const ImageView& to) {
     }
 }
 
-int wayOf(const FrameDecoder& decoder) {
-    return turningOf(decoder.stream()).way;
-}
-
 } // namespace
 
 PictureDelivery::PictureDelivery(const PictureConverter::Target& wanted)
     : target(wanted), converter(wanted) {}
 
+// Asked once: a tag that cannot be read is told each time.
+void PictureDelivery::turnAs(const AVStream& stream) {
+    constexpr std::array<int, 4> turns = {1, 6, 3, 8};
+    quartersOfTag = getStreamRotation(&stream) & 3;
+    turning = compat::displayMatrix(stream) != nullptr
+                  ? turningOf(stream)
+                  : Turning{turns[static_cast<size_t>(quartersOfTag)]};
+}
+
+PictureDelivery::Size PictureDelivery::sizeOf(const AVFrame& picture) {
+    const Size size{converter.heightFor(picture, turning.way),
+                    converter.widthFor(picture, turning.way)};
+    const auto same = [&](const Size& other) {
+        return other.height == size.height && other.width == size.width;
+    };
+    if (std::none_of(sizes.begin(), sizes.end(), same))
+        sizes.push_back(size);
+    return size;
+}
+
+void PictureDelivery::requirePossible(const ImageView& view, int height, int width) const {
+    for (const Size& size : sizes)
+        if (view.height == size.height && view.width == size.width)
+            return converter.requireFitting(view, size.height, size.width);
+    converter.requireFitting(view, height, width);
+}
+
 // Where the stream decoders take the same colours and turn the same way, a picture is theirs, bit
 // for bit.
-bool PictureDelivery::isAsStreamDecodersGiveIt(FrameDecoder& decoder) const {
+bool PictureDelivery::isAsStreamDecodersGiveIt(const AVFrame& picture) const {
     constexpr std::array<int, 4> turns = {1, 6, 3, 8};
-    const AVFrame& picture = decoder.decoded();
-    const auto quarters = static_cast<size_t>(getStreamRotation(&decoder.stream()) & 3);
-    return target.height == 0 && turns[quarters] == wayOf(decoder) &&
+    return target.height == 0 && turns[static_cast<size_t>(quartersOfTag)] == turning.way &&
            av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture.format)) != nullptr &&
            coloursOf(picture, target.colours) == coloursOf(picture, Colours::Bt601);
 }
 
 Image PictureDelivery::image(FrameDecoder& decoder) {
-    const AVFrame& picture = decoder.decoded();
-    const int way = wayOf(decoder);
-    Image made(target.format, converter.heightFor(picture, way), converter.widthFor(picture, way));
+    const Size size = sizeOf(decoder.decoded());
+    Image made(target.format, size.height, size.width);
     writeTo(made.view(), decoder);
     return made;
 }
 
 void PictureDelivery::writeTo(const ImageView& view, FrameDecoder& decoder) {
+    const AVFrame& picture = decoder.decoded();
+    const Size size = sizeOf(picture);
     const bool asStored =
         target.colours == Colours::Bt601 &&
         (target.format == PictureFormat::Rgb8 || target.format == PictureFormat::Nv12) &&
-        isAsStreamDecodersGiveIt(decoder);
-    const AVFrame& picture = decoder.decoded();
-    const int way = wayOf(decoder);
-    converter.requireFitting(view, converter.heightFor(picture, way),
-                             converter.widthFor(picture, way));
+        isAsStreamDecodersGiveIt(picture);
+    converter.requireFitting(view, size.height, size.width);
     if (asStored)
-        copyPixels(viewOf(*decoder.picture(), target.format), view);
+        copyPixels(viewOf(*decoder.picture(quartersOfTag), target.format), view);
     else
-        converter.convert(picture, way, view);
+        converter.convert(picture, turning.way, view);
 }
 
 std::shared_ptr<tio::FrameBase> PictureDelivery::frame(FrameDecoder& decoder) {
-    if (isAsStreamDecodersGiveIt(decoder))
-        return decoder.picture();
     const AVFrame& picture = decoder.decoded();
-    const int way = wayOf(decoder);
-    auto made = makeFrame(target.format, converter.heightFor(picture, way),
-                          converter.widthFor(picture, way));
-    converter.convert(picture, way, viewOf(*made, target.format));
+    if (isAsStreamDecodersGiveIt(picture))
+        return decoder.picture(quartersOfTag);
+    const Size size = sizeOf(picture);
+    auto made = makeFrame(target.format, size.height, size.width);
+    converter.convert(picture, turning.way, viewOf(*made, target.format));
     return made;
 }
 

@@ -2,12 +2,14 @@
 
 #include "exact/run/FrameDecoder.h"
 #include "picture/PictureConverter.h"
+#include "picture/orientation.h"
 
 #include <TARN/videoio/Frame.h>
 #include <TARN/videoio/Image.h>
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 namespace tio::ffmpeg::detail {
 
@@ -18,6 +20,17 @@ class PictureDelivery {
 public:
     explicit PictureDelivery(const PictureConverter::Target& target);
 
+    /// Turns pictures from now on as their stream says.
+    void turnAs(const AVStream& stream);
+
+    /// Whether an upright picture is as wide as the stored one is high.
+    [[nodiscard]] bool turnsOnSide() const noexcept { return turning.isOnItsSide(); }
+
+    /// Whether memory could be for a picture of the stream, as far as that can be told before one
+    /// is decoded: it has the size given, or that of a picture that came before.
+    /// @throws tio::Exception where it could not
+    void requirePossible(const ImageView& view, int height, int width) const;
+
     /// Of the picture that the decoder stands on.
     /// @throws tio::Exception when it cannot be converted
     [[nodiscard]] Image image(FrameDecoder& decoder);
@@ -25,10 +38,19 @@ public:
     [[nodiscard]] std::shared_ptr<tio::FrameBase> frame(FrameDecoder& decoder);
 
 private:
-    [[nodiscard]] bool isAsStreamDecodersGiveIt(FrameDecoder& decoder) const;
+    struct Size {
+        int height;
+        int width;
+    };
+
+    [[nodiscard]] Size sizeOf(const AVFrame& picture);
+    [[nodiscard]] bool isAsStreamDecodersGiveIt(const AVFrame& picture) const;
 
     PictureConverter::Target target;
     PictureConverter converter;
+    Turning turning;
+    int quartersOfTag = 0;   // clockwise, by which stream decoders turn
+    std::vector<Size> sizes; // of the pictures so far
 };
 
 /// Bytes of all planes.

@@ -1,5 +1,7 @@
 #include "exact/frameWindow.h"
 
+#include "base/checks.h"
+
 #include <algorithm>
 #include <unordered_set>
 
@@ -30,6 +32,14 @@ size_t endOfWindow(const std::vector<int64_t>& frames, size_t begin, size_t capa
         if (groupOf(frames[cut - 1]) != groupOf(frames[cut]))
             return cut;
     return end;
+}
+
+void requireFrames(int64_t first, int64_t end, int64_t count, const std::string& of) {
+    if (0 <= first && first <= end && end <= count)
+        return;
+    failAssertion("Frames " + std::to_string(first) + " up to and without " + std::to_string(end) +
+                      " are not all among the " + std::to_string(count) + " of " + of,
+                  "0 <= first && first <= end && end <= count", {"frameWindow", 1});
 }
 
 std::vector<int64_t> decodingOrder(const std::vector<int64_t>& frames, size_t begin, size_t end) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace tio::ffmpeg::detail {
@@ -16,6 +17,9 @@ namespace tio::ffmpeg::detail {
 /// @param groupOf  a number that is the same for frames that are decoded together
 [[nodiscard]] size_t endOfWindow(const std::vector<int64_t>& frames, size_t begin, size_t capacity,
                                  const std::function<uint32_t(int64_t frame)>& groupOf);
+
+/// @throws tio::Exception unless frames `first` to `end` - 1 are among `count`
+void requireFrames(int64_t first, int64_t end, int64_t count, const std::string& of);
 
 /// The different frames of a window, rising.
 [[nodiscard]] std::vector<int64_t> decodingOrder(const std::vector<int64_t>& frames, size_t begin,

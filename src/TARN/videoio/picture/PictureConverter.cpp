@@ -260,6 +260,9 @@ struct PictureConverter::Plan {
 PictureConverter::PictureConverter(const Target& wanted) : target(wanted) {
     static_cast<void>(planeCount(target.format)); // throws for one that does not exist
     const bool asItIs = target.height == 0 && target.width == 0;
+    if (!asItIs && (target.height == 0 || target.width == 0))
+        failPlainly("A size needs both a height and a width, or neither: it cannot be " +
+                    std::to_string(target.width) + " x " + std::to_string(target.height));
     if (!asItIs && (target.height < 1 || target.width < 1))
         failPlainly("A picture cannot be " + std::to_string(target.width) + " x " +
                     std::to_string(target.height));

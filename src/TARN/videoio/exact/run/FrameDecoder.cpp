@@ -116,9 +116,9 @@ bool FrameDecoder::receive() {
     return false;
 }
 
-std::shared_ptr<tio::FrameBase> FrameDecoder::picture() {
+std::shared_ptr<tio::FrameBase> FrameDecoder::picture(int quarters) {
     if (!turningKnown)
-        pictures.turnAs(*source, PictureMaker::Turning::ByTag);
+        pictures.turnBy(*source, quarters);
     turningKnown = true;
     const FrameHandle shared(av_frame_clone(&decoded())); // turning replaces what a frame refers to
     if (!shared)

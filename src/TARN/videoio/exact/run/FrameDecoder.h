@@ -43,9 +43,10 @@ public:
     /// The stream of the packets; there must have been one.
     [[nodiscard]] const AVStream& stream() const noexcept { return *source; }
 
-    /// The picture, upright, in the format asked for. decoded() stays as it is.
+    /// The picture in the format asked for, turned clockwise by so many quarters, the same ones
+    /// each time. decoded() stays as it is.
     /// @throws tio::Exception when it cannot be converted
-    [[nodiscard]] std::shared_ptr<tio::FrameBase> picture();
+    [[nodiscard]] std::shared_ptr<tio::FrameBase> picture(int quarters);
 
     /// Drops what is inside, so that packets from another place may follow.
     void restart();
