@@ -3,9 +3,11 @@
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/Image.h>
 #include <TARN/videoio/Types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace tio::ffmpeg {
@@ -28,5 +30,33 @@ namespace tio::ffmpeg {
 TARN_VIDEOIO_API void writeImage(std::string path, Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> image,
                                  int compressionLevel = -1,
                                  ImageFileType type = ImageFileType::Auto);
+
+/// How an image file is made. What the type of the file has no use for is checked all the same.
+struct WriteImageOptions {
+    /// Auto goes by the extension of the name, in upper or lower case.
+    ImageFileType type = ImageFileType::Auto;
+
+    /// Of a JPEG, 1 to 100 on the scale that JPEG programs share: the tables of the standard's
+    /// Annex K, as they are at 50. Nothing leaves it to the encoder, which is about 90.
+    std::optional<int> quality;
+
+    /// Of a PNG, 0 (none, the fastest) to 9 (the smallest). Nothing leaves it to the encoder.
+    std::optional<int> compression;
+};
+
+/// The same with more to say. Everything is checked, and the image is encoded, before there is a
+/// file; it gets its name when it is complete, so that after a failure one that was there before
+/// is still there.
+///
+/// @param picture  of PictureFormat::Rgb8, in memory of the caller's
+/// @throws tio::Exception for an option out of its range, a name that tells no type, and memory
+///         that holds no such picture
+/// @throws tio::ffmpeg::Exception with the path and the system's code, when the file cannot be
+///         written
+TARN_VIDEOIO_API void writeImage(const std::string& path, const ConstImageView& picture,
+                                 const WriteImageOptions& options);
+TARN_VIDEOIO_API void writeImage(const std::string& path,
+                                 const Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>& image,
+                                 const WriteImageOptions& options);
 
 } // namespace tio::ffmpeg

@@ -3,19 +3,24 @@
 #include "ffmpeg_compat.h"
 #include "picture/swscale.h"
 
+#include <TARN/videoio/AtomicFile.h>
 #include <TARN/videoio/WriteImage.h>
 #include <TARN/videoio/detail/Handles.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 namespace tio::ffmpeg {
 
 namespace {
 
-using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
+using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 
 constexpr detail::Location at(int number) {
     return {"WriteImage", number};
@@ -41,7 +46,40 @@ Value lookUp(const std::map<ImageFileType, Value>& table, ImageFileType type) {
     return row->second;
 }
 
-detail::CodecContextHandle openEncoder(ImageFileType type, Vec<int, 2> size, int compressionLevel) {
+// Tables K.1 and K.2 of ITU-T T.81, row by row.
+constexpr std::array<uint8_t, 64> lumaSteps = {
+    16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55, //
+    14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62, //
+    18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92, //
+    49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99};
+constexpr std::array<uint8_t, 64> chromaSteps = {
+    17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99, //
+    24, 26, 56, 99, 99, 99, 99, 99, 47, 66, 99, 99, 99, 99, 99, 99, //
+    99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, //
+    99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
+
+/// The table that goes with a quality, in memory for FFmpeg to free.
+uint16_t* scaledSteps(const std::array<uint8_t, 64>& steps, int quality) {
+    const int percent = quality < 50 ? 5000 / quality : 200 - 2 * quality;
+    auto* const table = static_cast<uint16_t*>(av_malloc(steps.size() * sizeof(uint16_t)));
+    if (table == nullptr)
+        throw std::bad_alloc();
+    for (size_t i = 0; i < steps.size(); ++i)
+        table[i] = static_cast<uint16_t>(std::clamp((steps[i] * percent + 50) / 100, 1, 255));
+    return table;
+}
+
+// The encoder takes its tables times an eighth of the scale.
+void setQuality(AVCodecContext& codecContext, int quality) {
+    constexpr int scaleOfOne = 8;
+    codecContext.intra_matrix = scaledSteps(lumaSteps, quality);
+    codecContext.chroma_intra_matrix = scaledSteps(chromaSteps, quality);
+    codecContext.flags |= AV_CODEC_FLAG_QSCALE;
+    codecContext.global_quality = scaleOfOne * FF_QP2LAMBDA;
+}
+
+detail::CodecContextHandle openEncoder(ImageFileType type, Vec<int, 2> size, int compressionLevel,
+                                       std::optional<int> quality) {
     const AVCodec* codec = avcodec_find_encoder(lookUp(codecTable, type));
     if (codec == nullptr)
         detail::failAssertion("Could not find ffmpeg's encoder codec", "codec", at(41));
@@ -53,6 +91,8 @@ detail::CodecContextHandle openEncoder(ImageFileType type, Vec<int, 2> size, int
     codecContext->pix_fmt = lookUp(pixelFormatTable, type);
     codecContext->compression_level = compressionLevel;
     codecContext->time_base = {1, 1};
+    if (quality && type == ImageFileType::Jpeg)
+        setQuality(*codecContext, *quality);
     detail::checkResult(avcodec_open2(codecContext.get(), codecContext->codec, nullptr), at(54));
     return codecContext;
 }
@@ -64,11 +104,12 @@ detail::FrameHandle makeFrame(const AVCodecContext& codecContext) {
     frame->format = codecContext.pix_fmt;
     frame->width = codecContext.width;
     frame->height = codecContext.height;
+    frame->quality = codecContext.global_quality;
     detail::checkResult(av_frame_get_buffer(frame.get(), 1), at(65));
     return frame;
 }
 
-detail::PacketHandle encode(const Image& image, AVCodecContext& codecContext) {
+detail::PacketHandle encode(const RgbImage& image, AVCodecContext& codecContext) {
     const detail::FrameHandle frame = makeFrame(codecContext);
     SWScaleEncoder converter(image.size, &codecContext);
     converter.convertFrame(image, frame.get(), &codecContext);
@@ -93,15 +134,72 @@ void writeFile(const std::string& path, const uint8_t* data, size_t size) {
                               at(90));
 }
 
+void requireRange(const char* option, std::optional<int> value, int least, int most) {
+    if (value && (*value < least || *value > most))
+        detail::failPlainly(std::string("The ") + option + " of an image is " +
+                            std::to_string(least) + " to " + std::to_string(most) + ", not " +
+                            std::to_string(*value));
+}
+
+ImageFileType typeOf(const std::string& path, ImageFileType wanted) {
+    if (wanted != ImageFileType::Auto) {
+        if (codecTable.count(wanted) == 0)
+            detail::failPlainly("There is no such type of image files: \"" + path + "\"");
+        return wanted;
+    }
+    try {
+        return getImageFileType(path);
+    } catch (const std::exception&) {
+        detail::failPlainly("\"" + path + "\" does not end in .png, .jpg, .jpeg or .ppm");
+    }
+}
+
+/// The pixels without gaps, row after row.
+RgbImage packed(const ConstImageView& picture) {
+    if (picture.format != PictureFormat::Rgb8)
+        detail::failPlainly("Only pictures of 8-bit RGB are written as images");
+    const PlaneSize size = planeSize(picture.format, picture.height, picture.width, 0);
+    const std::ptrdiff_t stride = picture.strides[0];
+    if (picture.planes[0] == nullptr || (size.rows > 1 && std::abs(stride) < size.rowBytes))
+        detail::failPlainly("The memory given holds no picture of " +
+                            std::to_string(picture.width) + " x " + std::to_string(picture.height));
+    RgbImage image(Vec<int, 2>(picture.height, picture.width));
+    auto* to = reinterpret_cast<uint8_t*>(image.data());
+    for (int row = 0; row < size.rows; ++row, to += size.rowBytes)
+        std::copy_n(picture.planes[0] + row * stride, size.rowBytes, to);
+    return image;
+}
+
 } // namespace
 
-void writeImage(std::string path, Image image, int compressionLevel, ImageFileType type) {
+// A matrix shares its pixels, so that the copy costs nothing.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void writeImage(std::string path, RgbImage image, int compressionLevel, ImageFileType type) {
     detail::initialiseOnce();
     if (type == ImageFileType::Auto)
         type = getImageFileType(path);
-    const auto codecContext = openEncoder(type, image.size, compressionLevel);
+    const auto codecContext = openEncoder(type, image.size, compressionLevel, std::nullopt);
     const auto packet = encode(image, *codecContext);
     writeFile(path, packet->data, static_cast<size_t>(packet->size));
+}
+
+void writeImage(const std::string& path, const RgbImage& image, const WriteImageOptions& options) {
+    constexpr int encodersChoice = -1;
+    requireRange("quality", options.quality, 1, 100);
+    requireRange("compression", options.compression, 0, 9);
+    const ImageFileType type = typeOf(path, options.type);
+    detail::initialiseOnce();
+    const auto codecContext = openEncoder(
+        type, image.size, options.compression.value_or(encodersChoice), options.quality);
+    const auto packet = encode(image, *codecContext);
+    AtomicFile file(path);
+    file.write(packet->data, static_cast<size_t>(packet->size));
+    file.publish(AtomicFile::Flush::BySystem);
+}
+
+void writeImage(const std::string& path, const ConstImageView& picture,
+                const WriteImageOptions& options) {
+    writeImage(path, packed(picture), options);
 }
 
 } // namespace tio::ffmpeg
