@@ -2,6 +2,7 @@
 option(TARN_BUILD_TESTS "Build the test suite (needs GoogleTest)" ${PROJECT_IS_TOP_LEVEL_})
 option(TARN_BUILD_TOOLS "Build the command-line program (needs CLI11)" ${PROJECT_IS_TOP_LEVEL_})
 option(TARN_BUILD_EXAMPLES "Build the example programs" ${PROJECT_IS_TOP_LEVEL_})
+option(TARN_BUILD_PYTHON "Build the Python package (needs Python 3.9, NumPy and pybind11)" OFF)
 option(TARN_BUILD_BENCH "Build the benchmarks (needs Google Benchmark)" OFF)
 option(TARN_BUILD_FUZZ "Build the libFuzzer targets (needs clang)" OFF)
 option(TARN_TESTING "Build tarn_videoio_testing, the static library with everything visible"

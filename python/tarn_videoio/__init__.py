@@ -1,0 +1,13 @@
+"""Exact reading and writing of video, sound and images over FFmpeg.
+
+    import tarn_videoio as tv
+
+    with tv.VideoReader("clip.mp4") as v:
+        picture = v[100]            # uint8 (H, W, 3)
+        batch = v.frames([5, 3, 9]) # decoded once, in this order
+"""
+
+from ._errors import Cancelled, Error, IndexMismatch, Timeout
+from ._index import FrameIndex
+from ._metadata import Probe, SoundMetadata, StreamMetadata, VideoMetadata, probe
+from ._video import Frame, FrameBatch, VideoReader
