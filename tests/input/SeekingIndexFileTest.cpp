@@ -299,7 +299,7 @@ private:
 };
 
 TEST_F(SeekingIndexFileTest, MemoryThatRunsOutIsToldWithThePath) {
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer takes memory of its own";
 #endif
     writeIndex({0, 1, 2});
