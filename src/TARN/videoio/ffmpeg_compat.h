@@ -18,6 +18,7 @@ extern "C" {
 #include <libavutil/mathematics.h>
 #include <libavutil/mem.h>
 #include <libavutil/opt.h>
+#include <libavutil/parseutils.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -275,6 +276,27 @@ inline void dropDisplayMatrix([[maybe_unused]] AVCodecParameters& parameters) {
     av_packet_side_data_remove(parameters.coded_side_data, &parameters.nb_coded_side_data,
                                AV_PKT_DATA_DISPLAYMATRIX);
 #endif
+}
+
+/// Gives a stream what its original's container tells of it beyond its parameters, which are copied
+/// already: how pictures are turned, how bright they were mastered, and the like.
+/// @returns a negative number when memory runs out
+inline int copySideData(AVStream& copy, [[maybe_unused]] const AVStream& original, bool withTurn) {
+#if TARN_FFMPEG_HAS_CODED_SIDE_DATA
+    if (!withTurn)
+        dropDisplayMatrix(*copy.codecpar);
+#else
+    for (int i = 0; i < original.nb_side_data; ++i) {
+        const AVPacketSideData& data = original.side_data[i];
+        if (data.type == AV_PKT_DATA_DISPLAYMATRIX && !withTurn)
+            continue;
+        uint8_t* bytes = av_stream_new_side_data(&copy, data.type, data.size);
+        if (bytes == nullptr)
+            return AVERROR(ENOMEM);
+        std::memcpy(bytes, data.data, static_cast<size_t>(data.size));
+    }
+#endif
+    return 0;
 }
 
 /// Has the muxer tell players to turn a stream's pictures clockwise by 0 to 3 quarter turns, and to

@@ -2,9 +2,8 @@
 
 #include "base/checks.h"
 #include "exact/index/SourceBytes.h"
+#include "exact/run/readingFailure.h"
 #include "input/InputAccess.h"
-
-#include <TARN/videoio/Exception.h>
 
 #include <new>
 #include <string>
@@ -40,42 +39,18 @@ bool PacketSource::read() {
     av_packet_unref(current.get());
     if (input->getNextPacketForStream(current.get(), index))
         return true;
-    // Taken for the end, it would make a shorter stream of this one.
-    const EndReason reason = input->getEndReason();
-    if (InputAccess::wasCutShort(*input) || reason.code == AVERROR(ENOMEM))
-        failReading(reason);
+    requireEnd(*input, source);
     return false;
-}
-
-void PacketSource::failReading(const EndReason& reason) const {
-    using Kind = EndReason::Kind;
-    if (reason.kind == Kind::Timeout)
-        throw Exception("Reading took longer than " +
-                            std::to_string(source.options().readTimeout.count()) +
-                            " ms: " + source.name(),
-                        AVERROR(ETIMEDOUT));
-    if (reason.kind == Kind::Cancelled)
-        throw Exception("Reading was cancelled: " + source.name(), AVERROR_EXIT);
-    throwFfmpegFailure(reason.code < 0 ? reason.code : AVERROR_EXTERNAL, {"PacketSource", 1},
-                       &source.name());
 }
 
 const AVFormatContext& PacketSource::format() const {
     return InputAccess::contextOf(*input);
 }
 
-// What was stopped is not tried in another way.
 bool PacketSource::seek(int64_t target, int flags) {
-    using Kind = EndReason::Kind;
     av_packet_unref(current.get());
     ++seeks;
-    const int sought = InputAccess::seek(*input, index, target, flags);
-    if (sought >= 0)
-        return true;
-    const EndReason reason = InputAccess::reasonFor(*input, sought);
-    if (reason.kind == Kind::Timeout || reason.kind == Kind::Cancelled)
-        failReading(reason);
-    return false;
+    return seekOrStop(*input, source, index, target, flags);
 }
 
 bool PacketSource::seekToTime(int64_t ticks) {

@@ -51,8 +51,6 @@ public:
 private:
     [[nodiscard]] bool seek(int64_t target, int flags);
 
-    [[noreturn]] void failReading(const EndReason& reason) const;
-
     Source source;
     std::unique_ptr<InputFormatContext> input;
     PacketHandle current;

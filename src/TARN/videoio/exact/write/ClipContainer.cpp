@@ -24,36 +24,46 @@ constexpr std::array<ClipContainer, 9> containers = {{
     {".mka", "matroska", false, false, "", "flac"},
 }};
 
-std::string names(bool (*wanted)(const ClipContainer&, const AVCodec*), const AVCodec* codec) {
+template <typename Wanted>
+std::string names(const Wanted& wanted) {
     std::string list;
     for (const ClipContainer& container : containers) {
-        if (wanted(container, codec))
+        if (wanted(container))
             list += (list.empty() ? "" : ", ") + std::string(container.extension);
     }
     return list;
 }
 
-// Two muxers tell more or less than they take when they are asked.
-bool holds(const ClipContainer& container, const AVCodec* codec) {
-    if (codec->type == AVMEDIA_TYPE_VIDEO && !container.pictures)
-        return false;
-    const std::string muxer = container.muxer;
-    if (muxer == "webm")
-        return codec->id == AV_CODEC_ID_VP8 || codec->id == AV_CODEC_ID_VP9 ||
-               codec->id == AV_CODEC_ID_AV1 || codec->id == AV_CODEC_ID_OPUS ||
-               codec->id == AV_CODEC_ID_VORBIS;
-    if (muxer == "flac")
-        return codec->id == AV_CODEC_ID_FLAC;
-    const AVOutputFormat* format = av_guess_format(muxer.c_str(), nullptr, nullptr);
-    return format != nullptr &&
-           avformat_query_codec(format, codec->id, FF_COMPLIANCE_EXPERIMENTAL) == 1;
-}
-
 } // namespace
+
+// Two muxers tell more or less than they take when they are asked.
+bool ClipContainer::holds(AVCodecID id) const {
+    if (avcodec_get_type(id) != AVMEDIA_TYPE_AUDIO && !pictures)
+        return false;
+    const std::string name = muxer;
+    if (name == "webm")
+        return id == AV_CODEC_ID_VP8 || id == AV_CODEC_ID_VP9 || id == AV_CODEC_ID_AV1 ||
+               id == AV_CODEC_ID_OPUS || id == AV_CODEC_ID_VORBIS || id == AV_CODEC_ID_WEBVTT;
+    if (name == "wav") { // others have numbers there, which next to nobody reads
+        const std::string kind = avcodec_get_name(id);
+        if (kind.rfind("pcm_", 0) != 0 && kind.rfind("adpcm_", 0) != 0 && id != AV_CODEC_ID_MP3 &&
+            id != AV_CODEC_ID_MP2)
+            return false;
+    }
+    if (name == "flac")
+        return id == AV_CODEC_ID_FLAC;
+    const AVOutputFormat* format = av_guess_format(muxer, nullptr, nullptr);
+    return format != nullptr && avformat_query_codec(format, id, FF_COMPLIANCE_EXPERIMENTAL) == 1;
+}
 
 int ClipContainer::fixedScale() const {
     constexpr int milliseconds = 1000;
     return mp4 || !pictures ? 0 : milliseconds;
+}
+
+bool ClipContainer::isMatroska() const {
+    const std::string name = muxer;
+    return name == "matroska" || name == "webm";
 }
 
 const ClipContainer& containerOf(const std::string& path) {
@@ -64,16 +74,17 @@ const ClipContainer& containerOf(const std::string& path) {
         if (extension == container.extension)
             return container;
     }
-    const auto any = [](const ClipContainer&, const AVCodec*) { return true; };
-    refuse(path, "the name does not end as that of a clip does: " + names(any, nullptr));
+    const auto any = [](const ClipContainer&) { return true; };
+    refuse(path, "the name does not end as that of a clip does: " + names(any));
 }
 
-void requireHolds(const ClipContainer& container, const AVCodec& codec, const std::string& path) {
-    if (holds(container, &codec))
+void requireHolds(const ClipContainer& container, AVCodecID codec, const std::string& what,
+                  const std::string& path) {
+    if (container.holds(codec))
         return;
-    const std::string able = names(holds, &codec);
-    refuse(path, std::string(container.extension) + " cannot hold what the encoder " + codec.name +
-                     " makes" + (able.empty() ? "" : "; " + able + " can"));
+    const std::string able = names([&](const ClipContainer& other) { return other.holds(codec); });
+    refuse(path, std::string(container.extension) + " cannot hold " + what +
+                     (able.empty() ? "" : "; " + able + " can"));
 }
 
 } // namespace tio::ffmpeg::detail

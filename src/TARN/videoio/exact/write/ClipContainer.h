@@ -17,13 +17,19 @@ struct ClipContainer {
 
     /// Milliseconds, where ticks cannot be chosen; else 0.
     [[nodiscard]] int fixedScale() const;
+
+    [[nodiscard]] bool isMatroska() const;
+
+    [[nodiscard]] bool holds(AVCodecID id) const;
 };
 
 /// The container of a file's name, upper and lower case alike.
 /// @throws ClipRefusal for an extension that none has
 [[nodiscard]] const ClipContainer& containerOf(const std::string& path);
 
+/// @param what  has to be held, in words
 /// @throws ClipRefusal that lists the containers which can
-void requireHolds(const ClipContainer& container, const AVCodec& codec, const std::string& path);
+void requireHolds(const ClipContainer& container, AVCodecID codec, const std::string& what,
+                  const std::string& path);
 
 } // namespace tio::ffmpeg::detail

@@ -4,7 +4,6 @@
 #include "base/checks.h"
 
 #include <utility>
-#include <vector>
 
 namespace tio::ffmpeg::detail {
 
@@ -17,9 +16,24 @@ constexpr Location at(int number) {
 constexpr int nanoseconds = 1000000000;
 constexpr int quarterTurn = 90; // degrees
 
-bool isMatroska(const ClipContainer& container) {
-    const std::string muxer = container.muxer;
-    return muxer == "matroska" || muxer == "webm";
+// Whether a tag describes the file that a stream came from, and is none of the stream's own.
+bool isOfTheFile(const std::string& key) {
+    for (const char* head : {"_STATISTICS", "BPS", "NUMBER_OF_", "DURATION"}) {
+        if (key.rfind(head, 0) == 0)
+            return true;
+    }
+    return key == "rotate"; // the matrix is copied
+}
+
+// The original's where the container knows it for this codec.
+unsigned tagFor(const AVOutputFormat& muxer, const AVCodecParameters& codec, bool mp4) {
+    if (muxer.codec_tag == nullptr ||
+        av_codec_get_id(muxer.codec_tag, codec.codec_tag) == codec.codec_id)
+        return codec.codec_tag;
+    const bool headersApart = codec.extradata_size > 0 && codec.extradata[0] == 1;
+    if (mp4 && codec.codec_id == AV_CODEC_ID_HEVC && headersApart)
+        return MKTAG('h', 'v', 'c', '1'); // Apple's players know no other
+    return 0;
 }
 
 } // namespace
@@ -44,19 +58,24 @@ void ClipMuxer::requireDisk(int place) const {
     require(context->pb != nullptr ? context->pb->error : 0, place);
 }
 
-AVStream& ClipMuxer::addStream(const AVCodecContext& encoder, AVRational timeBase) {
+AVStream& ClipMuxer::addStream(AVRational timeBase) {
     AVStream* stream = avformat_new_stream(context, nullptr);
     require(stream != nullptr ? 0 : AVERROR(ENOMEM), 20);
-    require(avcodec_parameters_from_context(stream->codecpar, &encoder), 21);
-    stream->codecpar->codec_tag = 0; // the muxer knows its own
     stream->time_base = timeBase;
+    tracks.push_back({timeBase, {}});
     return *stream;
+}
+
+AVStream& ClipMuxer::addStream(const AVCodecContext& encoder, AVRational timeBase) {
+    AVStream& stream = addStream(timeBase);
+    require(avcodec_parameters_from_context(stream.codecpar, &encoder), 21);
+    stream.codecpar->codec_tag = 0; // the muxer knows its own
+    return stream;
 }
 
 int ClipMuxer::addPictures(const AVCodecContext& encoder, const ClipWriterOptions& options,
                            int64_t ticks) {
-    ticksOfPictures = {1, static_cast<int>(ticks)};
-    AVStream& stream = addStream(encoder, ticksOfPictures);
+    AVStream& stream = addStream(encoder, {1, static_cast<int>(ticks)});
     stream.sample_aspect_ratio = encoder.sample_aspect_ratio;
     if (options.rate)
         stream.avg_frame_rate = encoder.framerate;
@@ -68,13 +87,49 @@ int ClipMuxer::addPictures(const AVCodecContext& encoder, const ClipWriterOption
 }
 
 int ClipMuxer::addSound(const AVCodecContext& encoder, const ClipWriterOptions& options) {
-    ticksOfSound = {1, encoder.sample_rate};
-    AVStream& stream = addStream(encoder, ticksOfSound);
+    AVStream& stream = addStream(encoder, {1, encoder.sample_rate});
     if (!options.language.empty())
         require(av_dict_set(&stream.metadata, "language", options.language.c_str(), 0), 40);
-    if (isMatroska(kind))
-        require(delay.prepare(stream), 41);
+    if (kind.isMatroska())
+        require(tracks.back().delay.prepare(stream), 41);
     return stream.index;
+}
+
+int ClipMuxer::addCopy(const AVStream& original, AVRational ticks, int runIn, bool keepTurn) {
+    AVStream& stream = addStream(ticks);
+    AVCodecParameters& codec = *stream.codecpar;
+    require(avcodec_parameters_copy(&codec, original.codecpar), 45);
+    codec.codec_tag = tagFor(*context->oformat, codec, kind.mp4);
+    require(compat::copySideData(stream, original, keepTurn), 46);
+    const AVDictionaryEntry* tag = nullptr;
+    while ((tag = av_dict_get(original.metadata, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+        if (!isOfTheFile(tag->key))
+            require(av_dict_set(&stream.metadata, tag->key, tag->value, 0), 47);
+    }
+    stream.disposition = original.disposition;
+    if (original.sample_aspect_ratio.num > 0) // the container counts, as it does for players
+        codec.sample_aspect_ratio = original.sample_aspect_ratio;
+    stream.sample_aspect_ratio = codec.sample_aspect_ratio;
+    stream.avg_frame_rate = original.avg_frame_rate;
+    stream.r_frame_rate = original.r_frame_rate;
+    if (codec.codec_type == AVMEDIA_TYPE_AUDIO)
+        codec.initial_padding = runIn;
+    if (kind.isMatroska() && codec.codec_type == AVMEDIA_TYPE_AUDIO)
+        require(tracks.back().delay.prepare(stream), 48);
+    return stream.index;
+}
+
+// MP4's muxer knows one scale for all tracks of pictures.
+int64_t ClipMuxer::scaleOfPictures() const {
+    int64_t scale = 0;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        const AVStream& stream = *context->streams[i];
+        if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO)
+            continue;
+        const int64_t own = stream.time_base.den;
+        scale = scale == 0 ? own : commonMultiple(scale, own, INT32_MAX).value_or(scale);
+    }
+    return scale;
 }
 
 void ClipMuxer::describe(const ClipWriterOptions& options) {
@@ -108,14 +163,11 @@ void ClipMuxer::begin(const std::string& path, const ClipWriterOptions& options,
     Options muxing;
     if (kind.mp4) {
         muxing.set("movie_timescale", std::to_string(movieScale).c_str());
-        for (unsigned i = 0; i < context->nb_streams; ++i) {
-            const AVStream& stream = *context->streams[i];
-            if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
-                muxing.set("video_track_timescale", std::to_string(stream.time_base.den).c_str());
-        }
+        if (const int64_t scale = scaleOfPictures(); scale != 0)
+            muxing.set("video_track_timescale", std::to_string(scale).c_str());
         muxing.set("movflags", options.faststart ? "+write_colr+faststart" : "+write_colr");
     }
-    if (isMatroska(kind)) {
+    if (kind.isMatroska()) {
         context->avoid_negative_ts = 0; // the run-in would move the pictures as well
         muxing.set("write_crc32", "0"); // the run-in of sound is written into what is summed up
     }
@@ -131,12 +183,9 @@ void ClipMuxer::begin(const std::string& path, const ClipWriterOptions& options,
 }
 
 void ClipMuxer::write(AVPacket& packet, int stream) {
-    const bool pictures = context->streams[stream]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
-    const AVRational given = pictures ? ticksOfPictures : ticksOfSound;
-    if (!pictures) {
-        packet.pts += delay.shift();
-        packet.dts += delay.shift();
-    }
+    const auto& [given, delay] = tracks[static_cast<size_t>(stream)];
+    packet.pts += delay.shift();
+    packet.dts += delay.shift();
     av_packet_rescale_ts(&packet, given, context->streams[stream]->time_base);
     packet.stream_index = stream;
     require(av_interleaved_write_frame(context, &packet), 80);
@@ -147,7 +196,8 @@ void ClipMuxer::end() {
     require(av_write_trailer(context), 90);
     requireDisk(91);
     require(avio_closep(&context->pb), 92);
-    require(delay.fill(file), 93);
+    for (const Track& track : tracks)
+        require(track.delay.fill(file), 93);
 }
 
 } // namespace tio::ffmpeg::detail

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tio::ffmpeg::detail {
 
@@ -27,6 +28,12 @@ public:
     int addPictures(const AVCodecContext& encoder, const ClipWriterOptions& options, int64_t ticks);
     int addSound(const AVCodecContext& encoder, const ClipWriterOptions& options);
 
+    /// Adds a stream that is copied from another file.
+    /// @param ticks  of its packets' times
+    /// @param runIn  samples of sound that a player takes off at the beginning
+    /// @returns its number
+    int addCopy(const AVStream& original, AVRational ticks, int runIn, bool keepTurn);
+
     /// Opens the file and writes what comes before the packets.
     /// @param path        of the file; one that is there is overwritten
     /// @param movieScale  ticks a second in which MP4 says when a track begins
@@ -39,7 +46,14 @@ public:
     void end();
 
 private:
+    struct Track {
+        AVRational ticks;
+        MatroskaDelay delay;
+    };
+
+    AVStream& addStream(AVRational timeBase);
     AVStream& addStream(const AVCodecContext& encoder, AVRational timeBase);
+    [[nodiscard]] int64_t scaleOfPictures() const;
     void describe(const ClipWriterOptions& options);
     void addChapters(const ClipWriterOptions& options);
     void require(int result, int place) const;
@@ -49,9 +63,7 @@ private:
     std::string name;
     AVFormatContext* context = nullptr;
     std::string file; ///< that is written
-    MatroskaDelay delay;
-    AVRational ticksOfPictures{1, 1};
-    AVRational ticksOfSound{1, 1};
+    std::vector<Track> tracks;
 };
 
 } // namespace tio::ffmpeg::detail

@@ -11,10 +11,6 @@
 #include <cctype>
 #include <limits>
 
-extern "C" {
-#include <libavutil/parseutils.h>
-}
-
 namespace tio::ffmpeg::detail {
 
 namespace {
@@ -188,7 +184,8 @@ ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {
     if (plan.container->pictures) {
         const std::string name = options.codec.empty() ? plan.container->codec : options.codec;
         plan.codec = &findEncoder(name, AVMEDIA_TYPE_VIDEO, path);
-        requireHolds(*plan.container, *plan.codec, path);
+        requireHolds(*plan.container, plan.codec->id,
+                     std::string("what the encoder ") + plan.codec->name + " makes", path);
         const AVCodecDescriptor* about = avcodec_descriptor_get(plan.codec->id);
         plan.times.reorders = about != nullptr && (about->props & AV_CODEC_PROP_REORDER) != 0;
         tryPictures(*plan.codec, options, path);
@@ -197,7 +194,8 @@ ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {
         const std::string name =
             options.audioCodec.empty() ? plan.container->audioCodec : options.audioCodec;
         plan.audioCodec = &findEncoder(name, AVMEDIA_TYPE_AUDIO, path);
-        requireHolds(*plan.container, *plan.audioCodec, path);
+        requireHolds(*plan.container, plan.audioCodec->id,
+                     std::string("what the encoder ") + plan.audioCodec->name + " makes", path);
         trySound(*plan.audioCodec, options, path);
     }
     return plan;
