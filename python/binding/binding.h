@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TARN/core/Rational.h>
+#include <TARN/videoio/FrameDigest.h>
 
 #include <cstdint>
 #include <pybind11/pybind11.h>
@@ -21,6 +22,8 @@ using Seconds = tio::Rational<1, int64_t>;
 inline Pair pairOf(const Seconds& value) {
     return {value.numerator, value.denominator};
 }
+
+py::bytes bytesOf(const ffmpeg::FrameDigest& digest);
 
 void bindFailures(py::module_& module);
 void bindLog(py::module_& module);

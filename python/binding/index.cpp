@@ -53,6 +53,15 @@ ffmpeg::FrameIndex build(const ffmpeg::Source& source, std::optional<int> stream
     return inLibrary([&] { return ffmpeg::FrameIndex::build(source, options); });
 }
 
+} // namespace
+
+py::bytes bytesOf(const ffmpeg::FrameDigest& digest) {
+    const auto bytes = digest.toBytes();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; // NOLINT: as Python has it
+}
+
+namespace {
+
 py::bytes toBytes(const ffmpeg::FrameIndex& index) {
     const std::vector<uint8_t> bytes = inLibrary([&] { return index.toBytes(); });
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; // NOLINT: as Python has it
@@ -109,6 +118,8 @@ void bindIndices(py::module_& module) {
              [](const Index& index, const ffmpeg::Source& source) {
                  return nameOf(inLibrary([&] { return index.match(source); }));
              })
+        .def("digest", [](const Index& index, int64_t first,
+                          int64_t stop) { return bytesOf(index.digest(first, stop)); })
         .def_property_readonly("count", &Index::frameCount)
         .def_property_readonly("has_checksums", &Index::hasChecksums)
         .def_property_readonly("damaged", &Index::isDamaged);

@@ -187,6 +187,21 @@ void bindTimes(py::class_<Reader>& bound) {
         });
 }
 
+void bindParts(py::class_<Reader>& bound) {
+    bound
+        .def("partitions",
+             [](Reader& reader, int64_t count) {
+                 std::vector<std::pair<int64_t, int64_t>> told;
+                 for (const FrameReader::Range& range :
+                      reader.use([&](FrameReader& open) { return open.partitions(count); }))
+                     told.emplace_back(range.first, range.stop);
+                 return told;
+             })
+        .def("digest", [](Reader& reader, int64_t first, int64_t stop) {
+            return bytesOf(reader.use([&](FrameReader& open) { return open.digest(first, stop); }));
+        });
+}
+
 } // namespace
 
 void bindReaders(py::module_& module) {
@@ -203,6 +218,7 @@ void bindReaders(py::module_& module) {
             return reader.use([](FrameReader& open) { return open.stream(); });
         });
     bindTimes(bound);
+    bindParts(bound);
 }
 
 } // namespace tio::python

@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 from typing import Any, Optional, Union
 
-from . import _checks, _native
+from . import _checks, _native, _numbers
 from ._calls import Progress, ProgressFunction, call
 from ._sources import Source, local_path, origin_of, settings
 
@@ -79,6 +79,15 @@ class FrameIndex:
         has been changed since, "foreign" when it is another one."""
         origin = origin_of(source)
         return call(origin.name, self._native.match, origin.open(), path=origin.path)
+
+    def digest(self, first: int = 0, stop: Optional[int] = None) -> bytes:
+        """What `VideoReader.digest` gives when those are the pictures that it decodes.
+
+        Made of the checksums, decodes nothing. Raises IndexError for frames that there are not,
+        and tv.Error for an index without checksums.
+        """
+        begin, end = _numbers.span(first, stop, len(self))
+        return call(self._name, self._native.digest, begin, end)
 
     def __len__(self) -> int:
         return self._native.count

@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import operator
-from typing import Any, List, Union
+from typing import Any, List, Tuple, Union
 
 import numpy as np
+
+from . import _checks
 
 
 def one(value: Any, count: int, what: str = "frame") -> int:
@@ -20,6 +22,22 @@ def one(value: Any, count: int, what: str = "frame") -> int:
     if not -count <= number < count:
         raise IndexError(f"{what} {number} of {count}")
     return number + count if number < 0 else number
+
+
+def span(first: Any, stop: Any, count: int) -> Tuple[int, int]:
+    """Where a range of frames begins and stops; negative numbers count from the end.
+
+    None stops at the end. IndexError where there are no such frames.
+    """
+    found = []
+    for place in (first, count if stop is None else stop):
+        number = _checks.integer(place, "the end of a range", -2**63, 2**63 - 1)
+        if not -count <= number <= count:
+            raise IndexError(f"frame {number} of {count}")
+        found.append(number + count if number < 0 else number)
+    if found[0] > found[1]:
+        raise IndexError(f"a range of frames from {found[0]} to {found[1]}")
+    return found[0], found[1]
 
 
 def many(values: Any, count: int) -> "np.ndarray[Any, Any]":

@@ -249,6 +249,29 @@ class VideoReader:
         step = None if rate is None else 1 / _times.positive(rate, "rate")
         return self._batch(self._numbers_between(begin, end, step, count), None)
 
+    # Parts of the clip
+
+    def partitions(self, count: Optional[int] = None) -> List[Tuple[int, int]]:
+        """All frames in at most `count` ranges (first, stop), rising, that cost about the same.
+
+        Each begins where decoding can begin, so that they can be read one by one, in any order, on
+        any machine. What one costs is how many packets have to be decoded for it. Without a count
+        there are as many as there are such places.
+        """
+        frames = len(self)
+        most = max(frames, 1) if count is None else _checks.integer(count, "count", 1)
+        return self._call(self._native.partitions, most)
+
+    def digest(self, first: int = 0, stop: Optional[int] = None) -> bytes:
+        """A hash over the frames `first` to `stop` - 1 as they are decoded: 16 bytes.
+
+        It has nothing to do with the format, colours or size of the reader, and needs no stored
+        checksums. The same pictures in the same order have the same digest, on every host. Decodes
+        all of them. Raises IndexError for frames that there are not.
+        """
+        begin, end = _numbers.span(first, stop, len(self))
+        return self._call(self._native.digest, begin, end)
+
     # Past one process
 
     def close(self) -> None:
