@@ -31,5 +31,6 @@ void bindSources(py::module_& module);
 void bindIndices(py::module_& module);
 void bindMedia(py::module_& module);
 void bindReaders(py::module_& module);
+void bindWriters(py::module_& module);
 
 } // namespace tio::python

@@ -9,4 +9,5 @@ PYBIND11_MODULE(_native, module) {
     bindIndices(module);
     bindMedia(module);
     bindReaders(module);
+    bindWriters(module);
 }

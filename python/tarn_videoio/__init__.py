@@ -11,3 +11,4 @@ from ._errors import Cancelled, Error, IndexMismatch, Timeout
 from ._index import FrameIndex
 from ._metadata import Probe, SoundMetadata, StreamMetadata, VideoMetadata, probe
 from ._video import Frame, FrameBatch, VideoReader
+from ._writers import AudioWriter, VideoWriter
