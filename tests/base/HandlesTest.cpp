@@ -1,6 +1,6 @@
-#include "support/BareObjects.h"
+#include "base/handles.h"
 
-#include <TARN/videoio/detail/Handles.h>
+#include "support/BareObjects.h"
 
 #include <gtest/gtest.h>
 #include <type_traits>

@@ -1,4 +1,5 @@
 #include "IndexMatchFixture.h"
+#include "base/handles.h"
 #include "support/ByteEdits.h"
 #include "support/ClipMaker.h"
 #include "support/Expectations.h"
@@ -9,7 +10,6 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FrameIndex.h>
 #include <TARN/videoio/FrameReader.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,3 +1,4 @@
+#include "base/handles.h"
 #include "support/ClipMaker.h"
 #include "support/Expectations.h"
 #include "support/Interception.h"
@@ -9,7 +10,6 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <chrono>
 #include <fstream>

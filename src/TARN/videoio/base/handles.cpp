@@ -1,7 +1,7 @@
+#include "base/handles.h"
+
 #include "base/filterLibrary.h"
 #include "ffmpeg_compat.h"
-
-#include <TARN/videoio/detail/Handles.h>
 
 namespace tio::ffmpeg::detail {
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "base/handles.h"
+
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/Packet.h>
-#include <TARN/videoio/detail/Handles.h>
 
 struct AVCodecContext;
 struct AVCodecParameters;

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
 #include "input/ByteChannel.h"
 #include "input/InputWatch.h"
 
 #include <TARN/videoio/Source.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <memory>

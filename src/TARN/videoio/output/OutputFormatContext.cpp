@@ -1,11 +1,11 @@
 #include "base/checks.h"
+#include "base/handles.h"
 #include "base/ticks.h"
 #include "ffmpeg_compat.h"
 #include "media/avRational.h"
 
 #include <TARN/core/Rational.h>
 #include <TARN/videoio/OutputFormatContext.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <map>

@@ -1,5 +1,6 @@
 #include "base/Options.h"
 #include "base/checks.h"
+#include "base/handles.h"
 #include "base/initialise.h"
 #include "base/parseInteger.h"
 #include "base/ticks.h"
@@ -7,7 +8,6 @@
 #include "media/avRational.h"
 
 #include <TARN/videoio/PacketEncoder.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <new>

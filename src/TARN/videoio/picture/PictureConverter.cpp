@@ -1,9 +1,8 @@
 #include "picture/PictureConverter.h"
 
 #include "base/checks.h"
+#include "base/handles.h"
 #include "picture/PlanePass.h"
-
-#include <TARN/videoio/detail/Handles.h>
 
 #include <string>
 #include <utility>

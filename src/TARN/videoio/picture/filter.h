@@ -1,8 +1,7 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
-
-#include <TARN/videoio/detail/Handles.h>
 
 #include <map>
 #include <memory>

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>
 #include <TARN/videoio/Frame.h>
 #include <TARN/videoio/Types.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <array>
 #include <cstdint>

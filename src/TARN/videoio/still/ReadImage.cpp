@@ -1,4 +1,5 @@
 #include "base/checks.h"
+#include "base/handles.h"
 #include "base/initialise.h"
 #include "ffmpeg_compat.h"
 #include "input/ByteChannel.h"
@@ -11,7 +12,6 @@
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/ReadImage.h>
 #include <TARN/videoio/Types.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <array>
 #include <filesystem>

@@ -1,11 +1,11 @@
 #include "base/checks.h"
+#include "base/handles.h"
 #include "base/initialise.h"
 #include "ffmpeg_compat.h"
 #include "picture/swscale.h"
 
 #include <TARN/videoio/AtomicFile.h>
 #include <TARN/videoio/WriteImage.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,7 @@
 #include "exact/write/MatroskaDelay.h"
 
 #include "base/fileHandle.h"
-
-#include <TARN/videoio/detail/Handles.h>
+#include "base/handles.h"
 
 #include <cerrno>
 #include <cstdio>

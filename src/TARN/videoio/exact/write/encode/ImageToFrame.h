@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/ClipWriterOptions.h>
 #include <TARN/videoio/Image.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <string>
 #include <vector>

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/handles.h"
 #include "exact/write/encode/ImageToFrame.h"
 #include "exact/write/fractions.h"
 
 #include <TARN/videoio/ClipWriterOptions.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <deque>

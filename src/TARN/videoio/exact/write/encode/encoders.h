@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/ClipWriterOptions.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <map>
 #include <string>
