@@ -19,6 +19,20 @@ struct Location {
     [[nodiscard]] std::string text() const;
 };
 
+/// The checks of one source by their numbers: `constexpr detail::Places at("PacketDecoder");`
+/// there, and `at(3)` at each.
+class Places {
+public:
+    constexpr explicit Places(const char* source) noexcept : file(source) {}
+
+    [[nodiscard]] constexpr Location operator()(int number) const noexcept {
+        return {file, number};
+    }
+
+private:
+    const char* file;
+};
+
 /// Logger of everything that the library itself says.
 extern const std::string rootLogger;
 

@@ -12,9 +12,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-constexpr Location at(int number) {
-    return {"PacketDecoder", number};
-}
+constexpr Places at("PacketDecoder");
 
 CodecContextHandle newContext(const AVCodec* decoder) {
     CodecContextHandle context(avcodec_alloc_context3(decoder));

@@ -11,9 +11,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"StreamDecoder", number};
-}
+constexpr detail::Places at("StreamDecoder");
 
 // Before every real timestamp, and far enough from the edge that demuxers can rescale it.
 constexpr int64_t beforeAllTime = std::numeric_limits<int64_t>::min() / 1000000;

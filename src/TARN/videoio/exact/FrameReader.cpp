@@ -9,9 +9,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"FrameReader", number};
-}
+constexpr detail::Places at("FrameReader");
 
 } // namespace
 

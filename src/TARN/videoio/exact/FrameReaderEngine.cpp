@@ -19,9 +19,7 @@ namespace {
 
 using Outcome = detail::FrameFinder::Outcome;
 
-constexpr detail::Location at(int number) {
-    return {"FrameReader", number};
-}
+constexpr detail::Places at("FrameReader");
 
 detail::PictureConverter::Target targetOf(const FrameReaderOptions& options,
                                           std::optional<PixelFormat> frames) {

@@ -16,9 +16,7 @@ namespace {
 
 using detail::OpenInput;
 
-constexpr detail::Location at(int number) {
-    return {"InputFormatContext", number};
-}
+constexpr detail::Places at("InputFormatContext");
 
 // Later than any real time, so that the first packet read becomes the earliest.
 constexpr int64_t noTimestampYet = 2147483647;

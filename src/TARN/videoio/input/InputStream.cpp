@@ -14,9 +14,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"InputStream", number};
-}
+constexpr detail::Places at("InputStream");
 
 // The most negative 64-bit integer in microseconds, FFmpeg's unit, turned into seconds: before
 // every real timestamp, and far enough from the edge that demuxers can rescale it.

@@ -12,9 +12,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"Packet", number};
-}
+constexpr detail::Places at("Packet");
 
 // As for the data: memory that runs out is told by an Exception.
 detail::OwnedPacket makeBlankPacket() {

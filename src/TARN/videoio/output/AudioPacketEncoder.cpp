@@ -9,9 +9,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"AudioPacketEncoder", number};
-}
+constexpr detail::Places at("AudioPacketEncoder");
 
 } // namespace
 

@@ -18,9 +18,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"OutputFormatContext", number};
-}
+constexpr detail::Places at("OutputFormatContext");
 
 void describe(AVStream& stream, const AVCodecParameters& parameters, int rotation) {
     detail::checkResult(avcodec_parameters_copy(stream.codecpar, &parameters), at(90));

@@ -9,9 +9,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"OutputStream", number};
-}
+constexpr detail::Places at("OutputStream");
 
 // Before the base sees it, which would not say what kind of stream it is.
 const std::shared_ptr<OutputFormatContext>&

@@ -17,9 +17,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"PacketEncoder", number};
-}
+constexpr detail::Places at("PacketEncoder");
 
 } // namespace
 

@@ -10,9 +10,7 @@ namespace tio::ffmpeg {
 
 namespace {
 
-constexpr detail::Location at(int number) {
-    return {"StreamEncoder", number};
-}
+constexpr detail::Places at("StreamEncoder");
 
 Rational truncated(Rational time, Rational unit) {
     return Rational(detail::wholeTicks(time, unit), 1) * unit;

@@ -15,9 +15,7 @@ namespace {
 
 using Pixel = tio::Vec<uint8_t, 3>;
 
-constexpr detail::Location at(int number) {
-    return {"VideoPacketEncoder", number};
-}
+constexpr detail::Places at("VideoPacketEncoder");
 
 int evenUp(int value) {
     constexpr int largest = std::numeric_limits<int>::max(); // refused by the encoder

@@ -12,9 +12,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-constexpr Location at(int number) {
-    return {"PictureConverter", number};
-}
+constexpr Places at("PictureConverter");
 
 constexpr ColourTags limited601{AVCOL_SPC_SMPTE170M, false};
 

@@ -10,13 +10,11 @@ using tio::ffmpeg::detail::checkResult;
 using tio::ffmpeg::detail::failAssertion;
 using tio::ffmpeg::detail::FilterInOutHandle;
 using tio::ffmpeg::detail::filterLibrary;
-using tio::ffmpeg::detail::Location;
+using tio::ffmpeg::detail::Places;
 
 namespace {
 
-constexpr Location at(int number) {
-    return {"filter", number};
-}
+constexpr Places at("filter");
 
 std::string fraction(AVRational value) {
     return std::to_string(value.num) + "/" + std::to_string(value.den);

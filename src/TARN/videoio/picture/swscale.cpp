@@ -13,14 +13,12 @@ using tio::ffmpeg::PixelFormat;
 using tio::ffmpeg::detail::closeUpRows;
 using tio::ffmpeg::detail::copyRows;
 using tio::ffmpeg::detail::failAssertion;
-using tio::ffmpeg::detail::Location;
+using tio::ffmpeg::detail::Places;
 using tio::ffmpeg::detail::makePlane;
 
 namespace {
 
-constexpr Location at(int number) {
-    return {"swscale", number};
-}
+constexpr Places at("swscale");
 
 SwsContext* makeContext(tio::Vec<int, 2> size, AVPixelFormat source, AVPixelFormat destination) {
     // A codec that found no pixel format has "none", on which swscale would end the process.

@@ -31,9 +31,7 @@ using Orientation = ffmpeg::ImageOrientation;
 using ffmpeg::Source;
 using namespace ffmpeg::detail;
 
-constexpr Location at(int number) {
-    return {"ReadImage", number};
-}
+constexpr Places at("ReadImage");
 
 /// Decodes the first picture of the first stream of an open file.
 class FirstPicture {

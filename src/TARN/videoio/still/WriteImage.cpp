@@ -22,9 +22,7 @@ namespace {
 
 using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 
-constexpr detail::Location at(int number) {
-    return {"WriteImage", number};
-}
+constexpr detail::Places at("WriteImage");
 
 const std::map<ImageFileType, AVCodecID> codecTable = {
     {ImageFileType::Jpeg, AV_CODEC_ID_MJPEG},

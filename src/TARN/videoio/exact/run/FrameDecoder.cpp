@@ -15,9 +15,7 @@ namespace {
 // A decoder that fails more often in a row than it can hold pictures will not recover.
 constexpr int toleratedFailures = 64;
 
-constexpr Location at(int number) {
-    return {"FrameDecoder", number};
-}
+constexpr Places at("FrameDecoder");
 
 uint64_t hashRows(const AVFrame& frame, int plane, int rows, uint64_t seed) {
     const auto format = static_cast<AVPixelFormat>(frame.format);

@@ -16,9 +16,7 @@ namespace {
 
 using Outcome = detail::SoundFinder::Outcome;
 
-constexpr detail::Location at(int number) {
-    return {"SampleReader", number};
-}
+constexpr detail::Places at("SampleReader");
 
 std::string textOf(const Rational& time) {
     return std::to_string(time.numerator) + "/" + std::to_string(time.denominator);

@@ -9,9 +9,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-constexpr Location at(int number) {
-    return {"ClipMuxer", number};
-}
+constexpr Places at("ClipMuxer");
 
 constexpr int nanoseconds = 1000000000;
 constexpr int quarterTurn = 90; // degrees

@@ -15,9 +15,7 @@ namespace {
 
 using Formats = std::vector<AVPixelFormat>;
 
-constexpr Location at(int number) {
-    return {"ImageToFrame", number};
-}
+constexpr Places at("ImageToFrame");
 
 // The first that a codec takes is used. JPEG's own forms stand first: its encoder lists the others
 // as well, and refuses them.

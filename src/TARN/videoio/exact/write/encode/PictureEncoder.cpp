@@ -15,9 +15,7 @@ constexpr int64_t microseconds = 1000000;
 constexpr int64_t mostRate = 1000; // pictures a second that encoders take for a rate
 const Fraction usualRate{30};      // where nothing tells
 
-constexpr Location at(int number) {
-    return {"PictureEncoder", number};
-}
+constexpr Places at("PictureEncoder");
 
 AVRational narrow(const Fraction& value) {
     return {static_cast<int>(value.numerator), static_cast<int>(value.denominator)};

@@ -16,9 +16,7 @@ namespace {
 
 constexpr int usualBlock = 1024; // samples, where the codec takes any number
 
-constexpr Location at(int number) {
-    return {"SoundEncoder", number};
-}
+constexpr Places at("SoundEncoder");
 
 // From the one that loses nothing of a float downward.
 AVSampleFormat finestFormat(const AVCodec& codec) {
