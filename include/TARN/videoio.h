@@ -34,6 +34,7 @@
 #include <TARN/videoio/PacketEncoder.h>
 #include <TARN/videoio/PacketReader.h>
 #include <TARN/videoio/ReadImage.h>
+#include <TARN/videoio/RgbImage.h>
 #include <TARN/videoio/SampleIndex.h>
 #include <TARN/videoio/SampleIndexOptions.h>
 #include <TARN/videoio/SampleReader.h>

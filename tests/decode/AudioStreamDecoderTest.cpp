@@ -233,6 +233,10 @@ TEST_F(AudioStreamDecoderTest, SamplesStayAsTheyAreWhenTheDecoderGoesOnAndAway) 
     EXPECT_EQ(samplesOf(first), test::readSound(path)[0].samples);
 }
 
+TEST_F(AudioStreamDecoderTest, ANullContextIsRefused) {
+    EXPECT_THROW(AudioStreamDecoder(nullptr), tio::Exception);
+}
+
 TEST_F(AudioStreamDecoderTest, TheContextLivesAsLongAsTheDecoder) {
     auto context = std::make_shared<InputFormatContext>(clip());
     AudioStreamDecoder decoder(context);

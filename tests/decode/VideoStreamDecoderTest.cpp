@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tio::ffmpeg {
 namespace {
@@ -213,6 +214,15 @@ TEST_F(VideoStreamDecoderTest, WhereMemoryWasShortForTheFilterPicturesComeUprigh
         ASSERT_NE(frame.frame, nullptr);
         EXPECT_EQ(hashOf(frame), expected.hash);
     }
+}
+
+static_assert(noexcept(std::declval<const VideoStreamDecoder&>().getUnitTime()));
+
+TEST_F(VideoStreamDecoderTest, ADecoderThatIsConstKnowsTheSizeOfItsPictures) {
+    const auto decoder = open(clip());
+    const VideoStreamDecoder& constant = *decoder;
+    EXPECT_EQ(constant.getFrameSize(), decoder->getFrameSize());
+    EXPECT_NE(constant.getFrameSize(), (Vec<int, 2>()));
 }
 
 TEST_F(VideoStreamDecoderTest, ANullContextIsRefused) {

@@ -28,6 +28,16 @@ using test::placeOf;
 using test::thrownText;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+
+// What the header says never throws.
+static_assert(noexcept(std::declval<const InputFormatContext&>().hasVideoStream()) && noexcept(
+    std::declval<const InputFormatContext&>()
+        .hasAudioStream()) && noexcept(std::declval<const InputFormatContext&>()
+                                           .getStreamCount()) && noexcept(std::declval<const InputFormatContext&>()
+                                                                              .getCodecOfStream(
+                                                                                  0)) && noexcept(std::declval<const InputFormatContext&>()
+                                                                                                      .isPtsSeekable()) && noexcept(std::declval<Stream&>()
+                                                                                                                                        .getStream()));
 using ::testing::Pair;
 
 static_assert(std::has_virtual_destructor_v<FormatContext> &&

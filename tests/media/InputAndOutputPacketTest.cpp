@@ -16,6 +16,25 @@ namespace {
 using test::IsFraction;
 using test::makePacket;
 
+/// Whether what only asks for a value cannot throw, as the headers promise.
+template <typename Asked>
+constexpr bool cannotFail() {
+    return noexcept(std::declval<Asked&>().getPacket())&& noexcept(std::declval<Asked&>().getUnitTime())&& noexcept(
+        std::declval<Asked&>()
+            .getPts())&& noexcept(std::declval<Asked&>()
+                                      .getDts())&& noexcept(std::declval<Asked&>()
+                                                                .hasPts())&& noexcept(std::declval<Asked&>()
+                                                                                          .hasDts())&& noexcept(std::declval<Asked&>()
+                                                                                                                    .getDuration())&& noexcept(std::declval<Asked&>()
+                                                                                                                                                   .getData(
+                                                                                                                                                       std::declval<
+                                                                                                                                                           int&>()));
+}
+static_assert(cannotFail<Packet>() && cannotFail<const Packet>());
+static_assert(noexcept(std::declval<const InputPacket&>().getStream()) && noexcept(
+    std::declval<const OutputPacket&>()
+        .getCodecParameters()) && noexcept(std::declval<const OutputPacket&>().getEncodingCodec()));
+
 class InputPacketTest : public ::testing::Test {
 protected:
     InputPacketTest() {

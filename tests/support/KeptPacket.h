@@ -1,6 +1,11 @@
 #pragma once
 
-#include <TARN/videoio/Packet.h>
+#include "media/PacketAccess.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
 
 /// @file
 /// A packet that keeps bytes alive, as those of encoders do.
@@ -11,7 +16,9 @@ class KeptPacket : public ffmpeg::OutputPacket {
 public:
     explicit KeptPacket(const ffmpeg::OutputPacket& other) : OutputPacket(other) {}
 
-    using OutputPacket::setKeepAlive;
+    void setKeepAlive(std::shared_ptr<std::vector<uint8_t>> bytes) {
+        ffmpeg::detail::PacketAccess::keepAlive(*this, std::move(bytes));
+    }
 };
 
 } // namespace tio::test

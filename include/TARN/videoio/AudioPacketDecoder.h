@@ -14,7 +14,7 @@ public:
     struct Frame {
         /// One row per sample, one column per channel; without rows when there was no block.
         /// Signed and float sources give values in [-1, 1); unsigned 8-bit sources give [0, 1]
-        /// with silence at about 0.5.
+        /// with silence at about 0.5. (In a SampleReader silence is always 0.)
         tio::Mat<float, 2, tio::MatOptions<1, 1>> samples;
         Rational timestamp;    ///< presentation time in seconds
         Rational unitTime;     ///< seconds per tick of the stream
@@ -35,6 +35,7 @@ public:
     [[nodiscard]] int getSampleRate() const;
 
     /// Lower 32 bits of FFmpeg's channel mask; 0 when the layout is unknown.
+    /// (SampleReader::layout() names every layout.)
     /// @throws tio::Exception before the first packet was accepted
     [[nodiscard]] int getChannelLayout() const;
 

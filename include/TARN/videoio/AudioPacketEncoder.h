@@ -24,17 +24,18 @@ public:
     ~AudioPacketEncoder() override;
 
     /// Samples per block that the encoder wants: 1024 for AAC; 0 when any number will do.
-    [[nodiscard]] size_t getFrameWidth() const;
+    [[nodiscard]] size_t getFrameWidth() const noexcept;
 
     /// Encodes a block (one row per sample, one column per channel, values in [-1, 1]) that begins
-    /// at `time` seconds. All blocks are as long as the first.
+    /// at `time` seconds. All blocks are as long as the first. The samples are read before the call
+    /// returns.
     /// @returns the packets that the encoder gives now, often none at first
     /// @throws tio::Exception for another number of channels
     /// @throws tio::ffmpeg::Exception for another length, or when encoding fails
     std::vector<OutputPacket> writeNextFrame(Samples samples, Rational time);
 
     /// The same one tick, not one block, after the block before; the first of all is at time 0.
-    /// Pass times, or use a `ClipWriter`, whose blocks follow each other.
+    /// Pass times, or use ClipWriter::writeSamples(), whose blocks follow each other.
     std::vector<OutputPacket> writeNextFrame(Samples samples);
 
 private:

@@ -9,7 +9,7 @@
 namespace tio::ffmpeg {
 
 /// Reads the best audio stream of an input, one block of float samples per call. Frame numbers
-/// count blocks, not samples.
+/// count blocks, not samples. (A SampleReader counts samples.)
 /// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API AudioStreamDecoder : public StreamDecoder {
 public:
@@ -20,11 +20,12 @@ public:
     ~AudioStreamDecoder() override;
 
     /// Samples per second of one channel. Reads the first packet when none was read yet.
-    /// @throws tio::Exception when the stream has no packet that tells
+    /// @throws tio::Exception when the stream has no packet that shows it
     [[nodiscard]] int getSampleRate() const;
 
     /// Lower 32 bits of FFmpeg's channel mask. Reads the first packet when none was read yet.
-    /// @throws tio::Exception when the stream has no packet that tells
+    /// (SampleReader::layout() names every layout.)
+    /// @throws tio::Exception when the stream has no packet that shows it
     [[nodiscard]] int getChannelLayout() const;
 
     /// The next block; a Frame without samples at the end, as often as it is called. Copies of the

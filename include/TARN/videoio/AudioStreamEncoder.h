@@ -22,7 +22,7 @@ public:
     ~AudioStreamEncoder() override;
 
     /// Samples per block that the encoder wants.
-    [[nodiscard]] size_t getFrameWidth() const;
+    [[nodiscard]] size_t getFrameWidth() const noexcept;
 
     /// Writes a block that begins at `time` seconds.
     /// @throws as AudioPacketEncoder::writeNextFrame() and OutputStream::writePacket()
@@ -31,7 +31,7 @@ public:
     void writeNextFrame(AudioPacketEncoder::Samples samples, Rational time);
 
     /// Writes a block at minus one tick, every time. A stream of several blocks needs times of its
-    /// own: use the other form, or a `ClipWriter`, whose blocks follow each other.
+    /// own: use the other form, or ClipWriter::writeSamples(), whose blocks follow each other.
     void writeNextFrame(AudioPacketEncoder::Samples samples);
 };
 

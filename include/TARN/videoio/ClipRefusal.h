@@ -12,6 +12,7 @@ namespace tio::ffmpeg {
 /// A clip cannot be written as asked: an option, a picture, a block of sound or a time is not
 /// possible. Nothing has changed; the next call may be a better one. Failures of FFmpeg and of the
 /// system are tio::ffmpeg::Exception instead.
+/// Thread rule: a value; copies may be used by other threads.
 class TARN_VIDEOIO_API ClipRefusal : public tio::Exception {
 public:
     using tio::Exception::Exception;

@@ -54,7 +54,7 @@ public:
     ///         a file that is there and is to stay
     explicit ClipWriter(const std::string& path, const ClipWriterOptions& options = {});
 
-    /// Leaves nothing of an unfinished clip behind.
+    /// Removes an unfinished clip.
     ~ClipWriter();
     ClipWriter(ClipWriter&& other) noexcept;
     ClipWriter& operator=(ClipWriter&& other) noexcept;
@@ -78,11 +78,10 @@ public:
     void writePicture(const ConstImageView& picture);
     void writePicture(const Image& picture);
 
-    /// Adds sound behind what came before, 1.0 being full scale.
+    /// Adds sound after what came before, 1.0 being full scale.
     /// @param samples   `count` times `channels` values, those of one time side by side
     /// @param time      when the first sample of all is heard, in seconds: a whole number of
-    /// samples,
-    ///                  0 by default, for the first block alone
+    ///                  samples, 0 by default, for the first block alone
     /// @throws TimeRefusal, ClipRefusal, tio::ffmpeg::Exception  as writePicture()
     void writeSamples(const float* samples, std::size_t count, int channels,
                       std::optional<Time> time = std::nullopt);

@@ -36,9 +36,10 @@ struct ClipChapter {
 
 /// How a clip is written. A default is what most want; a test of every value comes before the file
 /// is made.
+/// Thread rule: a value.
 struct ClipWriterOptions {
     /// @name Times
-    /// With either of the two first, times lie on a grid: multiples of `timeBase`, else of 1 /
+    /// With either of the first two, times are on a grid: multiples of `timeBase`, else of 1 /
     /// `rate`.
     /// @{
     std::optional<tio::Rational<1, int64_t>> rate; ///< pictures a second, for those without a time
@@ -82,10 +83,10 @@ struct ClipWriterOptions {
     /// @name The file
     /// @{
     bool overwrite = true; ///< whether a file of that name may be replaced
-    bool faststart = true; ///< MP4 and MOV: the index lies in front
+    bool faststart = true; ///< MP4 and MOV: the index comes before the media data
     /// FFmpeg's keys: "title", "comment", "creation_time" (ISO 8601), …
     std::map<std::string, std::string> metadata;
-    std::string language; ///< of the sound, three letters of ISO 639-2; empty: not told
+    std::string language; ///< of the sound, three letters of ISO 639-2; empty: not stated
     std::vector<ClipChapter> chapters;
     /// @}
 };

@@ -11,6 +11,7 @@ namespace tio::ffmpeg {
 /// (for example the URL), and " @ " and the place of the check, except for file-system errors
 /// (no such file, no permission, …), which carry no place. What the library diagnoses itself is
 /// thrown as tio::Exception, the base of this class.
+/// Thread rule: a value; copies may be used by other threads.
 class TARN_VIDEOIO_API Exception : public tio::Exception {
 public:
     using tio::Exception::Exception;
@@ -26,7 +27,7 @@ public:
     [[nodiscard]] int code() const noexcept { return errorCode; }
 
     /// Whether a time limit of OpenOptions ended the call; code() is -ETIMEDOUT, as it is where
-    /// the network gave up of itself.
+    /// the network itself gave up.
     [[nodiscard]] bool isTimeout() const noexcept;
 
     /// Whether OpenOptions::cancelToken ended the call; code() is AVERROR_EXIT.

@@ -16,9 +16,10 @@ public:
     FormatContext& operator=(const FormatContext&) = delete;
     virtual ~FormatContext();
 
-    /// The stream of that index, which must exist: it is not checked. Owned by the context.
-    [[nodiscard]] AVStream* getStream(int index);
-    [[nodiscard]] const AVStream* getStream(int index) const;
+    /// The stream of that index, which must exist: it is not checked. Owned by the context and
+    /// valid as long as that.
+    [[nodiscard]] AVStream* getStream(int index) noexcept;
+    [[nodiscard]] const AVStream* getStream(int index) const noexcept;
 
 protected:
     AVFormatContext* formatContext = nullptr; // opened, and closed, by the subclass

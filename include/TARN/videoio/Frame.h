@@ -6,6 +6,7 @@
 #include <TARN/core/Vec.h>
 #include <TARN/imgproc/PixelFormat.h>
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/RgbImage.h>
 
 #include <cstdint>
 
@@ -19,7 +20,7 @@ class TARN_VIDEOIO_API FrameBase {
 public:
     /// The picture as 8-bit RGB, rows × columns, resized by `scale` (1/1 keeps the size).
     /// @throws tio::Exception for a scale that gives no picture
-    [[nodiscard]] virtual Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+    [[nodiscard]] virtual RgbImage
     toRgb(Rational<1, int> scale = {1},
           Resize::Algorithm algorithm = Resize::Algorithm::Area) const = 0;
 
@@ -43,14 +44,14 @@ template <typename Format>
 class Frame;
 
 /// A packed RGB picture.
+/// Thread rule: as FrameBase.
 template <>
 class TARN_VIDEOIO_API Frame<PixelFormat::RGB> final : public FrameBase {
 public:
     Frame() = default;
     Frame(Vec<int, 2> size, Mat<uint8_t, 2, MatOptions<0, 1>> plane);
 
-    Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> toRgb(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) const override;
+    RgbImage toRgb(Rational<1, int> scale, Resize::Algorithm algorithm) const override;
     Mat<Vec<float, 3>, 2, MatOptions<1, 1>> toYCbCr(Rational<1, int> scale,
                                                     Resize::Algorithm algorithm) const override;
 
@@ -61,14 +62,14 @@ public:
 };
 
 /// A picture of a luma plane and an interleaved chroma plane at half the resolution.
+/// Thread rule: as FrameBase.
 template <>
 class TARN_VIDEOIO_API Frame<PixelFormat::NV12> final : public FrameBase {
 public:
     Frame() = default;
     Frame(Vec<int, 2> size, Vec<Mat<uint8_t, 2, MatOptions<0, 1>>, 2> planes);
 
-    Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> toRgb(Rational<1, int> scale,
-                                                    Resize::Algorithm algorithm) const override;
+    RgbImage toRgb(Rational<1, int> scale, Resize::Algorithm algorithm) const override;
     Mat<Vec<float, 3>, 2, MatOptions<1, 1>> toYCbCr(Rational<1, int> scale,
                                                     Resize::Algorithm algorithm) const override;
 

@@ -25,13 +25,13 @@ struct IndexData;
 /// What a video stream consists of: its packets, and which of them become which frames.
 ///
 /// Frame n is the n-th picture that comes out when the stream is decoded from its start to its end.
-/// As a rule the packets alone tell that, and making the index reads them and decodes the last
+/// As a rule the packets alone show that, and making the index reads them and decodes the last
 /// group of pictures; where packets lack times, or share them, or the ends of the stream do not
 /// give what the packets promise, the whole stream is decoded. Pictures that an edit list hides are
 /// no frames.
 ///
-/// An index is bound to what the clip is, not to where it lies: it knows the clip by its size and
-/// by hashes of blocks at the start, at the end and spread over what lies between. They are all of
+/// An index is bound to what the clip is, not to where it is: it knows the clip by its size and by
+/// hashes of blocks at the start, at the end and spread over what is between. They are all of
 /// a clip of up to 376 KiB, and that much of a longer one. An index of one file is the index of its
 /// copies, under any name, on any host, in memory or in streams of the caller's. A URL that is no
 /// local file, and a stream that does not know its size, are not known in this way: their index
@@ -91,8 +91,8 @@ public:
     /// is not known by its bytes.
     [[nodiscard]] std::vector<uint8_t> toBytes() const;
 
-    /// The index that toBytes() was called of. Whether it is that of a clip, match() tells, and a
-    /// FrameReader finds out.
+    /// The index that toBytes() was called of. Whether it is that of a clip, match() says, and a
+    /// FrameReader checks.
     /// @throws tio::Exception when the bytes are damaged, or no index
     [[nodiscard]] static FrameIndex fromBytes(const std::vector<uint8_t>& bytes);
 

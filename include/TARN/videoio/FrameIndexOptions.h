@@ -35,6 +35,7 @@ public:
 };
 
 /// How an index is made.
+/// Thread rule: a value; the callback is called in the thread that makes the index.
 struct FrameIndexOptions {
     /// Decodes the whole stream once and keeps a checksum of every picture, by which a FrameReader
     /// proves what it delivers.

@@ -64,7 +64,7 @@ struct FrameReaderOptions {
 /// @endcode
 ///
 /// Frame n is the n-th picture that comes out when the stream is decoded from start to end, and
-/// readFrame(n) gives that picture or throws; it never gives another. Pictures are told apart by
+/// readFrame(n) gives that picture or throws; it never gives another. Pictures are identified by
 /// the packet that they come from, not by times, so that missing, repeated or wrapped times do no
 /// harm, and packets by their content, so that it does no harm either when a container leads
 /// elsewhere. The reader goes on decoding where the frame lies ahead, and else starts at the key
@@ -73,12 +73,12 @@ struct FrameReaderOptions {
 /// earlier, and in the end decodes the stream from its start.
 ///
 /// What no reader can know without having decoded the whole stream is whether a decoder that starts
-/// in mid-stream gives the same picture as one that did not: key frames may lie, and damage
-/// spreads. With checksums that is checked for each picture.
+/// in mid-stream gives the same picture as one that did not: key frames may be flagged wrongly, and
+/// damage spreads. With checksums that is checked for each picture.
 ///
-/// Pictures are upright in all eight ways that a display matrix can tell, and in the colours that
-/// each is tagged with. The image that a caller gets is his own: nothing that is done to its pixels
-/// shows in any other, nor in that of the same frame asked for again.
+/// Pictures are upright in all eight ways that a display matrix can state, and in the colours that
+/// each is tagged with. The image that a caller gets is the caller's own: nothing that is done to
+/// its pixels shows in any other, nor in that of the same frame asked for again.
 ///
 /// The source has to end and to be there once more: it is opened again. A live stream cannot be
 /// read by number.
@@ -167,7 +167,7 @@ public:
     /// @{
 
     /// May change when a picture turns out damaged that the index says nothing of: the stream is
-    /// then counted anew with one thread, as every damaged stream is.
+    /// then counted again with one thread, as every damaged stream is.
     [[nodiscard]] int64_t frameCount() const noexcept;
 
     /// When a frame is shown, in seconds. The container's time of its packet; where a packet has
@@ -218,7 +218,7 @@ public:
     /// The same for several frames, in any order and as often as each is named. Each group of
     /// pictures is decoded once; what comes first is written first, whatever its place.
     /// @param memory   asked for the memory of each place, once, before anything is written
-    /// @param written  told of each place that is done; may be empty
+    /// @param written  called for each place that is done; may be empty
     /// @throws also what the two throw
     void readFramesInto(const std::vector<int64_t>& frames, const PlaceCallback& memory,
                         const WrittenCallback& written = {});

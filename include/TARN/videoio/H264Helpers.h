@@ -22,16 +22,15 @@ namespace tio::videolib {
 /// record the first set of each kind is looked at; in Annex-B data, what precedes the first slice.
 ///
 /// @param extradata  `size` bytes, which are not changed; null, or at least one byte whatever the
-///                   size says, since the first one tells the layout
+///                   size says, since the first one decides the layout
 /// @param sps, pps   receive copies that begin with a start code, of `*spsSize` and `*ppsSize`
 ///                   bytes, allocated with `malloc`; the caller releases them with `free`. Null for
 ///                   a set that was not found; the size is left as it was then.
-/// @returns 0, also when a set was not found (look at the pointers); -1 when the lengths in a
-/// record
-///          do not fit its size or memory ran out, with both pointers null
+/// @returns 0, also when a set was not found, which the pointers say; -1, with both pointers null,
+///          when the lengths in a record do not fit its size or memory ran out
 TARN_VIDEOIO_API int extradata_to_spspps(const unsigned char* extradata, int size,
                                          unsigned char** sps, size_t* spsSize, unsigned char** pps,
-                                         size_t* ppsSize);
+                                         size_t* ppsSize) noexcept;
 
 namespace helper {
 

@@ -12,17 +12,17 @@ namespace tio::ffmpeg {
 /// How the pixels of an Image lie in memory. Samples of more than 8 bits are 16-bit integers in the
 /// machine's byte order. The values are part of the interface and never change.
 enum class PictureFormat : int32_t {
-    Rgb8 = 0,      ///< one plane; R, G, B, 8 bits each
-    Rgb16 = 1,     ///< one plane; R, G, B, 16 bits each, 65535 the brightest
-    Grey8 = 2,     ///< one plane; 0 black, 255 white
-    Grey16 = 3,    ///< one plane; 0 black, 65535 white
-    Nv12 = 4,      ///< Y, then Cb and Cr in turn at half the width and height, rounded up; 8 bits
-    Yuv420 = 5,    ///< Y, Cb, Cr in planes; chroma at half the width and height, rounded up; 8 bits
-    Yuv422 = 6,    ///< the same with chroma at half the width
-    Yuv444 = 7,    ///< the same with chroma at full size
-    Yuv420P10 = 8, ///< as Yuv420 in 16-bit samples of which the lower 10 bits are used
-    Yuv422P10 = 9, ///< as Yuv422, likewise
-    Yuv444P10 = 10, ///< as Yuv444, likewise
+    Rgb8 = 0,   ///< one plane; R, G, B, 8 bits each
+    Rgb16 = 1,  ///< one plane; R, G, B, 16 bits each, 65535 the brightest
+    Grey8 = 2,  ///< one plane; 0 black, 255 white
+    Grey16 = 3, ///< one plane; 0 black, 65535 white
+    Nv12 = 4,   ///< Y, then interleaved Cb and Cr at half the width and height, rounded up; 8 bits
+    Yuv420 = 5, ///< Y, Cb, Cr in planes; chroma at half the width and height, rounded up; 8 bits
+    Yuv422 = 6, ///< the same with chroma at half the width
+    Yuv444 = 7, ///< the same with chroma at full size
+    Yuv420P10 = 8,  ///< as Yuv420 in 16-bit samples of which the lower 10 bits are used
+    Yuv422P10 = 9,  ///< as Yuv422, the same way
+    Yuv444P10 = 10, ///< as Yuv444, the same way
 };
 
 /// What a decoded picture's samples are taken for when they become RGB or grey. The values are part
@@ -78,7 +78,7 @@ using ConstImageView = BasicImageView<const uint8_t>; ///< to read from
 /// A picture that knows its size, format and memory. Copies share the pixels, which live as long as
 /// the last copy; clone() makes pixels of one's own.
 ///
-/// All planes lie in one block, one behind the other. The rows of an Image that the library makes
+/// All planes are in one block, one after the other. The rows of an Image that the library makes
 /// follow each other without a gap.
 /// Thread rule: like std::shared_ptr. Different objects may be used from any threads; writing
 /// pixels that another thread reads needs a lock of the caller's.
@@ -96,8 +96,8 @@ public:
     [[nodiscard]] PictureFormat format() const noexcept { return pixels.format; }
     [[nodiscard]] int height() const noexcept { return pixels.height; }
     [[nodiscard]] int width() const noexcept { return pixels.width; }
-    [[nodiscard]] int channels() const { return channelCount(pixels.format); }
-    [[nodiscard]] int depth() const { return bitDepth(pixels.format); }
+    [[nodiscard]] int channels() const noexcept { return channelCount(pixels.format); }
+    [[nodiscard]] int depth() const noexcept { return bitDepth(pixels.format); }
 
     /// First byte of a plane, and the distance of its rows in bytes. `plane` must exist.
     [[nodiscard]] uint8_t* data(int plane = 0) noexcept { return pixels.planes[at(plane)]; }

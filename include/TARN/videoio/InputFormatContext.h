@@ -54,19 +54,21 @@ public:
     /// @{
 
     /// Number of streams; stream indices run from 0 to one less.
-    [[nodiscard]] int getStreamCount() const;
+    [[nodiscard]] int getStreamCount() const noexcept;
 
     /// The stream that FFmpeg rates best of its kind.
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type"
     [[nodiscard]] int findBestVideoStreamIndex() const;
     [[nodiscard]] int findBestAudioStreamIndex() const;
 
-    /// 1 when there is such a stream, otherwise 0: the type is int. Never throw.
-    [[nodiscard]] int hasVideoStream() const;
-    [[nodiscard]] int hasAudioStream() const;
+    /// 1 when there is such a stream, otherwise 0: the type is int. (getTypeOfStream() gives the
+    /// type of each stream.)
+    [[nodiscard]] int hasVideoStream() const noexcept;
+    [[nodiscard]] int hasAudioStream() const noexcept;
 
     /// The container; files of the whole MP4 family (QuickTime and 3GP too) count as Mp4.
-    [[nodiscard]] Container getContainerFormat() const;
+    /// (getContainerName() names every container.)
+    [[nodiscard]] Container getContainerFormat() const noexcept;
 
     /// FFmpeg's name of the demuxer, a list such as "mov,mp4,m4a,3gp,3g2,mj2".
     [[nodiscard]] std::string getContainerName() const;
@@ -77,29 +79,31 @@ public:
     /// given.
     /// @{
 
-    [[nodiscard]] Codec getCodecOfStream(int index) const;
+    /// Knows H.264 and AAC alone. (getCodecNameOfStream() names every codec.)
+    [[nodiscard]] Codec getCodecOfStream(int index) const noexcept;
 
     /// FFmpeg's name of the codec, such as "hevc"; "none" when it is not known.
     [[nodiscard]] std::string getCodecNameOfStream(int index) const;
 
-    [[nodiscard]] StreamType getTypeOfStream(int index) const;
+    [[nodiscard]] StreamType getTypeOfStream(int index) const noexcept;
 
     /// What the stream's codec needs to know before the first packet, in the layout of the codec;
     /// empty where there is nothing. For H.264 see tio::videolib::extradata_to_spspps().
     [[nodiscard]] std::vector<unsigned char> getExtradataOfStream(int index) const;
 
     /// Duration in seconds as the container states it. Where it states none
-    /// (hasDurationOfStream() is false) the value is without meaning.
-    [[nodiscard]] Rational getDurationOfStream(int index) const;
-    [[nodiscard]] bool hasDurationOfStream(int index) const;
+    /// (hasDurationOfStream() is false) the value is without meaning. (Metadata::duration is empty
+    /// then.)
+    [[nodiscard]] Rational getDurationOfStream(int index) const noexcept;
+    [[nodiscard]] bool hasDurationOfStream(int index) const noexcept;
 
     /// Size of a stream's pictures in pixels as they are shown: width and height change places when
-    /// the "rotate" tag says exactly "90" or "270". The width comes first here; every Vec<int, 2>
-    /// of the library is (height, width).
+    /// the "rotate" tag says exactly "90" or "270". The width comes first here, while every
+    /// Vec<int, 2> of the library is (height, width). (Metadata::width and Metadata::height name
+    /// them, and know every kind of turn.)
     /// @returns false, with both left as they were, when there is no such stream or nothing is
-    /// known
-    ///          of it
-    bool getResolutionOfStream(int index, int& width, int& height) const;
+    ///          known of it
+    bool getResolutionOfStream(int index, int& width, int& height) const noexcept;
 
     /// @}
     /// @name Reading and seeking
@@ -108,10 +112,9 @@ public:
     /// Reads the next packet of one stream into `packet`, which must be blank and not null, and
     /// which the caller unreferences. Empty packets are passed over, packets of other streams are
     /// dropped.
-    /// @returns false at the end of the input and equally when reading fails; getEndReason() tells
-    ///          which
-    /// @throws tio::ffmpeg::Exception when a stream of the caller's fails; told once, and then the
-    ///         input is at its end until it is sought in
+    /// @returns false at the end of the input and also when reading fails: see getEndReason()
+    /// @throws tio::ffmpeg::Exception when a stream of the caller's fails, once; then the input is
+    ///         at its end until it is sought in
     bool getNextPacketForStream(AVPacket* packet, int streamIndex);
 
     /// Why the last packet asked for did not come; Kind::None when it did.
@@ -122,7 +125,7 @@ public:
     void seekStreamToOrBefore(int64_t timestamp, int streamIndex);
 
     /// Whether the demuxer seeks by presentation time rather than by decoding time.
-    [[nodiscard]] bool isPtsSeekable() const;
+    [[nodiscard]] bool isPtsSeekable() const noexcept;
 
     /// Smallest presentation time in seconds of any packet read so far, whatever its stream;
     /// 2147483647/1 before the first one. An unknown time counts as the smallest there is: -2^63

@@ -23,7 +23,7 @@ class SeekingIndex;
 /// Frame n is the n-th smallest pts among the stream's usable packets. The list of them, the frame
 /// index, is made by one pass over the whole stream on the first call that needs it, or loaded from
 /// a file that an earlier run stored. Plain reading never pays for it.
-/// Frame numbers are those of times here; FrameReader numbers the pictures that come out.
+/// A frame here is a time; FrameReader numbers the pictures that come out of the decoder.
 /// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API InputStream : public Stream {
 public:
@@ -36,7 +36,7 @@ public:
     std::shared_ptr<InputPacket> getNextPacket();
 
     /// Seconds per tick of this stream's timestamps. Needs no index.
-    [[nodiscard]] Rational getUnitTime() const;
+    [[nodiscard]] Rational getUnitTime() const noexcept;
 
     /// @name Frame numbers
     /// All of these make the index when there is none.
@@ -47,7 +47,8 @@ public:
     /// Number of entries of the index.
     int64_t getFrameCount() const;
 
-    /// Presentation time in seconds, whatever the name says, of every frame, by frame number.
+    /// Presentation time of every frame, by frame number: in seconds, not in milliseconds as the
+    /// name suggests. (FrameReader::frameTime() is named for what it gives.)
     std::vector<Rational> getFrameMsMap() const;
 
     /// Goes to the nearest place from which `frame` can be decoded.
@@ -61,7 +62,8 @@ public:
 
     /// Looks at the next packets, up to 100 of them, from wherever the stream stands: whether the
     /// first is a key frame and none is presented before it. The packets looked at count as read,
-    /// and their times stay in the index as they are, so ask this of a stream of its own.
+    /// and their times stay in the index as they are, so ask this of a stream made for it alone.
+    /// (FrameReader::isKeyFrame() changes nothing.)
     /// @throws tio::Exception "Ffmpeg stream has no usable frames."
     bool startsWithKeyFrame();
 

@@ -12,9 +12,9 @@
 
 namespace tio::ffmpeg {
 
-/// What a source tells of one of its streams before anything is decoded.
+/// What a source says of one of its streams before anything is decoded.
 ///
-/// What is not told is empty. Names are FFmpeg's: "h264", "yuv420p", "bt709", "tv", "5.1(side)".
+/// What is not stated is empty. Names are FFmpeg's: "h264", "yuv420p", "bt709", "tv", "5.1(side)".
 /// Thread rule: a value; any thread.
 struct Metadata {
     /// @name Of any stream
@@ -66,11 +66,11 @@ struct Metadata {
     std::string sampleFormat;
     std::optional<int> rate; ///< samples per second of one channel
     std::optional<int> channels;
-    std::string layout; ///< which channel is where; the usual one where only their number is told
+    std::string layout; ///< which channel is where; the usual one where only their number is stated
     /// @}
 };
 
-/// What a source tells of its stream `streamIndex`. Reads nothing.
+/// What a source says of its stream `streamIndex`. Reads nothing.
 /// @throws tio::Exception when there is no such stream
 [[nodiscard]] TARN_VIDEOIO_API Metadata metadataOf(const InputFormatContext& input,
                                                    int streamIndex);

@@ -23,7 +23,7 @@ namespace tio::ffmpeg {
 /// Make all of them before the first packet of any is written: each announces one stream, and the
 /// file is opened and its header written when the last announced stream gets its first packet.
 /// The first packet of the reference stream (the first video stream, else the first audio stream,
-/// else stream 0) becomes time zero; every packet of the file is shifted alike.
+/// else stream 0) becomes time zero; every packet of the file is shifted by as much.
 /// Video counts in 1/90000 s, to which times are rounded, and sound in its samples. (A `ClipWriter`
 /// keeps the times that it is given, or refuses them.)
 /// The file is completed when the last holder lets the context go, or by finish().

@@ -25,9 +25,9 @@ public:
     OutputStream(std::shared_ptr<OutputFormatContext> context, Rational timeBase);
 
     /// Writes what is still held, or leaves it to the context while the header is not written. What
-    /// a failed write left behind is tried once more; what fails again is let go with one line in
-    /// the log. A failure that nobody has been told of ends the program. (Destroying a `ClipWriter`
-    /// never does.)
+    /// a failed write left is tried once more; what fails again is dropped with one line in the
+    /// log. A failure ends the program, unless an earlier one was thrown. (Destroying a
+    /// `ClipWriter` never does.)
     ~OutputStream() override;
 
     /// Has players turn the pictures clockwise by so many quarter turns (0 to 3), and mirror them
@@ -41,9 +41,8 @@ public:
     /// parameters, later ones' are not looked at.
     /// @throws tio::ffmpeg::Exception when the file cannot be opened or written, or FFmpeg refuses
     ///         the packet, which is then held still and tried again first
-    /// @throws tio::Exception for a packet that is decoded too long after the one before, 6 h 37
-    /// min
-    ///         for video; it is not taken, and the text tells the longest pause
+    /// @throws tio::Exception for a packet that is decoded too long after the one before, more than
+    ///         6 h 37 min for video; it is not taken, and the text says how long a pause may be
     void writePacket(const OutputPacket& packet);
 
     /// The time base given to the constructor.

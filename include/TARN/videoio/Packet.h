@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <utility>
 #include <vector>
 
 struct AVCodecParameters;
@@ -14,6 +13,10 @@ struct AVPacket;
 struct AVStream;
 
 namespace tio::ffmpeg {
+
+namespace detail {
+struct PacketAccess;
+} // namespace detail
 
 /// An exact fraction of seconds, or a time base.
 using Rational = tio::Rational<1, int64_t>;
@@ -27,7 +30,7 @@ using Rational = tio::Rational<1, int64_t>;
 /// callers that may meet one look at getPacket().pts first.
 class TARN_VIDEOIO_API Packet {
 public:
-    /// Takes a reference to the data of `source`, which the caller keeps.
+    /// Takes a reference to the data of `source`, which the caller keeps and which is not null.
     /// @throws tio::ffmpeg::Exception when memory runs out
     Packet(const AVPacket* source, Rational unitTime);
 
@@ -50,24 +53,24 @@ public:
     virtual ~Packet();
 
     /// The FFmpeg packet, owned by this object.
-    [[nodiscard]] AVPacket& getPacket() { return *packet; }
-    [[nodiscard]] const AVPacket& getPacket() const { return *packet; }
+    [[nodiscard]] AVPacket& getPacket() noexcept { return *packet; }
+    [[nodiscard]] const AVPacket& getPacket() const noexcept { return *packet; }
 
     /// The time base: seconds per tick.
-    [[nodiscard]] Rational getUnitTime() const { return unitTime; }
+    [[nodiscard]] Rational getUnitTime() const noexcept { return unitTime; }
 
     /// Presentation time in seconds.
-    [[nodiscard]] Rational getPts() const;
+    [[nodiscard]] Rational getPts() const noexcept;
 
     /// Time in seconds at which the packet is decoded; without meaning unless hasDts().
-    [[nodiscard]] Rational getDts() const;
+    [[nodiscard]] Rational getDts() const noexcept;
 
     /// Whether the container gave the packet a time at all.
-    [[nodiscard]] bool hasPts() const;
-    [[nodiscard]] bool hasDts() const;
+    [[nodiscard]] bool hasPts() const noexcept;
+    [[nodiscard]] bool hasDts() const noexcept;
 
     /// Duration in seconds; 0/1 when unknown.
-    [[nodiscard]] Rational getDuration() const;
+    [[nodiscard]] Rational getDuration() const noexcept;
 
     /// Moves the packet to another presentation time in seconds, truncated toward zero to whole
     /// ticks. The distance from decoding to presentation stays what it was.
@@ -80,17 +83,18 @@ public:
     void setDts(Rational time);
 
     /// The compressed bytes; `size` receives how many. Valid as long as this packet.
-    [[nodiscard]] const unsigned char* getData(int& size) const;
+    [[nodiscard]] const unsigned char* getData(int& size) const noexcept;
 
 private:
     std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet; // null only after a move
     Rational unitTime;
 };
 
-/// A packet read from an input. It remembers its stream, which must outlive it.
+/// A packet read from an input. It refers to its stream, which must outlive it.
+/// Thread rule: as Packet.
 class TARN_VIDEOIO_API InputPacket : public Packet {
 public:
-    /// Takes a reference to the data of `source`; the time base is the stream's.
+    /// Takes a reference to the data of `source`; the time base is the stream's. Neither is null.
     /// @throws tio::ffmpeg::Exception when memory runs out
     InputPacket(const AVPacket* source, const AVStream* stream);
     InputPacket(const InputPacket& other);
@@ -98,17 +102,19 @@ public:
     InputPacket& operator=(const InputPacket& other);
     ~InputPacket() override;
 
-    [[nodiscard]] const AVStream& getStream() const { return *stream; }
+    /// The stream that the packet was made with; its context owns it.
+    [[nodiscard]] const AVStream& getStream() const noexcept { return *stream; }
 
 private:
     const AVStream* stream;
 };
 
 /// A packet on its way to an output: from an encoder, or passed through from an input.
+/// Thread rule: as Packet.
 class TARN_VIDEOIO_API OutputPacket : public Packet {
 public:
     /// Takes a reference to the data of `source`. `parameters` describe the codec and must outlive
-    /// the packet.
+    /// the packet. Neither is null.
     /// @throws tio::ffmpeg::Exception when memory runs out
     OutputPacket(const AVPacket* source, const AVCodecParameters* parameters, Rational unitTime);
 
@@ -121,34 +127,35 @@ public:
     OutputPacket& operator=(const OutputPacket& other);
     ~OutputPacket() override;
 
-    [[nodiscard]] const AVCodecParameters& getCodecParameters() const { return *codecParameters; }
+    /// The parameters that the packet was made with; it does not own them.
+    [[nodiscard]] const AVCodecParameters& getCodecParameters() const noexcept {
+        return *codecParameters;
+    }
 
     /// Codec of the packet's data.
-    [[nodiscard]] Codec getEncodingCodec() const;
-
-protected:
-    friend class PacketEncoder;
-
-    /// Keeps bytes that the codec parameters refer to alive as long as any copy of this packet.
-    void setKeepAlive(std::shared_ptr<std::vector<uint8_t>> bytes) { keepAlive = std::move(bytes); }
+    [[nodiscard]] Codec getEncodingCodec() const noexcept;
 
 private:
+    friend struct detail::PacketAccess; // by which encoders keep what the parameters refer to
+
     const AVCodecParameters* codecParameters;
-    std::shared_ptr<std::vector<uint8_t>> keepAlive;
+    std::shared_ptr<std::vector<uint8_t>> keepAlive; // as long as any copy of this packet
 };
 
 /// Audio parameters of a packet, read at the moment of each call from the packet's stream or codec
 /// parameters, which must outlive this object.
+/// Thread rule: used by one thread at a time, together with the packet.
 class TARN_VIDEOIO_API AudioPacketInfo {
 public:
-    explicit AudioPacketInfo(const InputPacket& packet);
-    explicit AudioPacketInfo(const OutputPacket& packet);
+    explicit AudioPacketInfo(const InputPacket& packet) noexcept;
+    explicit AudioPacketInfo(const OutputPacket& packet) noexcept;
 
     /// Samples per second of one channel.
-    [[nodiscard]] int getSampleRate() const;
-    [[nodiscard]] int getChannelCount() const;
-    /// The lower 32 bits of FFmpeg's channel mask; 0 when the layout is unknown.
-    [[nodiscard]] int getChannelLayout() const;
+    [[nodiscard]] int getSampleRate() const noexcept;
+    [[nodiscard]] int getChannelCount() const noexcept;
+    /// The lower 32 bits of FFmpeg's channel mask; 0 when the layout is unknown. (Metadata::layout
+    /// names every layout.)
+    [[nodiscard]] int getChannelLayout() const noexcept;
 
 private:
     const AVCodecParameters* parameters;

@@ -56,7 +56,7 @@ public:
     void end();
 
     /// Seconds per tick of the stream's timestamps; 0/1 before the first packet.
-    [[nodiscard]] Rational getUnitTime() const;
+    [[nodiscard]] Rational getUnitTime() const noexcept;
 
 protected:
     /// Called right after the codec was opened for the pending packet's stream, and again before
@@ -69,7 +69,7 @@ protected:
     bool receiveFrame();
 
     /// Presentation time in seconds of the frame just received.
-    [[nodiscard]] Rational getFrameTime() const;
+    [[nodiscard]] Rational getFrameTime() const noexcept;
 
     /// The one frame that everything is received into; owned by the engine.
     [[nodiscard]] AVFrame* getFrame() const noexcept;
@@ -78,7 +78,7 @@ protected:
     [[nodiscard]] AVCodecContext* getCodecContext() const noexcept;
 
     /// The stream of the packet that is waiting, which there must be, as in onCodecOpened().
-    [[nodiscard]] const AVStream& getPendingStream() const;
+    [[nodiscard]] const AVStream& getPendingStream() const noexcept;
 
 private:
     friend class StreamDecoder; // has to know why no frame came, and to pass over what fails

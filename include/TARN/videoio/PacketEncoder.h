@@ -24,13 +24,13 @@ namespace tio::ffmpeg {
 /// out, none or several for each.
 ///
 /// Packets refer to the encoder's codec parameters, so the encoder must outlive them. After flush()
-/// no frame may follow. (A `ClipWriter` hands out nothing that must be outlived.)
+/// no frame may follow. (A `ClipWriter` has no packets that must be outlived.)
 /// Thread rule: used by one thread at a time; FFmpeg encodes on threads of its own.
 class TARN_VIDEOIO_API PacketEncoder {
 public:
     PacketEncoder(const PacketEncoder&) = delete;
     PacketEncoder& operator=(const PacketEncoder&) = delete;
-    /// Packets that flush() has not fetched are lost without a word.
+    /// Packets that flush() has not fetched are lost, without an error.
     virtual ~PacketEncoder();
 
     /// Says that no frame follows and returns every packet that the encoder still holds.
@@ -51,7 +51,8 @@ public:
     /// @throws tio::Exception "Could not find ffmpeg's h264 encoder", whichever was asked for
     [[nodiscard]] static const AVCodec* findEncoder(AVCodecID codecId);
 
-    /// Sets an entry of an options dictionary; flags as for av_dict_set.
+    /// Sets an entry of an options dictionary, which stays the caller's and is made when it is
+    /// null; flags as for av_dict_set.
     /// @throws tio::ffmpeg::Exception when memory runs out
     static void setOption(AVDictionary** dictionary, const char* key, const char* value, int flags);
 
@@ -67,7 +68,7 @@ public:
     /// @throws tio::Exception after flush()
     [[nodiscard]] Rational getFrameTime() const;
 
-    /// Encodes the frame at a time, or as it stands.
+    /// Encodes the frame at a time, or at the one that it has.
     /// @throws tio::ffmpeg::Exception when encoding fails
     std::vector<OutputPacket> encodeFrameAt(Rational time);
     std::vector<OutputPacket> encodeFrame();

@@ -12,6 +12,7 @@ struct AVPacket;
 namespace tio::ffmpeg {
 
 /// A packet and the number of the stream that it belongs to.
+/// Thread rule: as Packet.
 struct PacketOfStream {
     int streamIndex = -1;
     std::shared_ptr<InputPacket> packet; ///< empty at the end
@@ -30,7 +31,7 @@ struct PacketOfStream {
 /// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API PacketReader {
 public:
-    /// Reads nothing yet; goes on from where the context stands.
+    /// Reads nothing yet; goes on from where the context stands, and keeps it alive.
     /// @param streamIndices numbers of the streams; packets of the others are passed over
     /// @throws tio::Exception when the input is null, or has no such stream
     PacketReader(std::shared_ptr<InputFormatContext> input, std::vector<int> streamIndices);
@@ -39,7 +40,7 @@ public:
     PacketReader& operator=(const PacketReader&) = delete;
 
     /// The next packet of any of the streams. The input must outlive it. Without a packet at the
-    /// end and equally when reading fails; InputFormatContext::getEndReason() tells which.
+    /// end and also when reading fails; InputFormatContext::getEndReason() says which.
     /// @throws tio::ffmpeg::Exception when memory runs out; the packet comes with the next call
     [[nodiscard]] PacketOfStream getNextPacket();
 

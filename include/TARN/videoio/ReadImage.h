@@ -1,11 +1,9 @@
 #pragma once
 
-#include <TARN/core/Mat.h>
-#include <TARN/core/Vec.h>
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/RgbImage.h>
 #include <TARN/videoio/Source.h>
 
-#include <cstdint>
 #include <string>
 
 /// @file
@@ -28,20 +26,17 @@ namespace tio {
 
 /// The image as it is stored, except that one in a container with a "rotate" tag is turned as a
 /// video would be. A photo keeps the way in which the camera was held: see readImageUpright().
-[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
-readImage(std::string path);
+[[nodiscard]] TARN_VIDEOIO_API RgbImage readImage(std::string path);
 
 /// The image as it is meant to be seen: the EXIF orientation of a photo is applied, mirrored ones
 /// included. The pixels are those of readImage() in another order. FFmpeg
 /// finds the orientation of PNG images from release 9 on; PPM images have none.
-[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
-readImageUpright(std::string path);
+[[nodiscard]] TARN_VIDEOIO_API RgbImage readImageUpright(std::string path);
 
 namespace ffmpeg {
 
 /// The same as tio::readImage().
-[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
-readImage(std::string path);
+[[nodiscard]] TARN_VIDEOIO_API RgbImage readImage(std::string path);
 
 /// Which way up an image is wanted.
 enum class ImageOrientation {
@@ -52,7 +47,7 @@ enum class ImageOrientation {
 /// An image from any source: a file under any name, memory, or a stream. Its bytes alone decide
 /// what it is, so that it need not be one of the three types: whatever FFmpeg reads will do.
 /// @throws tio::ffmpeg::Exception, tio::Exception always with the name of the source
-[[nodiscard]] TARN_VIDEOIO_API Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
+[[nodiscard]] TARN_VIDEOIO_API RgbImage
 readImageFrom(const Source& source, ImageOrientation orientation = ImageOrientation::Upright);
 
 } // namespace ffmpeg

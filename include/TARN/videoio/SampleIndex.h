@@ -20,7 +20,7 @@ struct SoundIndexData;
 /// What a sound stream consists of: its packets, and which of them give which samples.
 ///
 /// Sample n is the n-th sample of each channel that comes out when the stream is decoded from its
-/// start to its end, without the priming and the padding that the container tells of, as
+/// start to its end, without the priming and the padding that the container states, as
 /// `ffmpeg -f f32le` gives it.
 ///
 /// An index is a value: copies share what it holds, which never changes.
@@ -30,9 +30,9 @@ public:
     /// A place where the times of two samples that follow each other do not: a gap, which is not
     /// filled, or an overlap.
     struct TimeBreak {
-        int64_t sample = 0; ///< the first one behind the break
+        int64_t sample = 0; ///< the first one after the break
         Rational expected;  ///< its time in seconds if there were no break
-        Rational told;      ///< its time as the container tells it: later in a gap
+        Rational told;      ///< its time as the container states it: later in a gap
     };
 
     /// Makes the index.

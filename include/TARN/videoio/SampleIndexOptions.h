@@ -5,6 +5,7 @@
 namespace tio::ffmpeg {
 
 /// How the index of a sound stream is made.
+/// Thread rule: a value; the callback is called in the thread that makes the index.
 struct SampleIndexOptions {
     /// FFmpeg's number of the stream; -1 for the one that FFmpeg rates best.
     int stream = -1;

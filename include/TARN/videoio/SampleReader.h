@@ -87,7 +87,7 @@ public:
     /// @{
 
     /// Samples of each channel. May change while reading when damage turns up that the packets do
-    /// not show: the stream is then counted anew.
+    /// not show: the stream is then counted again.
     [[nodiscard]] int64_t sampleCount() const noexcept;
 
     /// Samples a second.
@@ -102,8 +102,8 @@ public:
 
     /// @}
     /// @name Times
-    /// In seconds, as the container tells them. Samples run from 0 to sampleCount() - 1.
-    /// @throws tio::Exception for a sample or a time that there is not, and for a sample behind a
+    /// In seconds, as the container states them. Samples run from 0 to sampleCount() - 1.
+    /// @throws tio::Exception for a sample or a time that there is not, and for a sample after a
     ///         change of the sample rate or layout
     /// @{
 

@@ -53,8 +53,8 @@ using StreamFactory = std::function<std::unique_ptr<ByteStream>()>;
 ///
 /// A source is a value. Making one opens nothing, copies share what it refers to, and it may be
 /// opened any number of times, also side by side. Memory and streams are complete in themselves:
-/// what they hold (a playlist, say) opens no file and no URL. There is no name in the way that
-/// would help to tell what they hold; OpenOptions::formatName does where the bytes do not.
+/// what they hold (a playlist, say) opens no file and no URL. They have no file name to
+/// recognise the format by; where the bytes do not show it either, OpenOptions::formatName says it.
 ///
 /// @code
 /// using tio::ffmpeg::Source;
@@ -104,9 +104,11 @@ public:
 
     [[nodiscard]] Kind kind() const noexcept;
 
-    /// The URL, or the name given; by which messages tell the source.
+    /// The URL, or the name given: how messages name the source. Valid as long as any copy of this
+    /// source.
     [[nodiscard]] const std::string& name() const noexcept;
 
+    /// Valid as long as any copy of this source.
     [[nodiscard]] const OpenOptions& options() const noexcept;
 
 private:

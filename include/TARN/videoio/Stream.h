@@ -21,9 +21,10 @@ public:
     Stream& operator=(const Stream&) = delete;
     virtual ~Stream();
 
-    /// FFmpeg's stream, owned by the context: it lives as long as that does.
-    [[nodiscard]] AVStream* getStream();
-    [[nodiscard]] const AVStream* getStream() const;
+    /// FFmpeg's stream, owned by the context: valid as long as that. An OutputStream has one from
+    /// its first packet on, not before.
+    [[nodiscard]] AVStream* getStream() noexcept;
+    [[nodiscard]] const AVStream* getStream() const noexcept;
 
 protected:
     std::shared_ptr<FormatContext> formatContext;

@@ -22,8 +22,8 @@ namespace tio::ffmpeg {
 /// follow may be lost then.
 ///
 /// Where the stream has no decoder in FFmpeg, or its pictures cannot be turned, this is thrown
-/// once; then the stream is at its end. Thread rule: used by one thread at a time, together with
-/// its context.
+/// once; then the stream is at its end. A stream decoder keeps its context alive.
+/// Thread rule: used by one thread at a time, together with its context.
 class TARN_VIDEOIO_API StreamDecoder {
 public:
     StreamDecoder(const StreamDecoder&) = delete;
@@ -52,7 +52,7 @@ public:
     int64_t getFrameCount() const;
 
     /// Seconds per tick of the stream's timestamps.
-    [[nodiscard]] Rational getUnitTime() { return inputStream.getUnitTime(); }
+    [[nodiscard]] Rational getUnitTime() const noexcept { return inputStream.getUnitTime(); }
 
     /// Takes the frame index from a file; see InputStream::loadSeekingIndex(). In mid-reading
     /// reading goes on where it stood, and the input is not touched: only a file without times has

@@ -20,9 +20,9 @@ public:
     StreamEncoder(const StreamEncoder&) = delete;
     StreamEncoder& operator=(const StreamEncoder&) = delete;
 
-    /// Flushes the encoder into the stream. A failure that nobody has been told of ends the
-    /// program; after one that was told, what fails again is let go with one line in the log.
-    /// (Destroying a `ClipWriter` never ends the program.)
+    /// Flushes the encoder into the stream. A failure ends the program, unless an earlier one was
+    /// thrown: then what fails again is dropped with one line in the log. (Destroying a
+    /// `ClipWriter` never ends the program.)
     virtual ~StreamEncoder();
 
 protected:
@@ -31,19 +31,18 @@ protected:
 
     /// The frame's time as the encoder will count it; to be called before it is encoded, so that a
     /// refused one leaves the encoder as it was.
-    /// @throws tio::Exception when it is too long after the frame before; the text tells the
-    /// longest
-    ///         pause
+    /// @throws tio::Exception when it is too long after the frame before; the text says how long a
+    ///         pause may be
     void requireShortPause(Rational time) const;
 
     /// Writes what came of the frame at that time.
     void writePackets(const std::vector<OutputPacket>& packets, Rational time);
 
     /// Minus one tick: the time of every frame that is written without one.
-    [[nodiscard]] Rational timeWithoutTime() const { return -encoder->getUnitTime(); }
+    [[nodiscard]] Rational timeWithoutTime() const noexcept { return -encoder->getUnitTime(); }
 
     template <typename Encoder>
-    [[nodiscard]] Encoder& encoderAs() const {
+    [[nodiscard]] Encoder& encoderAs() const noexcept {
         return static_cast<Encoder&>(*encoder);
     }
 

@@ -16,7 +16,8 @@ struct AVStream;
 
 namespace tio::ffmpeg {
 
-/// Codec of a stream, as far as the library tells codecs apart.
+/// Codec of a stream, where it is one that the library writes.
+/// InputFormatContext::getCodecNameOfStream() names every codec.
 enum class Codec : int32_t {
     Unknown = 0, ///< any codec but the two below
     H264 = 1,    ///< AV_CODEC_ID_H264
@@ -40,7 +41,7 @@ enum class StreamType : int32_t {
     Attachment = 5,
 };
 
-/// Layout of the pictures that a video decoder hands out.
+/// Layout of the pictures that a video decoder returns.
 enum class PixelFormat : int32_t {
     Default = 0, ///< the decoder's own choice; video decoders take it as RGB
     RGB = 1,     ///< packed 8-bit R, G, B (AV_PIX_FMT_RGB24)

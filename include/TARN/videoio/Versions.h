@@ -31,11 +31,13 @@ struct LibraryVersion {
     VersionNumber loaded;   ///< of the library in this process
 };
 
-/// Every library of FFmpeg that this library calls. Thread rule: any thread, at any time.
+/// Every library of FFmpeg that this library calls.
+/// Thread rule: any thread, at any time.
 [[nodiscard]] TARN_VIDEOIO_API std::vector<LibraryVersion> versions();
 
 /// FFmpeg's own name for the release that is loaded, such as "5.1.9-0+deb12u1"; whoever built
-/// FFmpeg chose it. Thread rule: any thread, at any time.
+/// FFmpeg chose it.
+/// Thread rule: any thread, at any time.
 [[nodiscard]] TARN_VIDEOIO_API std::string loadedRelease();
 
 } // namespace tio::ffmpeg

@@ -16,10 +16,12 @@ class PictureMaker;
 
 /// Decodes video packets to upright pictures in the pixel format asked for.
 ///
-/// How a stream lies is told by its "rotate" tag, which InputFormatContext sets for MP4 files, and
-/// where it has none by its display matrix. Pictures come in one of four turns; one that is to be
-/// mirrored as well comes out as its nearest turn, and an angle between as it is stored.
-/// FrameReader shows all eight ways.
+/// How pictures are turned is taken from the "rotate" tag of their stream, which InputFormatContext
+/// sets for MP4 files, and where there is none from its display matrix. Pictures come in one of
+/// four turns; one that is to be mirrored as well comes out as its nearest turn, and one at an
+/// angle between as it is stored. FrameReader shows all eight ways.
+///
+/// RGB is made by BT.601 whatever the stream's tags say; FrameReader goes by the tags.
 /// Thread rule: used by one thread at a time.
 class TARN_VIDEOIO_API VideoPacketDecoder : public PacketDecoder {
 public:
@@ -35,7 +37,7 @@ public:
     ~VideoPacketDecoder() override;
 
     /// Size of upright pictures, (height, width) in pixels: in this order, unlike
-    /// InputFormatContext::getResolutionOfStream().
+    /// InputFormatContext::getResolutionOfStream(). (FrameReader::height() and width() name them.)
     /// @throws tio::Exception before the first packet was accepted
     [[nodiscard]] tio::Vec<int, 2> getFrameSize() const;
 

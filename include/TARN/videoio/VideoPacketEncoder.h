@@ -1,11 +1,10 @@
 #pragma once
 
-#include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/PacketEncoder.h>
+#include <TARN/videoio/RgbImage.h>
 
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -20,7 +19,7 @@ namespace tio::ffmpeg {
 /// Thread rule: used by one thread at a time.
 class TARN_VIDEOIO_API VideoPacketEncoder : public PacketEncoder {
 public:
-    using Image = tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>;
+    using Image = RgbImage;
 
     /// @param size (height, width) in pixels, as everywhere in this library and other than in
     ///        FFmpeg; odd sizes are rounded up to even ones: an odd number of columns gets a black
@@ -35,13 +34,15 @@ public:
     ~VideoPacketEncoder() override;
 
     /// Encodes an image shown at `time` seconds, truncated toward zero to a tick of the time base.
+    /// Its pixels are read before the call returns.
     /// @returns the packets that the encoder gives now, often none at first
     /// @throws tio::Exception for an image of another size
     /// @throws tio::ffmpeg::Exception when encoding fails
     std::vector<OutputPacket> writeNextFrame(Image image, Rational time);
 
-    /// The same one tick after the frame before; the first frame of all is at time 0. (This counts;
-    /// VideoStreamEncoder::writeNextFrame() without a time does not.)
+    /// The same one tick after the frame before; the first frame of all is at time 0. This counts,
+    /// while VideoStreamEncoder::writeNextFrame() without a time does not.
+    /// (ClipWriter::writePicture() without a time counts too.)
     std::vector<OutputPacket> writeNextFrame(Image image);
 
 private:

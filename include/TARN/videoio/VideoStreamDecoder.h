@@ -12,7 +12,7 @@ namespace tio::ffmpeg {
 /// Reads the best video stream of an input: upright pictures, one per call.
 ///
 /// Pictures of the MP4 family are turned in one of four ways; one that is to be mirrored as well
-/// comes out as its nearest turn. What other containers say of turning is left alone. FrameReader
+/// comes out as its nearest turn. What other containers say of turning is ignored. FrameReader
 /// shows all eight ways of every container.
 ///
 /// @code
@@ -31,9 +31,10 @@ public:
     ~VideoStreamDecoder() override;
 
     /// Size of the upright pictures, (height, width) in pixels: in this order, unlike
-    /// InputFormatContext::getResolutionOfStream(). Not const: it reads the first packet.
-    /// @throws tio::Exception when the stream has no packet that tells
-    tio::Vec<int, 2> getFrameSize();
+    /// InputFormatContext::getResolutionOfStream(). (FrameReader::height() and width() name them.)
+    /// Reads the first packet when none was read yet.
+    /// @throws tio::Exception when the stream has no packet that shows it
+    tio::Vec<int, 2> getFrameSize() const;
 
     /// The next picture in order of presentation; a Frame without a picture at the end, as often as
     /// it is called. Copies of the Frame share the picture.
@@ -45,7 +46,7 @@ protected:
     PacketDecoder& packetDecoder() override { return videoDecoder; }
 
 private:
-    VideoPacketDecoder videoDecoder;
+    mutable VideoPacketDecoder videoDecoder; // primed by queries as well
     VideoPacketDecoder::Frame currentFrame;
 };
 

@@ -37,7 +37,8 @@ public:
     void writeNextFrame(VideoPacketEncoder::Image image, Rational time);
 
     /// Writes an image at minus one tick, every time. A stream of several images needs times of its
-    /// own: use the other form, or a `ClipWriter`, whose pictures without a time follow each other.
+    /// own: use the other form, or ClipWriter::writePicture(), which gives every picture without a
+    /// time the next one.
     void writeNextFrame(VideoPacketEncoder::Image image);
 };
 

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <TARN/core/Mat.h>
-#include <TARN/core/Vec.h>
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/Image.h>
+#include <TARN/videoio/RgbImage.h>
 #include <TARN/videoio/Types.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -18,20 +16,21 @@ namespace tio::ffmpeg {
 /// @param image  rows are its height, columns its width, elements its pixels (R, G, B); rows follow
 ///               each other without gaps
 /// @param compressionLevel  passed to FFmpeg's encoder as it is. PNG: 0 to 9, and below 0 the
-///               encoder's own choice. JPEG and PPM take no notice.
-/// @param type   Auto takes the type from the path's extension, as getImageFileType() tells it
+///               encoder's own choice. JPEG and PPM ignore it.
+/// @param type   Auto takes the type from the path's extension, as getImageFileType() does
 ///
 /// Thread rule: every call stands alone; any thread.
-/// @throws std::out_of_range "invalid map<K, T> key" for a type that is none
+/// @throws std::out_of_range "invalid map<K, T> key" for a value that is no type
 /// @throws tio::Exception "Could not open …" and "Could not write to …" with the path; after the
-///         latter a part of the file stays, and its handle stays open. A disk that is full when the
-///         file is closed counts as a failed write. For Auto also what getImageFileType() throws.
+///         latter a part of the file stays, and its handle stays open. (The form with
+///         WriteImageOptions leaves neither.) A disk that is full when the file is closed counts as
+///         a failed write. For Auto also what getImageFileType() throws.
 /// @throws tio::ffmpeg::Exception when FFmpeg refuses the image, as it does one without pixels
-TARN_VIDEOIO_API void writeImage(std::string path, Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>> image,
-                                 int compressionLevel = -1,
+TARN_VIDEOIO_API void writeImage(std::string path, RgbImage image, int compressionLevel = -1,
                                  ImageFileType type = ImageFileType::Auto);
 
 /// How an image file is made. What the type of the file has no use for is checked all the same.
+/// Thread rule: a value.
 struct WriteImageOptions {
     /// Auto goes by the extension of the name, in upper or lower case.
     ImageFileType type = ImageFileType::Auto;
@@ -49,14 +48,13 @@ struct WriteImageOptions {
 /// is still there.
 ///
 /// @param picture  of PictureFormat::Rgb8, in memory of the caller's
-/// @throws tio::Exception for an option out of its range, a name that tells no type, and memory
+/// @throws tio::Exception for an option out of its range, a name that shows no type, and memory
 ///         that holds no such picture
 /// @throws tio::ffmpeg::Exception with the path and the system's code, when the file cannot be
 ///         written
 TARN_VIDEOIO_API void writeImage(const std::string& path, const ConstImageView& picture,
                                  const WriteImageOptions& options);
-TARN_VIDEOIO_API void writeImage(const std::string& path,
-                                 const Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>& image,
+TARN_VIDEOIO_API void writeImage(const std::string& path, const RgbImage& image,
                                  const WriteImageOptions& options);
 
 } // namespace tio::ffmpeg

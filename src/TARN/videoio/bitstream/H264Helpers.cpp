@@ -106,7 +106,7 @@ std::vector<unsigned char> annexBOfRecord(Bytes record) {
 } // namespace
 
 int extradata_to_spspps(const unsigned char* extradata, int size, unsigned char** sps,
-                        size_t* spsSize, unsigned char** pps, size_t* ppsSize) try {
+                        size_t* spsSize, unsigned char** pps, size_t* ppsSize) noexcept try {
     *pps = nullptr;
     *sps = nullptr;
     if (extradata == nullptr)

@@ -115,7 +115,7 @@ void Decoder::flush() {
     stage = State::Open;
 }
 
-Rational Decoder::unitTime() const {
+Rational Decoder::unitTime() const noexcept {
     return codec ? Rational(codec->pkt_timebase) : Rational();
 }
 

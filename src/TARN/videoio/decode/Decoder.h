@@ -69,7 +69,7 @@ public:
     [[nodiscard]] State state() const noexcept { return stage; }
 
     /// Seconds per tick of the packets' times; 0/1 before open().
-    [[nodiscard]] Rational unitTime() const;
+    [[nodiscard]] Rational unitTime() const noexcept;
 
     /// What receive() filled; its data stay until the next receive().
     [[nodiscard]] AVFrame& frame() const noexcept { return *decoded; }

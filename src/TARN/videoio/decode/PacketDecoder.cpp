@@ -110,11 +110,11 @@ void PacketDecoder::flush() {
     lastPresentationTime = AV_NOPTS_VALUE;
 }
 
-Rational PacketDecoder::getUnitTime() const {
+Rational PacketDecoder::getUnitTime() const noexcept {
     return decoder->unitTime();
 }
 
-Rational PacketDecoder::getFrameTime() const {
+Rational PacketDecoder::getFrameTime() const noexcept {
     return Rational(decoder->frame().pts, 1) * getUnitTime();
 }
 
@@ -126,7 +126,7 @@ AVCodecContext* PacketDecoder::getCodecContext() const noexcept {
     return decoder->context();
 }
 
-const AVStream& PacketDecoder::getPendingStream() const {
+const AVStream& PacketDecoder::getPendingStream() const noexcept {
     return pendingPacket->getStream();
 }
 

@@ -12,7 +12,7 @@ VideoStreamDecoder::VideoStreamDecoder(std::shared_ptr<InputFormatContext> conte
 
 VideoStreamDecoder::~VideoStreamDecoder() = default;
 
-tio::Vec<int, 2> VideoStreamDecoder::getFrameSize() {
+tio::Vec<int, 2> VideoStreamDecoder::getFrameSize() const {
     primeOnce();
     return videoDecoder.getFrameSize();
 }

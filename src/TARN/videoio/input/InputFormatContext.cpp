@@ -93,7 +93,7 @@ InputFormatContext::InputFormatContext(const Source& source)
 
 InputFormatContext::~InputFormatContext() = default;
 
-int InputFormatContext::getStreamCount() const {
+int InputFormatContext::getStreamCount() const noexcept {
     return static_cast<int>(formatContext->nb_streams);
 }
 
@@ -105,15 +105,15 @@ int InputFormatContext::findBestAudioStreamIndex() const {
     return requireBestStream(formatContext, AVMEDIA_TYPE_AUDIO);
 }
 
-int InputFormatContext::hasVideoStream() const {
+int InputFormatContext::hasVideoStream() const noexcept {
     return bestStream(formatContext, AVMEDIA_TYPE_VIDEO) >= 0 ? 1 : 0;
 }
 
-int InputFormatContext::hasAudioStream() const {
+int InputFormatContext::hasAudioStream() const noexcept {
     return bestStream(formatContext, AVMEDIA_TYPE_AUDIO) >= 0 ? 1 : 0;
 }
 
-Container InputFormatContext::getContainerFormat() const {
+Container InputFormatContext::getContainerFormat() const noexcept {
     return detail::containerFromName(formatContext->iformat->name);
 }
 
@@ -121,7 +121,7 @@ std::string InputFormatContext::getContainerName() const {
     return formatContext->iformat->name;
 }
 
-Codec InputFormatContext::getCodecOfStream(int index) const {
+Codec InputFormatContext::getCodecOfStream(int index) const noexcept {
     return detail::codecFromId(getStream(index)->codecpar->codec_id);
 }
 
@@ -129,7 +129,7 @@ std::string InputFormatContext::getCodecNameOfStream(int index) const {
     return avcodec_get_name(getStream(index)->codecpar->codec_id);
 }
 
-StreamType InputFormatContext::getTypeOfStream(int index) const {
+StreamType InputFormatContext::getTypeOfStream(int index) const noexcept {
     return detail::streamTypeFrom(getStream(index)->codecpar->codec_type);
 }
 
@@ -138,16 +138,16 @@ std::vector<unsigned char> InputFormatContext::getExtradataOfStream(int index) c
     return {parameters.extradata, parameters.extradata + parameters.extradata_size};
 }
 
-Rational InputFormatContext::getDurationOfStream(int index) const {
+Rational InputFormatContext::getDurationOfStream(int index) const noexcept {
     const AVStream& stream = *getStream(index);
     return Rational(stream.duration, 1) * Rational(stream.time_base);
 }
 
-bool InputFormatContext::hasDurationOfStream(int index) const {
+bool InputFormatContext::hasDurationOfStream(int index) const noexcept {
     return getStream(index)->duration != AV_NOPTS_VALUE;
 }
 
-bool InputFormatContext::getResolutionOfStream(int index, int& width, int& height) const {
+bool InputFormatContext::getResolutionOfStream(int index, int& width, int& height) const noexcept {
     if (index < 0 || index >= getStreamCount() || !compat::hasBeenProbed(*getStream(index)))
         return false;
     const AVStream& stream = *getStream(index);
@@ -200,7 +200,7 @@ void InputFormatContext::seekStreamToOrBefore(int64_t timestamp, int streamIndex
     detail::checkResult(sought, at(140), "Seeking");
 }
 
-bool InputFormatContext::isPtsSeekable() const {
+bool InputFormatContext::isPtsSeekable() const noexcept {
     return (formatContext->iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
 }
 

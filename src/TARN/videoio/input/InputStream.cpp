@@ -72,7 +72,7 @@ std::shared_ptr<InputPacket> InputStream::getNextPacket() {
     return next;
 }
 
-Rational InputStream::getUnitTime() const {
+Rational InputStream::getUnitTime() const noexcept {
     return Rational(getStream()->time_base);
 }
 

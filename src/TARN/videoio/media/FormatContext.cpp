@@ -11,11 +11,11 @@ FormatContext::FormatContext() {
 
 FormatContext::~FormatContext() = default;
 
-AVStream* FormatContext::getStream(int index) {
+AVStream* FormatContext::getStream(int index) noexcept {
     return formatContext->streams[index];
 }
 
-const AVStream* FormatContext::getStream(int index) const {
+const AVStream* FormatContext::getStream(int index) const noexcept {
     return formatContext->streams[index];
 }
 

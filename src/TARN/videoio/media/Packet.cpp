@@ -46,7 +46,7 @@ Packet& Packet::operator=(const Packet& other) {
     return *this;
 }
 
-// The time base is not carried over: kept, because callers give the new packet one of its own.
+// The time base is not carried over: whoever moves a packet to re-time it gives it one of its own.
 Packet::Packet(Packet&& other) noexcept : packet(std::move(other.packet)) {}
 
 Packet& Packet::operator=(Packet&& other) noexcept {
@@ -57,23 +57,23 @@ Packet& Packet::operator=(Packet&& other) noexcept {
 
 Packet::~Packet() = default;
 
-Rational Packet::getPts() const {
+Rational Packet::getPts() const noexcept {
     return Rational(packet->pts, 1) * unitTime;
 }
 
-Rational Packet::getDts() const {
+Rational Packet::getDts() const noexcept {
     return Rational(packet->dts, 1) * unitTime;
 }
 
-bool Packet::hasPts() const {
+bool Packet::hasPts() const noexcept {
     return packet->pts != AV_NOPTS_VALUE;
 }
 
-bool Packet::hasDts() const {
+bool Packet::hasDts() const noexcept {
     return packet->dts != AV_NOPTS_VALUE;
 }
 
-Rational Packet::getDuration() const {
+Rational Packet::getDuration() const noexcept {
     return Rational(packet->duration, 1) * unitTime;
 }
 
@@ -88,7 +88,7 @@ void Packet::setDts(Rational time) {
     packet->dts = detail::wholeTicks(time, unitTime);
 }
 
-const unsigned char* Packet::getData(int& size) const {
+const unsigned char* Packet::getData(int& size) const noexcept {
     size = packet->size;
     return packet->data;
 }
@@ -111,25 +111,25 @@ OutputPacket::OutputPacket(const OutputPacket& other) = default;
 OutputPacket& OutputPacket::operator=(const OutputPacket& other) = default;
 OutputPacket::~OutputPacket() = default;
 
-Codec OutputPacket::getEncodingCodec() const {
+Codec OutputPacket::getEncodingCodec() const noexcept {
     return detail::codecFromId(codecParameters->codec_id);
 }
 
-AudioPacketInfo::AudioPacketInfo(const InputPacket& packet)
+AudioPacketInfo::AudioPacketInfo(const InputPacket& packet) noexcept
     : parameters(packet.getStream().codecpar) {}
 
-AudioPacketInfo::AudioPacketInfo(const OutputPacket& packet)
+AudioPacketInfo::AudioPacketInfo(const OutputPacket& packet) noexcept
     : parameters(&packet.getCodecParameters()) {}
 
-int AudioPacketInfo::getSampleRate() const {
+int AudioPacketInfo::getSampleRate() const noexcept {
     return parameters->sample_rate;
 }
 
-int AudioPacketInfo::getChannelCount() const {
+int AudioPacketInfo::getChannelCount() const noexcept {
     return compat::channelCount(*parameters);
 }
 
-int AudioPacketInfo::getChannelLayout() const {
+int AudioPacketInfo::getChannelLayout() const noexcept {
     return static_cast<int>(static_cast<uint32_t>(compat::channelMask(*parameters)));
 }
 

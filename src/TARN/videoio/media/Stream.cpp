@@ -15,11 +15,11 @@ Stream::Stream(std::shared_ptr<FormatContext> context, int index)
 
 Stream::~Stream() = default;
 
-AVStream* Stream::getStream() {
+AVStream* Stream::getStream() noexcept {
     return formatContext->getStream(streamIndex);
 }
 
-const AVStream* Stream::getStream() const {
+const AVStream* Stream::getStream() const noexcept {
     return std::as_const(*formatContext).getStream(streamIndex);
 }
 

@@ -30,7 +30,7 @@ AudioPacketEncoder::AudioPacketEncoder(int channelLayout, int sampleRate, Ration
 
 AudioPacketEncoder::~AudioPacketEncoder() = default;
 
-size_t AudioPacketEncoder::getFrameWidth() const {
+size_t AudioPacketEncoder::getFrameWidth() const noexcept {
     if ((codecContext->codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0)
         return 0;
     return static_cast<size_t>(codecContext->frame_size);

@@ -19,7 +19,7 @@ AudioStreamEncoder::AudioStreamEncoder(std::shared_ptr<OutputFormatContext> cont
 
 AudioStreamEncoder::~AudioStreamEncoder() = default;
 
-size_t AudioStreamEncoder::getFrameWidth() const {
+size_t AudioStreamEncoder::getFrameWidth() const noexcept {
     return encoderAs<AudioPacketEncoder>().getFrameWidth();
 }
 

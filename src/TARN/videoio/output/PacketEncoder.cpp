@@ -5,6 +5,7 @@
 #include "base/parseInteger.h"
 #include "base/ticks.h"
 #include "ffmpeg_compat.h"
+#include "media/PacketAccess.h"
 #include "media/avRational.h"
 
 #include <TARN/videoio/PacketEncoder.h>
@@ -130,7 +131,7 @@ OutputPacket PacketEncoder::takePacket(AVPacket& packet) {
     if (codecContext->codec_type == AVMEDIA_TYPE_VIDEO)
         giveVideoDuration(packet);
     OutputPacket taken(&packet, codecParameters, timeBase);
-    taken.setKeepAlive(extradata);
+    detail::PacketAccess::keepAlive(taken, extradata);
     av_packet_unref(&packet);
     return taken;
 }

@@ -7,7 +7,6 @@ namespace tio {
 
 namespace {
 
-using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 using YCbCrImage = Mat<Vec<float, 3>, 2, MatOptions<1, 1>>;
 using Plane = Mat<uint8_t, 2, MatOptions<0, 1>>;
 

@@ -21,8 +21,6 @@ namespace {
 
 constexpr int upright = 1;
 
-using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
-
 constexpr std::array<int, 4> turns = {1, 6, 3, 8}; // by quarters, clockwise
 
 constexpr Turning turnedBy(long quarters, bool exact) {
@@ -145,11 +143,11 @@ int parseQuarterTurns(const std::string& value) {
     }
 }
 
-Image turnUpright(const Image& stored, int orientation) {
+RgbImage turnUpright(const RgbImage& stored, int orientation) {
     if (orientation == upright)
         return stored;
     const bool onItsSide = orientation >= 5;
-    Image turned(onItsSide ? Vec<int, 2>(stored.cols(), stored.rows()) : stored.size);
+    RgbImage turned(onItsSide ? Vec<int, 2>(stored.cols(), stored.rows()) : stored.size);
     const Walk walk = walkFor(orientation, stored.rows(), stored.cols());
     for (int row = 0; row < turned.rows(); ++row) {
         std::ptrdiff_t from = walk.first + row * walk.alongColumn;

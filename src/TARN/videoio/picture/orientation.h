@@ -1,7 +1,6 @@
 #pragma once
 
-#include <TARN/core/Mat.h>
-#include <TARN/core/Vec.h>
+#include <TARN/videoio/RgbImage.h>
 
 #include <cstdint>
 #include <string>
@@ -10,11 +9,11 @@ struct AVFrame;
 struct AVStream;
 
 /// @file
-/// How a picture has to be turned to stand upright, whoever tells: a display matrix, a "rotate" tag
-/// or a photo's EXIF. It is one of EXIF's numbers, 1 to 8: 1 upright, 2 mirrored left to right, 3
-/// upside down, 4 mirrored top to bottom; 5 to 8 lie on their side: 5 mirrored along the diagonal
-/// from top left, 6 to be turned clockwise, 7 mirrored along the other diagonal, 8 to be turned
-/// counter-clockwise.
+/// How a picture has to be turned to stand upright, whichever states it: a display matrix, a
+/// "rotate" tag or a photo's EXIF. It is one of EXIF's numbers, 1 to 8: 1 upright, 2 mirrored left
+/// to right, 3 upside down, 4 mirrored top to bottom; 5 to 8 lie on their side: 5 mirrored along
+/// the diagonal from top left, 6 to be turned clockwise, 7 mirrored along the other diagonal, 8 to
+/// be turned counter-clockwise.
 
 namespace tio::ffmpeg::detail {
 
@@ -48,7 +47,6 @@ struct Turning {
 [[nodiscard]] int parseQuarterTurns(const std::string& value);
 
 /// The stored image in upright order. The orientation 1 copies nothing.
-[[nodiscard]] Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>
-turnUpright(const Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>& stored, int orientation);
+[[nodiscard]] RgbImage turnUpright(const RgbImage& stored, int orientation);
 
 } // namespace tio::ffmpeg::detail

@@ -13,8 +13,8 @@ using tio::ffmpeg::PixelFormat;
 using tio::ffmpeg::detail::closeUpRows;
 using tio::ffmpeg::detail::copyRows;
 using tio::ffmpeg::detail::failAssertion;
-using tio::ffmpeg::detail::Places;
 using tio::ffmpeg::detail::makePlane;
+using tio::ffmpeg::detail::Places;
 
 namespace {
 
@@ -136,9 +136,8 @@ SWScaleEncoder::~SWScaleEncoder() = default;
 // swscale reads pixels in blocks that reach behind the last one, where the caller's memory may end.
 // So the last rows are converted from a copy with room behind it, in which the last pixel is
 // repeated, because of an odd row the one behind it takes part in the last colour.
-void SWScaleEncoder::convertFrame(
-    const tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>& image, AVFrame* frame,
-    AVCodecContext* codecContext) {
+void SWScaleEncoder::convertFrame(const tio::RgbImage& image, AVFrame* frame,
+                                  AVCodecContext* codecContext) {
     constexpr int reach = 64; // bytes; the widest registers that releases use
     const auto* pixels = reinterpret_cast<const uint8_t*>(image.data());
     const int stride = 3 * codecContext->width;

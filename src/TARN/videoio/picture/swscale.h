@@ -6,6 +6,7 @@
 #include <TARN/core/Mat.h>
 #include <TARN/core/Vec.h>
 #include <TARN/videoio/Frame.h>
+#include <TARN/videoio/RgbImage.h>
 #include <TARN/videoio/Types.h>
 
 #include <array>
@@ -67,8 +68,7 @@ public:
 
     /// Writes the image into the planes of `frame`, which has buffers of the encoder's format and
     /// size. The image must be tightly packed and exactly as wide as the encoder.
-    void convertFrame(const tio::Mat<tio::Vec<uint8_t, 3>, 2, tio::MatOptions<1, 1>>& image,
-                      AVFrame* frame, AVCodecContext* codecContext);
+    void convertFrame(const tio::RgbImage& image, AVFrame* frame, AVCodecContext* codecContext);
 
 private:
     /// Converts `count` rows of the image, the first of which goes to row `first` of the frame.

@@ -26,7 +26,6 @@ namespace tio {
 
 namespace {
 
-using Image = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
 using Orientation = ffmpeg::ImageOrientation;
 using ffmpeg::Source;
 using namespace ffmpeg::detail;
@@ -105,7 +104,7 @@ private:
     CodecContextHandle codec;
 };
 
-Image convert(AVFrame& frame) {
+RgbImage convert(AVFrame& frame) {
     SWScaleDecoder converter({frame.height, frame.width}, static_cast<AVPixelFormat>(frame.format),
                              ffmpeg::PixelFormat::RGB);
     return converter.convertFrame(&frame)->toRgb(Rational<1, int>(1, 1),
@@ -113,7 +112,7 @@ Image convert(AVFrame& frame) {
 }
 
 // A stream that says how it is turned is believed; only pictures without that may be photos.
-Image decode(OpenInput& input, Orientation wanted) {
+RgbImage decode(OpenInput& input, Orientation wanted) {
     const FirstPicture picture(input);
     AVFrame& frame = picture.frame();
     const int rotation = ffmpeg::getStreamRotation(&picture.stream());
@@ -124,7 +123,7 @@ Image decode(OpenInput& input, Orientation wanted) {
     return turnUpright(convert(frame), orientationOf(frame));
 }
 
-Image readWithFfmpeg(OpenInput&& input, Orientation wanted) {
+RgbImage readWithFfmpeg(OpenInput&& input, Orientation wanted) {
     initialiseOnce();
     input.open();
     input.findStreams();
@@ -132,7 +131,7 @@ Image readWithFfmpeg(OpenInput&& input, Orientation wanted) {
     return decode(input, wanted);
 }
 
-Image read(const std::string& path, Orientation wanted) {
+RgbImage read(const std::string& path, Orientation wanted) {
     if (ffmpeg::getImageFileType(path) != ffmpeg::ImageFileType::Ppm)
         return readWithFfmpeg({Source(path), OpenInput::image, OpenInput::Watching::No}, wanted);
     std::ifstream stream(path);
@@ -190,7 +189,7 @@ auto withBytes(const Source& source, Use use) {
     }
 }
 
-Image parsePpm(const Source& source) {
+RgbImage parsePpm(const Source& source) {
     if (source.kind() != Source::Kind::Url)
         return withBytes(source, [](std::istream& stream) { return readPpm(stream); });
     std::ifstream stream(source.name(), std::ios::binary);
@@ -198,7 +197,7 @@ Image parsePpm(const Source& source) {
 }
 
 // The reader of PPM images knows no names.
-Image readPpmFrom(const Source& source) {
+RgbImage readPpmFrom(const Source& source) {
     try {
         return parsePpm(source);
     } catch (const ffmpeg::Exception&) {
@@ -215,19 +214,19 @@ bool isPpm(const Source& source) {
 
 } // namespace
 
-Image readImage(std::string path) {
+RgbImage readImage(std::string path) {
     return read(path, Orientation::AsStored);
 }
 
-Image readImageUpright(std::string path) {
+RgbImage readImageUpright(std::string path) {
     return read(path, Orientation::Upright);
 }
 
-Image ffmpeg::readImage(std::string path) {
+RgbImage ffmpeg::readImage(std::string path) {
     return tio::readImage(path);
 }
 
-Image ffmpeg::readImageFrom(const Source& source, ImageOrientation orientation) {
+RgbImage ffmpeg::readImageFrom(const Source& source, ImageOrientation orientation) {
     if (isPpm(source))
         return readPpmFrom(source);
     return readWithFfmpeg({source, OpenInput::imageOfSource, OpenInput::Watching::Yes},

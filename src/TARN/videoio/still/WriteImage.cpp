@@ -20,8 +20,6 @@ namespace tio::ffmpeg {
 
 namespace {
 
-using RgbImage = Mat<Vec<uint8_t, 3>, 2, MatOptions<1, 1>>;
-
 constexpr detail::Places at("WriteImage");
 
 const std::map<ImageFileType, AVCodecID> codecTable = {
