@@ -222,7 +222,7 @@ void storeSeekingIndex() {
     step([&] { stream.emplace(input, input->findBestVideoStreamIndex()); });
     if (!stream)
         return;
-    // Kept: the file stays open after a failure.
+    // The file stays open after a failure, as docs/behaviour.md says.
     step([&] { stream->storeSeekingIndex(media().scratch); }, Account::NotKept);
     step([&] { stream->loadSeekingIndex(media().scratch); }, Account::NotKept);
     step([&] { (void)stream->getFrameMsMap(); });

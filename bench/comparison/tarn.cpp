@@ -47,7 +47,7 @@ int64_t loadIndex(const Job& job) {
     return video.getFrameCount();
 }
 
-// With the index at hand, as the other libraries have theirs.
+// With the index made before, as the other libraries have theirs.
 int64_t seek(const Job& job) {
     VideoStreamDecoder video(open(job), PixelFormat::RGB);
     video.loadSeekingIndex(job.target);

@@ -260,7 +260,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     tio::log::setSink([](const auto&, auto, const auto&) {});
-    std::cerr.rdbuf(nullptr); // damaged packets are counted, not told one by one
+    std::cerr.rdbuf(nullptr); // damaged packets are counted, not reported one by one
     for (int i = 2; i < argc; ++i)
         tio::bench::checkClip(argv[i], std::stod(argv[1]));
 }

@@ -58,7 +58,7 @@ private:
     AVBSFContext* filter = nullptr;
 };
 
-/// The units of a packet of an MP4 file, each behind its length in four bytes.
+/// The units of a packet of an MP4 file, each after its length in four bytes.
 std::vector<Unit> unitsByLength(const AVPacket& packet) {
     std::vector<Unit> units;
     for (int at = 0; at + 4 <= packet.size;) {

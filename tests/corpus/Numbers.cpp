@@ -19,7 +19,7 @@ namespace {
 using ffmpeg::InputFormatContext;
 using ffmpeg::PixelFormat;
 
-/// The index of one stream as it follows from its packets: docs/behaviour.md tells the rules.
+/// The index of one stream as it follows from its packets: docs/behaviour.md has the rules.
 struct DirectIndex {
     AVRational timeBase;
     std::vector<int64_t> times;

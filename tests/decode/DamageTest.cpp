@@ -26,7 +26,7 @@
 #include <vector>
 
 /// @file
-/// Damage in the middle of a file: whatever a packet has become, what comes behind it is as in the
+/// Damage in the middle of a file: whatever a packet has become, what comes after it is as in the
 /// undamaged clip, and nobody has to do anything for that but read on.
 
 namespace tio::ffmpeg {
@@ -104,7 +104,7 @@ protected:
         plan.encoder = std::get<0>(GetParam());
         plan.frameCount = pictures;
         plan.gopSize = group;
-        // Pictures that wait for their turn when a key picture is lost come out behind those of its
+        // Pictures that wait for their turn when a key picture is lost come out after those of its
         // group, and are dropped since their time has passed: not so without B-frames.
         const bool keyFrame = std::get<2>(GetParam());
         plan.maxBFrames = plan.encoder == "libx264" && !keyFrame ? 2 : 0;

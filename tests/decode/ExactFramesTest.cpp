@@ -69,7 +69,7 @@ protected:
     void expectFramesInOrder() {
         for (std::size_t n = 0; n < expected.size(); ++n)
             ASSERT_TRUE(isFrame(decoder->readNextFrame(), expected[n])) << "frame " << n;
-        EXPECT_FALSE(decoder->readNextFrame().frame) << "a picture behind the last one";
+        EXPECT_FALSE(decoder->readNextFrame().frame) << "a picture after the last one";
     }
 
     void expectFramesBySeeking(const std::vector<std::size_t>& order) {
@@ -144,7 +144,7 @@ TEST_P(MadeClipTest, ReadsEveryFrameAsNv12) {
 }
 
 // Counting frames takes a rewind to before all times, which some demuxers refuse: AVI and FLV do on
-// the FFmpeg releases at hand.
+// all FFmpeg releases tried.
 TEST_P(MadeClipTest, CountsFramesWhereFfmpegCanRewind) {
     constexpr int64_t beforeAllTimes = -9223372036854;
     openMade(PixelFormat::RGB);

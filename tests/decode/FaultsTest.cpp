@@ -27,7 +27,7 @@
 
 /// @file
 /// Faults of the system: codes that it gives, missing rights, folders, no descriptors left. Disks
-/// and pipes are beside this file. What is thrown has to be told in the very words of
+/// and pipes are beside this file. What is thrown has the very words of
 /// docs/reliability.md.
 
 namespace tio::ffmpeg {

@@ -299,7 +299,7 @@ TEST_F(PacketDecoderTest, ADamagedPacketInFlightAtTheEndThrowsAndTheRestStillCom
     openFile();
     ::testing::internal::CaptureStderr();
     auto times = decodeRest();
-    // By release and thread count the damage surfaces at the end, in a read behind it, or not at
+    // By release and thread count the damage surfaces at the end, in a read after it, or not at
     // all; after it every picture that is left comes out.
     try {
         decoder.end();

@@ -50,7 +50,7 @@ TEST(IndexDataTest, ShowsAFrameNoEarlierThanTheOneBefore) {
 TEST(IndexDataTest, EntersBeforeAKeyPictureForThoseThatLeadIt) {
     const IndexData index = openGroups();
     EXPECT_EQ(index.entryFor(3, 8, {}), 0u);
-    EXPECT_EQ(index.entryFor(4, 8, {}), 0u); // packet 6, behind key packet 4
+    EXPECT_EQ(index.entryFor(4, 8, {}), 0u); // packet 6, after key packet 4
     EXPECT_EQ(index.entryFor(6, 8, {}), 4u);
     EXPECT_EQ(index.entryFor(7, 8, {}), 4u);
     EXPECT_EQ(index.entryFor(7, 4, {}), 0u);

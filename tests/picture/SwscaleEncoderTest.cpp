@@ -50,7 +50,7 @@ RgbImage noiseImage(int height, int width) {
     return image;
 }
 
-/// The image in swscale's own hands. It reads the pixel behind the last one of an odd row as well,
+/// The image as swscale alone converts it. It reads the pixel after the last one of an odd row too,
 /// so the last one is repeated there.
 std::vector<uint8_t> pixelsBySwscale(const RgbImage& image, AVPixelFormat format) {
     const auto* begin = reinterpret_cast<const uint8_t*>(image.data());

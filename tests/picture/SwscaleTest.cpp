@@ -194,7 +194,7 @@ std::ptrdiff_t bytesWhileWritten(const Plane& plane, Target target) {
     return std::ptrdiff_t{plane.rows()} * (plane.cols() + (padded ? 3 * (16 - rest) : 0));
 }
 
-/// How many of the spare bytes behind a plane no longer hold what they were filled with: everything
+/// How many of the spare bytes after a plane no longer hold what they were filled with: everything
 /// up to the last one that was written.
 std::size_t writtenBehind(const Plane& plane, Target target, uint8_t filled) {
     const uint8_t* const end = plane.data() + bytesWhileWritten(plane, target);

@@ -149,7 +149,7 @@ protected:
     RtspClipTest() : RtspTest(shortClip()) {}
 };
 
-// FFmpeg tells no time for the first packet of a stream of H.264, and a picture without a time is
+// FFmpeg gives no time to the first packet of a stream of H.264, and a picture without a time is
 // left out. All others have to come.
 TEST_F(RtspClipTest, PicturesOverTcpAreThoseOfTheClipFromTheSecondOn) {
     std::vector<Shown> expected = picturesOf(clip);

@@ -153,7 +153,7 @@ struct ClickPlan {
     const char* name;
     SoundPlan plan;
     double tick = 0;     ///< of the container's times, in seconds; 0 where it counts in samples
-    int64_t priming = 0; ///< samples that the container does not tell of
+    int64_t priming = 0; ///< samples that the container does not state
     double start = 0;    ///< of a container whose times begin before the priming is off
 };
 

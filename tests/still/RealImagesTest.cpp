@@ -73,7 +73,7 @@ TEST_F(RealImages, PngHasThePixelsThatFfmpegDecodes) {
 }
 
 /// A PPM image with 8-bit samples, taken apart by hand: the numbers of the header are its first
-/// words once comments are gone, and the samples begin behind the blank that ends the last.
+/// words once comments are gone, and the samples begin after the blank that ends the last.
 test::OracleImage ppmByHand(const std::string& path) {
     const std::vector<uint8_t> bytes = test::readBytes(path);
     std::vector<std::string> words = {""};

@@ -203,7 +203,7 @@ TEST_F(WriteImageTest, ReplacesTheFileThatWasThere) {
     EXPECT_EQ(test::readBytes(folder.file("image.ppm")).size(), 11u + 3);
 }
 
-/// A copy of the image in a block of exactly its size, or with other bytes behind it.
+/// A copy of the image in a block of exactly its size, or with other bytes after it.
 Image inBlock(const Image& image, std::size_t behind, char filling) {
     const std::size_t size = 3 * static_cast<std::size_t>(image.count);
     std::shared_ptr<char> block(new char[size + behind], std::default_delete<char[]>());

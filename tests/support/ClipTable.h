@@ -6,7 +6,7 @@
 #include <vector>
 
 /// @file
-/// The clips over which a reader has to be exact. docs/testing.md tells what is odd about each.
+/// The clips over which a reader has to be exact. docs/testing.md says what is odd about each.
 
 namespace tio::test {
 

@@ -39,7 +39,7 @@ struct OracleSound {
     std::vector<float> samples; ///< the channels of a sample side by side; full scale is 1
 
     int64_t changesAt = -1; ///< where the rate or the number of channels changes; -1 if never. What
-                            ///< comes behind is left out
+                            ///< comes after is left out
 
     bool timed = false;
     double start = 0; ///< time of the first frame in seconds, with `timed`

@@ -5,7 +5,7 @@
 run() { nice -n 5 ffmpeg -hide_banner -loglevel error -nostdin -y -threads 2 "$@"; }
 
 # clip NAME FFMPEG_ARGUMENTS...: the output's name comes last, as FFmpeg wants it. What is there already
-# stays. A clip that this ffmpeg cannot make is told and left out.
+# stays. A clip that this ffmpeg cannot make is reported and left out.
 clip() {
     local name=$1
     shift

@@ -1,4 +1,4 @@
-"""Frames by number through PyAV, in the way its documentation tells: seek to before the time, decode
+"""Frames by number through PyAV, in the way its documentation describes: seek to before the time, decode
 up to it. The number of a frame is the place of its time among those of all packets.
 
     pyav.py NAME CLIP TRUTH SECONDS

@@ -5,7 +5,7 @@
 #include <string>
 
 /// @file
-/// How failures are told: every diagnosis is logged before it is thrown, so that a caller who
+/// How failures are reported: every diagnosis is logged before it is thrown, so that a caller who
 /// swallows the exception still finds it in the log.
 
 namespace tio::ffmpeg::detail {

@@ -8,7 +8,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// What the header of a slice tells about its picture.
+/// What the header of a slice says about its picture.
 struct H264Slice {
     bool reference;     ///< other pictures may refer to it
     bool instantaneous; ///< an IDR picture: numbering starts again

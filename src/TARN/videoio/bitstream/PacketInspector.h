@@ -8,7 +8,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// What a packet's own headers tell, without decoding it.
+/// What a packet's own headers say, without decoding it.
 struct PacketFacts {
     bool hidden = false;     ///< kept for reference only: no picture comes out
     bool disposable = false; ///< no other picture of its layer, or of a lower one, refers to it

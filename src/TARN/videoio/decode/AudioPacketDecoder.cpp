@@ -12,7 +12,7 @@ namespace {
 
 using Samples = tio::Mat<float, 2, tio::MatOptions<1, 1>>;
 
-// Unsigned samples are not centred: silence, 128, becomes about 0.5. Kept: callers subtract it.
+// Unsigned samples are not centred: silence, 128, becomes about 0.5. The header says so.
 constexpr float unsigned8Scale = 1.0F / 255.0F;
 constexpr float signed16Scale = 1.0F / 32768.0F;      // 2^-15
 constexpr float signed32Scale = 1.0F / 2147483648.0F; // 2^-31

@@ -29,7 +29,7 @@ bool PacketDecoder::offerPacket(std::shared_ptr<InputPacket> packet) {
 }
 
 // What failed is tried once more with the next packet: memory may be there then, and pictures must
-// not come out as they are stored for want of a filter. A codec that did not open for another
+// not come out unturned because there was none for a filter. A codec that did not open for another
 // reason says so itself when it is sent the packet.
 void PacketDecoder::prepare() {
     const AVStream& stream = getPendingStream();

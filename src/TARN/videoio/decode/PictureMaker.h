@@ -24,7 +24,7 @@ public:
     PictureMaker& operator=(const PictureMaker&) = delete;
     ~PictureMaker();
 
-    /// What tells how a stream lies.
+    /// What is asked how a stream is turned.
     enum class Turning { ByTag, ByTagOrMatrix };
 
     /// Turns from now on as the stream says. May be called once more where it threw.
@@ -36,7 +36,7 @@ public:
     void turnBy(const AVStream& stream, int quarters);
 
     /// Makes the converter for what the codec announces. Without it the first picture does so.
-    /// @throws tio::Exception when the codec tells no pixel format
+    /// @throws tio::Exception when the codec states no pixel format
     void expectPicturesOf(AVCodecContext& codec);
 
     /// Size of upright pictures, (height, width) in pixels.

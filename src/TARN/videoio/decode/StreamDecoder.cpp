@@ -90,7 +90,7 @@ void StreamDecoder::returnToPlace() const {
                               "readPastPlace()", at(20));
 }
 
-// Demuxers that know no place before all time, as those of AVI and FLV, know the one of the start.
+// Demuxers that refuse a place before all time, such as those of AVI and FLV, know the start.
 void StreamDecoder::rewind() const {
     const AVStream& stream = *inputStream.getStream();
     const auto seekTo = [&](int64_t time) {
@@ -128,8 +128,8 @@ void StreamDecoder::primeOnce() const {
     const_cast<StreamDecoder*>(this)->packetDecoder().offerPacket(readPacket());
 }
 
-// A packet that the decoder refused before a seek is offered first after it: kept, because the
-// pump as it is never leaves one behind, and callers' own decoders may count on it.
+// A packet that the decoder refused before a seek is offered first after it, so that none is lost.
+// The pump of this class leaves none.
 // The decoder is emptied last: where the seek is refused, it goes on.
 int64_t StreamDecoder::seekToOrBefore(int64_t frame) {
     makeIndex();
@@ -150,8 +150,8 @@ void StreamDecoder::seek(int64_t frame) {
         pumpFrame(FrameUse::Skip);
 }
 
-// A packet that fails is told of once. FFmpeg would fail at it again, and nothing after it come
-// out. What was told when the first packet was offered is not told again.
+// A packet that fails throws once. FFmpeg would fail at it again, and nothing after it would come
+// out. What was thrown when the first packet was offered is not thrown again.
 bool StreamDecoder::takeFrame(FrameUse use) {
     try {
         return use == FrameUse::Keep ? frameReady() : packetDecoder().receiveFrame();
@@ -185,7 +185,7 @@ bool StreamDecoder::pumpFrame(FrameUse use) {
         if (takeFrame(use))
             return true;
         // A codec that has put out a frame to be dropped may not have looked at the last packet
-        // yet, and FFmpeg lets go of such a packet when it is told of the end.
+        // yet, and FFmpeg drops such a packet when the end is announced.
         more = more || packetDecoder().hasDroppedFrame();
         // A live source may go on after its end; a drained codec takes nothing, so do not wait.
     } while (more && !packetDecoder().isDrained());

@@ -7,12 +7,12 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-// A picture that has not come out this many packets behind its own will not come. With 48, pictures
-// of real streams were given up that came one packet later.
+// A picture that has not come out this many packets after its own will not come. With 48, pictures
+// of real streams were given up although they came one packet later.
 constexpr uint32_t patience = 160;
 
 // Further back than this, decoding from the start is tried: each key frame costs as much again as
-// all those behind it.
+// all those after it.
 constexpr int earlierEntries = 4;
 
 // A key frame so few packets ahead is reached sooner by decoding on than by a seek, which throws
@@ -132,7 +132,7 @@ bool FrameFinder::isLeftOut(uint32_t packet, const Aim& aim) {
     if (!aim.leaveOut || frame == IndexData::noFrame || frame == aim.frame ||
         !index.hasFlag(packet, IndexData::disposable))
         return false;
-    // What lies behind the last one wanted may be asked for next.
+    // What comes after the last one wanted may be asked for next.
     const int64_t lastWanted = aim.wanted.empty() ? aim.frame : aim.wanted.back();
     if (frame > lastWanted || std::binary_search(aim.wanted.begin(), aim.wanted.end(), frame))
         return false;

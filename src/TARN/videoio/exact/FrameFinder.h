@@ -19,7 +19,7 @@ class FrameFinder {
 public:
     enum class Outcome {
         Found,
-        Damaged,     ///< the stream has to be counted anew with one thread
+        Damaged,     ///< the stream has to be counted again with one thread
         Misnumbered, ///< the pictures that come out are not those that the index promises
         Changed,     ///< the packets are not those of the index
         Unreachable, ///< the picture does not come out, whatever is tried
@@ -45,7 +45,7 @@ public:
 
     [[nodiscard]] Way way() const noexcept { return taken; }
 
-    /// What reading taught of the places where decoding can start.
+    /// What reading has shown of the places where decoding can start.
     [[nodiscard]] const EntryNotes& learned() const noexcept { return notes; }
     [[nodiscard]] DecodingRun::Work work() const { return run.work(); }
 
@@ -83,7 +83,7 @@ private:
     bool begun = true;          // from here on no frame may be missing
     bool damageSeen = false;    // in a picture since the entry
     int64_t failuresBefore = 0; // of the decoder, up to the entry
-    std::set<int64_t> leftOut;  // frames behind the last one that were not decoded
+    std::set<int64_t> leftOut;  // frames after the last one that were not decoded
     Way taken = Way::Straight;
 };
 

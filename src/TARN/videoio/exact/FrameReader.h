@@ -66,7 +66,7 @@ private:
                                     const Callback& callback);
     [[nodiscard]] size_t capacity() const;
 
-    std::shared_ptr<InputFormatContext> input; // tells the source; never read from
+    std::shared_ptr<InputFormatContext> input; // names the source; never read from
     FrameReaderOptions options;
     std::optional<PixelFormat> frameFormat; // none where images are given
     detail::PictureDelivery delivery;

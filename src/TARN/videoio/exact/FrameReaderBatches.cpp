@@ -97,7 +97,7 @@ void FrameReader::Engine::readInOrder(const std::vector<int64_t>& frames,
 
 /// Reads the frames of one window and hands them over in the order asked for.
 /// @returns where to go on: before the end of the window when pictures are larger than expected,
-///          and behind all frames when the callback wants no more
+///          and after all frames when the callback wants no more
 size_t FrameReader::Engine::readWindow(const std::vector<int64_t>& frames, size_t begin, size_t end,
                                        const Callback& callback) {
     const std::vector<int64_t> order = detail::decodingOrder(frames, begin, end);

@@ -87,7 +87,7 @@ FrameReader::Engine::~Engine() {
         static_cast<void>(finder.release());
 }
 
-// The finder of the other process is let go of when there is a new one: until then it still counts.
+// The finder of the other process is dropped when there is a new one: until then it still counts.
 void FrameReader::Engine::noticeOtherProcess() {
     if (process == ::getpid())
         return;
@@ -203,7 +203,7 @@ void FrameReader::Engine::failReading(int64_t frame, const char* reason) const {
                           "false", at(3));
 }
 
-/// Brings the finder to a frame. What comes out may show that the stream has to be counted anew,
+/// Brings the finder to a frame. What comes out may show that the stream has to be counted again,
 /// by decoding it, and once more with one thread when it is damaged.
 void FrameReader::Engine::find(int64_t frame, const std::vector<int64_t>& wanted) {
     constexpr int mostCounts = 2;
@@ -223,7 +223,7 @@ void FrameReader::Engine::find(int64_t frame, const std::vector<int64_t>& wanted
     }
 }
 
-/// Brings the finder to a frame, and tells everything of its picture but the pixels.
+/// Brings the finder to a frame, and gives everything of its picture but the pixels.
 FrameReader::Picture FrameReader::Engine::goTo(int64_t frame, const std::vector<int64_t>& wanted) {
     requireFrame(frame);
     noticeOtherProcess();

@@ -40,7 +40,7 @@ Decoded decodeAll(const Input& input, const IndexData& index, int threads,
 }
 
 // A stream that does not begin with a key packet may give no picture for its first ones. Decoding
-// them shows; those behind the next key packet do not depend on them.
+// them shows; those after the next key packet do not depend on them.
 /// @returns false when the whole stream has to be decoded to know
 bool settleStart(const Input& input, IndexData& index, int threads) {
     if (index.packets.empty() || index.hasFlag(0, IndexData::key))

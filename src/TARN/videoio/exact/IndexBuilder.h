@@ -15,7 +15,7 @@ namespace tio::ffmpeg::detail {
 [[nodiscard]] IndexData buildIndex(const std::shared_ptr<InputFormatContext>& input, int stream,
                                    const FrameIndexOptions& options);
 
-/// Counts the pictures anew by decoding all of them, which gives the checksums as well.
+/// Counts the pictures again by decoding all of them, which gives the checksums as well.
 /// @param singleThread  as a damaged stream has to be decoded; found out when false
 /// @throws as buildIndex()
 void countByDecoding(const std::shared_ptr<InputFormatContext>& input, IndexData& index,

@@ -6,7 +6,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// What one reading of all packets tells.
+/// What one reading of all packets shows.
 struct PacketScan {
     IndexData index;          ///< without frames
     bool damaged = false;     ///< a packet is not whole, or flagged so
@@ -17,7 +17,7 @@ struct PacketScan {
 [[nodiscard]] PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progress);
 
 /// Numbers the pictures by the packets' times.
-/// @returns false when those do not tell: a picture has none, or shares it with another
+/// @returns false when those do not do: a picture has none, or shares it with another
 [[nodiscard]] bool orderByTimes(IndexData& index);
 
 /// Gives each picture a time where packets have none, or have given two pictures.

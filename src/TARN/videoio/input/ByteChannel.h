@@ -17,7 +17,7 @@ namespace tio::ffmpeg::detail {
 class ByteChannel {
 public:
     /// Opens the stream of a source of memory or streams. `watch` has to outlive the channel.
-    /// @throws tio::ffmpeg::Exception as openStream(); also when the size is none
+    /// @throws tio::ffmpeg::Exception as openStream(); also for a negative size
     ByteChannel(const Source& source, InputWatch& watch);
     ByteChannel(const ByteChannel&) = delete;
     ByteChannel& operator=(const ByteChannel&) = delete;
@@ -32,13 +32,13 @@ public:
     /// @throws tio::ffmpeg::Exception as throwStreamFailure()
     void rethrowFailure();
 
-    /// The stream, to be read past FFmpeg. It is sought in before FFmpeg reads on.
+    /// The stream, to be read without FFmpeg, which seeks in it before it reads on.
     [[nodiscard]] ByteStream& lend() noexcept {
         streamPosition = -1;
         return *stream;
     }
 
-    /// As the stream told it: how many bytes there are, or ByteStream::unknownSize.
+    /// As the stream states it: how many bytes there are, or ByteStream::unknownSize.
     [[nodiscard]] int64_t byteCount() const noexcept { return size; }
 
     /// Lets the stream be asked again after a failure.

@@ -47,8 +47,8 @@ bool isEarlier(const Rational& time, const Rational& other) {
     return Wide{time.numerator} * other.denominator < Wide{other.numerator} * time.denominator;
 }
 
-// Exactly these two texts turn the size: a tag such as "-90" does not, although the pictures of
-// such a stream come out turned. Kept: the size query answers for the tag that cameras write.
+// Exactly these two texts, which cameras write, swap the sides. A tag such as "-90" does not,
+// although the pictures of such a stream come out turned: docs/behaviour.md says what to ask then.
 bool rotateTagSwapsSides(const AVStream& stream) {
     const AVDictionaryEntry* entry = nullptr;
     while ((entry = av_dict_get(stream.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
@@ -71,8 +71,8 @@ InputFormatContext::InputFormatContext(std::string url)
     try {
         opened->findStreams();
     } catch (...) {
-        // Kept: the context stays open. FFmpeg fails here only when memory runs out or the input's
-        // data breaks off inside a header that it needs.
+        // The context stays open: docs/behaviour.md. FFmpeg fails here only when memory runs out or
+        // the input's data breaks off inside a header that it needs.
         opened->letGo();
         throw;
     }

@@ -44,7 +44,7 @@ struct InputStream::StartProbe {
     }
 
     int64_t firstPts = AV_NOPTS_VALUE;
-    int budget = 100; // packets; leading pictures come right behind their key frame
+    int budget = 100; // packets; leading pictures come right after their key frame
 };
 
 InputStream::InputStream(std::shared_ptr<InputFormatContext> input, int streamNumber)
@@ -108,7 +108,7 @@ bool InputStream::startsWithKeyFrame() {
 }
 
 // A look at the start and a whole scan share the recording of packets, so a look leaves what it
-// recorded in the index, unsorted. Kept: callers that probe do so on a stream of its own.
+// recorded in the index, unsorted. The header asks callers to use a stream made for the look.
 bool InputStream::buildIndex(Scan scan) const {
     const auto input = context();
     if (scan == Scan::Whole)
@@ -166,7 +166,7 @@ int64_t InputStream::seekToFrame(int64_t frame) const {
     const int64_t landed =
         seekToTimestamp(detail::wrappingDifference(wanted, index->maxPtsDtsDifference));
     // The MP4 demuxer says that it seeks by pts, but without an edit list its index counts in dts,
-    // and a seek may land on a key frame behind the wanted picture. Once more, by the difference.
+    // and a seek may land on a key frame after the wanted picture: once more, by the difference.
     if (landed > wanted && packet->dts != AV_NOPTS_VALUE && packet->dts < landed &&
         context()->isPtsSeekable())
         return seekToTimestamp(
@@ -184,14 +184,14 @@ int64_t InputStream::seekToOrBefore(int64_t frame) {
     const int64_t pts = seekToFrame(frame);
     if (pts < index->times.front())
         return 0;
-    // Not a binary search: an index that a look at the start left behind is not sorted.
+    // Not a binary search: an index that comes from a look at the start is not sorted.
     const auto landed = std::find(index->times.begin(), index->times.end(), pts);
     return landed - index->times.begin();
 }
 
-// Kept: after a failure the file stays open, and whatever was read or written up to then stays in
-// place. Callers that store to a full disk or load a damaged file find the message;
-// docs/behaviour.md says what to do next.
+// After a failure the file stays open, and whatever was read or written up to then stays in place.
+// One handle to a failure does no harm, and a new stream has nothing of what was read:
+// docs/behaviour.md.
 
 void InputStream::storeSeekingIndex(std::string path) const {
     buildIndexWhenMissing();

@@ -3,7 +3,7 @@
 namespace tio::ffmpeg::detail {
 
 void InputWatch::allow(std::chrono::milliseconds limit) noexcept {
-    // A limit that leaves the clock's range is none.
+    // A limit beyond the clock's range is no limit.
     const auto now = Clock::now();
     const auto longest =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now);

@@ -40,8 +40,8 @@ std::optional<Rational> durationOf(const AVFormatContext& context, const AVStrea
     return std::nullopt;
 }
 
-// FFmpeg's second rate is the lowest at whose distances all times lie that it has seen, that of the
-// fields where there are two to a picture. An average over few pictures is off by the last one.
+// FFmpeg's second rate is the lowest one in whose ticks all times are that it has seen, that of the
+// fields where a picture has two. An average over few pictures is off by the last one.
 bool ratesDiffer(AVRational average, AVRational finest) {
     constexpr double tolerated = 0.01;
     if (average.num <= 0 || finest.num <= 0)

@@ -51,7 +51,7 @@ Demuxer findDemuxer(const std::string& name) {
     return demuxer;
 }
 
-// What lies in memory names files and hosts of whoever made it, not of whoever reads it.
+// Names in memory are those of files and hosts of whoever made it, not of whoever reads it.
 int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
     return AVERROR(EPERM);
 }
@@ -66,7 +66,7 @@ OpenInput::OpenInput(Source opened, const Manner& how, Watching watching)
 
 OpenInput::~OpenInput() {
     if (watch)
-        watch->allow(watch->options.readTimeout); // a server may be slow to hear the farewell
+        watch->allow(watch->options.readTimeout); // a server may be slow to end the session
 }
 
 void OpenInput::open() {
@@ -134,9 +134,9 @@ void OpenInput::requireAllTaken(const Options& left) const {
             failPlainly("There is no option \"" + option.first + "\" for " + origin.name());
 }
 
-// Where a transport stream has no packet, FFmpeg goes back by one and searches this many bytes.
-// With fewer than a packet it may end where it began, and it tries again for ever, where no
-// interruption reaches it.
+// Where a transport stream has no packet, FFmpeg goes back by one and searches this many bytes. If
+// they are fewer than a packet, it may end where it began, and then it tries again for ever,
+// without asking whether to stop.
 void OpenInput::requireSearchOfAPacket() const {
     constexpr int64_t longestPacket = 204; // 188, and 16 of error correction
     constexpr const char* option = "resync_size";

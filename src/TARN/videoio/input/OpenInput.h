@@ -46,23 +46,23 @@ public:
     void findStreams();
     void restoreTags();
 
-    /// Tells the failure of a later step, or why there was one, in the same way.
+    /// Throws the failure of a later step, or what caused it, in the same way.
     void check(int result, int number) const { check(result, number, manner.namesAlways); }
 
-    /// Leaves the context to itself, open as it is.
+    /// Gives up the context, which stays open.
     void letGo() noexcept { static_cast<void>(input.release()); }
 
     [[nodiscard]] AVFormatContext* context() const noexcept { return input.get(); }
     [[nodiscard]] const Source& source() const noexcept { return origin; }
 
-    /// By which memory and streams are read; null for a URL.
+    /// What memory and streams are read by; null for a URL.
     [[nodiscard]] ByteChannel* bytes() const noexcept { return channel.get(); }
 
     /// Starts the clock for one packet or one seek.
     void startClock() noexcept;
 
-    /// As av_read_frame(), but for what watch and stream have to say; `packet` is blank after a
-    /// failure.
+    /// As av_read_frame(), but limits and failures of the stream end it too; `packet` is blank
+    /// after a failure.
     [[nodiscard]] int readPacket(AVPacket* packet);
 
     /// As av_seek_frame(), with a clock of its own. A stream that has failed is asked again.
@@ -71,7 +71,7 @@ public:
     /// Why readPacket() or seek() gave this result.
     [[nodiscard]] EndReason reasonFor(int result) const;
 
-    /// Whether the end is none of the source's own: a limit, or bytes that could not be had.
+    /// Whether the source did not end by itself: there was a limit, or bytes could not be read.
     [[nodiscard]] bool wasCutShort() const noexcept;
 
     /// Throws what a stream of the caller's has done wrong; once.

@@ -7,7 +7,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// The times by which frames are numbered, and how far before one has to be sought to reach it. In
+/// The times by which frames are numbered, and how far before one to seek to reach it. In
 /// a file: the distance, then the times, as 64-bit integers in the machine's own order.
 class SeekingIndex {
 public:

@@ -54,7 +54,7 @@ std::shared_ptr<const SourceRecipe> memoryRecipe(std::shared_ptr<const uint8_t> 
         Source::Kind::Memory, std::move(name), std::move(options), std::move(bytes), count, {}});
 }
 
-// The code by which the failure of a stream is told beside its words.
+// The code that the failure of a stream has beside its words.
 int codeOf(const std::error_code& error) {
     const bool ofSystem =
         error.category() == std::generic_category() || error.category() == std::system_category();

@@ -14,7 +14,7 @@ namespace {
 
 constexpr detail::Places at("Packet");
 
-// As for the data: memory that runs out is told by an Exception.
+// As for the data: when memory runs out, an Exception says so.
 detail::OwnedPacket makeBlankPacket() {
     detail::OwnedPacket packet(av_packet_alloc(), detail::freePacket);
     if (!packet)

@@ -36,8 +36,8 @@ size_t AudioPacketEncoder::getFrameWidth() const noexcept {
     return static_cast<size_t>(codecContext->frame_size);
 }
 
-// Kept: the first block fixes the length. Giving up its buffer also resets the frame's format, so
-// no buffer of another length can be had; FFmpeg then says so.
+// The first block fixes the length. Releasing its buffer also resets the frame's format, so that
+// FFmpeg refuses to make one of another length, and says so.
 void AudioPacketEncoder::resizeFrame(int rows) {
     if (frame->nb_samples == rows && frame->data[0] != nullptr)
         return;

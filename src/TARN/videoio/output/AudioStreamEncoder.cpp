@@ -28,7 +28,7 @@ void AudioStreamEncoder::writeNextFrame(AudioPacketEncoder::Samples samples, Rat
     writePackets(encoderAs<AudioPacketEncoder>().writeNextFrame(std::move(samples), time), time);
 }
 
-// Kept: every block gets the same time, as every image of the video encoder's does.
+// Every block gets the same time, as every image of the video encoder does. The header says so.
 void AudioStreamEncoder::writeNextFrame(AudioPacketEncoder::Samples samples) {
     writeNextFrame(std::move(samples), timeWithoutTime());
 }

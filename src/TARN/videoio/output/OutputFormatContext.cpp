@@ -60,8 +60,8 @@ OutputFormatContext::OutputFormatContext(std::string filePath)
 
 // The trailer is attempted whatever happened before, its result ignored. FFmpeg crashes on a
 // trailer without a header, so that one call depends on the header; closing and freeing do not.
-// Kept: packets that wait for the time origin are neither written nor released. Those of streams
-// that went before the header are.
+// Packets that still wait for the time origin are not written, having no time, and not released:
+// docs/behaviour.md. Those of streams that went before the header are released.
 OutputFormatContext::~OutputFormatContext() {
     if (readyForPackets() && !finished)
         av_write_trailer(formatContext);
@@ -162,7 +162,7 @@ void OutputFormatContext::adopt(int streamIndex, const std::deque<OutputPacket>&
     letGo(lost);
 }
 
-// Destructors say this, and must not fail when there is no memory for a line.
+// Called by destructors, which must not fail when there is no memory for a line.
 void OutputFormatContext::letGo(size_t count) const noexcept {
     if (count == 0)
         return;
@@ -185,7 +185,7 @@ void OutputFormatContext::writePacket(const OutputPacket& packet, int streamInde
     detail::checkResult(answer.result, answer.check);
 }
 
-// For packets of which the caller has been told already: no further exception and no line.
+// For packets whose failure the caller knows by an exception: no second one, and no line.
 bool OutputFormatContext::tryToWrite(const OutputPacket& packet, int streamIndex) noexcept {
     try {
         return readyForPackets() && !finished && writeCopy(packet, streamIndex).result >= 0;
@@ -225,7 +225,7 @@ OutputFormatContext::Answer OutputFormatContext::writeOrHold(AVPacket& packet) {
     // A reference packet without a time leaves the origin unknown for those that follow.
     timeOffset = detail::wrappingDifference(0, packet.pts);
     answer = writePendingPackets();
-    if (answer.result < 0 && !pendingPackets.empty()) { // the caller, who is told, keeps the packet
+    if (answer.result < 0 && !pendingPackets.empty()) { // the caller, who sees it, keeps the packet
         av_packet_unref(&pendingPackets.back().packet);
         pendingPackets.pop_back();
     }
@@ -242,7 +242,7 @@ OutputFormatContext::Answer OutputFormatContext::hold(const AVPacket& packet, Ra
     return {referenced, at(135)};
 }
 
-// A packet that FFmpeg refuses must not stand in the way of the others for good.
+// A packet that FFmpeg refuses must not stand in the way of the others for ever.
 OutputFormatContext::Answer OutputFormatContext::writePendingPackets() {
     while (!pendingPackets.empty()) {
         PendingPacket pending = pendingPackets.front();

@@ -37,7 +37,7 @@ OutputStream::~OutputStream() {
         writeHeldPackets();
 }
 
-// The last packets of an encoder that is being destroyed. After a failure that was told they wait
+// The last packets of an encoder that is being destroyed. After a failure that was thrown they wait
 // for the stream's own destructor, which throws nothing then.
 void OutputStream::writeLast(const std::vector<OutputPacket>& packets) {
     if (context().hasFailed() || lastWriteFailed) {

@@ -34,8 +34,8 @@ PacketEncoder::PacketEncoder(Rational unitTime, AVCodecID codecId)
     codecContext->thread_count = static_cast<int>(std::thread::hardware_concurrency());
 }
 
-// Kept: the context is closed, but its own block is not freed where FFmpeg can do the one without
-// the other, and a frame that flush() did not free stays. Both are in the leak checker's list.
+// The context is closed, but its own block, about a kilobyte, is not freed where FFmpeg can do the
+// one without the other, and a frame that flush() did not free stays: docs/behaviour.md.
 PacketEncoder::~PacketEncoder() {
     avcodec_parameters_free(&codecParameters);
     compat::closeEncoder(codecContext);

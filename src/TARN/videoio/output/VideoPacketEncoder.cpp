@@ -35,8 +35,8 @@ VideoPacketEncoder::Image padToEven(VideoPacketEncoder::Image image) {
         for (int row = 0; row < padded.rows(); ++row)
             padded(row, padded.cols() - 1) = Pixel(0, 0, 0);
     }
-    // Kept: an added row stays as the allocator gave it, and an image that needed only a column
-    // loses its last row to black.
+    // An added row stays as the allocator gave it, and an image that needed only a column loses its
+    // last row to black. The header says so.
     if (padded.rows() == rows)
         std::fill_n(&padded(rows - 1, 0), padded.cols(), Pixel(0, 0, 0));
     return padded;

@@ -19,7 +19,8 @@ void VideoStreamEncoder::writeNextFrame(VideoPacketEncoder::Image image, Rationa
     writePackets(encoderAs<VideoPacketEncoder>().writeNextFrame(std::move(image), time), time);
 }
 
-// Kept: unlike the packet encoder, which counts ticks, this gives every image the same time.
+// Unlike the packet encoder, which counts ticks, this gives every image the same time. The header
+// says so.
 void VideoStreamEncoder::writeNextFrame(VideoPacketEncoder::Image image) {
     writeNextFrame(std::move(image), timeWithoutTime());
 }

@@ -133,9 +133,9 @@ SWScaleEncoder::SWScaleEncoder(tio::Vec<int, 2> pictureSize, AVCodecContext* cod
 
 SWScaleEncoder::~SWScaleEncoder() = default;
 
-// swscale reads pixels in blocks that reach behind the last one, where the caller's memory may end.
-// So the last rows are converted from a copy with room behind it, in which the last pixel is
-// repeated, because of an odd row the one behind it takes part in the last colour.
+// swscale reads pixels in blocks that reach past the last one, where the caller's memory may end.
+// So the last rows are converted from a copy with room after it, in which the last pixel is
+// repeated: in an odd row the pixel after it takes part in the last colour.
 void SWScaleEncoder::convertFrame(const tio::RgbImage& image, AVFrame* frame,
                                   AVCodecContext* codecContext) {
     constexpr int reach = 64; // bytes; the widest registers that releases use

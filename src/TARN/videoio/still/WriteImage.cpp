@@ -118,7 +118,7 @@ detail::PacketHandle encode(const RgbImage& image, AVCodecContext& codecContext)
     return packet;
 }
 
-// Kept: after a failed write the file stays open, and what was written stays.
+// After a failed write the file stays open, and what was written stays. The header says so.
 void writeFile(const std::string& path, const uint8_t* data, size_t size) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     if (f == nullptr)

@@ -54,7 +54,7 @@ public:
     /// `n`/`d`, reduced.
     constexpr Rational(T n, T d) noexcept : numerator(n), denominator(d) { reduce(); }
 
-    /// Floating-point values do not convert, because they would lose what is behind the point, and
+    /// Floating-point values do not convert, because they would lose what is after the point, and
     /// most decimal fractions have no exact value to take over. Say which fraction is meant:
     /// `Rational(1, 2)`; or choose how fine it shall be, here microseconds:
     /// `Rational(std::llround(seconds * 1e6), 1000000)`.

@@ -56,7 +56,7 @@ int64_t IndexData::frameAt(int64_t ticks) const noexcept {
 int64_t IndexData::frameAfter(int64_t last, uint32_t packet) const noexcept {
     if (packet >= packetCount() || frameOf[packet] == noFrame)
         return -1;
-    // Where one packet gives two pictures, they come close behind each other.
+    // Where one packet gives two pictures, they come soon after each other.
     constexpr int64_t searched = 64;
     const int64_t first = frameOf[packet];
     const int64_t end = std::min(frameCount(), first + searched);

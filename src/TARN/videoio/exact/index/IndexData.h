@@ -68,7 +68,7 @@ struct IndexData {
     /// Works out what follows from the rest.
     void finish();
 
-    /// Whether this can be the index of a stream, as far as its parameters tell.
+    /// Whether this can be the index of a stream, as far as its parameters show.
     [[nodiscard]] bool isOf(const AVStream& candidate) const noexcept;
 
     [[nodiscard]] uint32_t packetCount() const noexcept {
@@ -87,7 +87,7 @@ struct IndexData {
     [[nodiscard]] int64_t durationOf(int64_t frame) const noexcept;
     /// The last frame with a time at or before `ticks`; -1 before the first.
     [[nodiscard]] int64_t frameAt(int64_t ticks) const noexcept;
-    /// The first frame behind frame `last` that is a picture of a packet; -1 when there is none.
+    /// The first frame after frame `last` that is a picture of a packet; -1 when there is none.
     [[nodiscard]] int64_t frameAfter(int64_t last, uint32_t packet) const noexcept;
 
     /// The last packet from which decoding leads to `frame`, and before packet `limit`; packet 0

@@ -11,7 +11,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// The bytes of a source at any place, read past FFmpeg: what a source is recognised by.
+/// The bytes of a source at any place, read without FFmpeg, to recognise the source by.
 class SourceBytes {
 public:
     /// When a file was changed, since 1970.
@@ -49,7 +49,7 @@ public:
 
     /// A hash of `count` bytes from `offset` on, or of as many as there are.
     /// @pre they are known
-    /// @throws tio::ffmpeg::Exception naming the source, when they cannot be had
+    /// @throws tio::ffmpeg::Exception naming the source, when they cannot be read
     [[nodiscard]] uint64_t hashAt(uint64_t offset, uint64_t count);
 
 private:

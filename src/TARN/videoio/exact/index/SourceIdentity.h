@@ -8,8 +8,8 @@
 
 namespace tio::ffmpeg::detail {
 
-/// By what a source is recognised: its size and hashes of its first block, its last block and
-/// samples of what lies between. Where it lies, and what it is called, plays no part.
+/// What a source is recognised by: its size and hashes of its first block, its last block and
+/// samples of what is between. Where it is, and what it is called, plays no part.
 struct SourceIdentity {
     enum class Likeness { Same, Changed, Other };
 

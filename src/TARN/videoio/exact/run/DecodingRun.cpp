@@ -11,7 +11,7 @@ DecodingRun::DecodingRun(const std::shared_ptr<InputFormatContext>& input, const
     makeDecoder();
 }
 
-// A demuxer tells of changed codec parameters once, and a decoder keeps them. So a newly opened
+// A demuxer reports changed codec parameters once, and a decoder keeps them. So a newly opened
 // source goes with a new decoder.
 void DecodingRun::makeDecoder() {
     if (codec) {
@@ -25,7 +25,7 @@ void DecodingRun::makeDecoder() {
 }
 
 bool DecodingRun::enterAt(uint32_t number) {
-    // The decoder's packets refer to the stream of the source, which may be opened anew.
+    // The decoder's packets refer to the stream of the source, which may be opened again.
     codec->restart();
     const bool found = cursor.goTo(number);
     if (openingOfCodec != source.openingCount())
@@ -48,7 +48,7 @@ bool DecodingRun::next(const LeaveOut& leaveOut, uint32_t limit) {
     return true;
 }
 
-/// Gives the decoder the next packet that it needs, or word that there is none.
+/// Gives the decoder the next packet that it needs, or announces the end.
 /// @returns false when the packets are not those of the index, or would pass the limit
 bool DecodingRun::feed(const LeaveOut& leaveOut, uint32_t limit) {
     while (true) {

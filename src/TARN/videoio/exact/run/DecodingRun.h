@@ -14,7 +14,7 @@ namespace tio::ffmpeg::detail {
 /// Decodes a stream picture by picture from a packet of one's choice on.
 class DecodingRun {
 public:
-    /// Tells whether a packet need not be decoded.
+    /// Says whether a packet need not be decoded.
     using LeaveOut = std::function<bool(uint32_t packet)>;
 
     /// What was done so far.
@@ -33,14 +33,14 @@ public:
     /// @returns false when the packet cannot be found again
     [[nodiscard]] bool enterAt(uint32_t number);
 
-    /// Goes on from the start, with a new decoder and the source opened anew.
+    /// Goes on from the start, with a new decoder and the source opened again.
     void startOver();
 
     /// Goes to the next picture; false when no more come, because the stream is at its end or
     /// cannot be followed, or because it would take packet `limit`.
     [[nodiscard]] bool next(const LeaveOut& leaveOut = {}, uint32_t limit = UINT32_MAX);
 
-    /// Tells of the picture, and gives it.
+    /// What is known of the picture, and the picture.
     [[nodiscard]] FrameDecoder& decoder() noexcept { return *codec; }
 
     /// The packet that is read next.
@@ -59,7 +59,7 @@ private:
     PacketCursor cursor;
     PixelFormat format;
     int threads;
-    std::unique_ptr<FrameDecoder> codec; // behind the source, to whose stream it refers
+    std::unique_ptr<FrameDecoder> codec; // after the source, to whose stream it refers
     int64_t openingOfCodec = 0;          // which one of the source the codec belongs to
     bool ended = false;
     bool lost = false;

@@ -9,7 +9,7 @@
 
 namespace tio::ffmpeg::detail {
 
-/// A decoder driven by packet numbers instead of times: each picture tells from which packet it
+/// A decoder driven by packet numbers instead of times: each picture says from which packet it
 /// comes, and nothing is dropped. What fails to decode is passed over and counted.
 class FrameDecoder final {
 public:
@@ -33,7 +33,7 @@ public:
     /// Of the decoded picture as it is stored, before turning and conversion.
     [[nodiscard]] uint32_t checksum() const;
 
-    /// Whether the picture shows damage, as far as the decoder tells.
+    /// Whether the picture shows damage, as far as the decoder reports it.
     [[nodiscard]] bool isPictureDamaged() const;
 
     /// The decoded picture as it is stored. Its pts is the packet's number, not a time; what it

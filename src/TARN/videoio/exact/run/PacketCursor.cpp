@@ -10,7 +10,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-// Behind a seek into the middle of a packet, what comes first may be in no index; but not for long.
+// After a seek into the middle of a packet, what comes first may be in no index; but not for long.
 constexpr int toleratedStrangers = 64;
 
 // How many packets earlier to begin where a seek to a packet's own place comes too late, because
@@ -26,7 +26,7 @@ uint64_t hashOf(const AVPacket& packet) {
 PacketCursor::PacketCursor(PacketSource& source, const IndexData& ofStream)
     : packets(source), index(ofStream), methods(methodsFor(*source.format().iformat)) {}
 
-// What led to the packet asked for, and not behind it, most often over many real files. MP4 counts
+// What led to the packet asked for, and not past it, most often over many real files. MP4 counts
 // decoding times in some files and presentation times in others; MPEG-TS and MPEG-PS guess times
 // by a search in the bytes, so that their packets' own places serve better.
 std::vector<PacketCursor::Method> PacketCursor::methodsFor(const AVInputFormat& format) {
@@ -130,7 +130,7 @@ int64_t PacketCursor::locate(uint32_t near) const {
             if (index.pts[at] == packet.pts && (placesKnown || packet.pts != AV_NOPTS_VALUE))
                 return candidate;
             if (found >= 0)
-                return -1; // two alike: the next packet may tell them apart
+                return -1; // two alike: the next packet may show which it is
             found = candidate;
         }
     }

@@ -23,12 +23,12 @@ public:
     /// Opens the source of an input once more.
     PacketSource(const std::shared_ptr<InputFormatContext>& origin, int streamIndex);
 
-    /// Goes to the start of the source, in a way that every container allows: by opening it anew.
+    /// Goes to the start of the source, in a way that every container allows: by opening it again.
     /// Packets read before must not be used any more.
     void reopen();
 
     /// Goes to the next packet; false at the end, damage included that the demuxer does not pass.
-    /// @throws tio::ffmpeg::Exception when bytes cannot be had, a time limit passes, the reading is
+    /// @throws tio::ffmpeg::Exception when bytes cannot be read, a time limit passes, reading is
     ///         cancelled, or memory runs out
     [[nodiscard]] bool read();
 
