@@ -1,3 +1,4 @@
+#include "base/handles.h"
 #include "support/ClipMaker.h"
 #include "support/Expectations.h"
 #include "support/LogCapture.h"
@@ -7,7 +8,6 @@
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/InputFormatContext.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <algorithm>
 #include <atomic>

@@ -44,7 +44,7 @@ public:
     ClipCopier(const Source& source, const std::string& path,
                const ClipCopierOptions& options = {});
 
-    /// Leaves nothing of an unfinished clip behind.
+    /// Removes an unfinished clip.
     ~ClipCopier();
     ClipCopier(ClipCopier&& other) noexcept;
     ClipCopier& operator=(ClipCopier&& other) noexcept;

@@ -32,6 +32,7 @@ public:
 };
 
 /// What is copied, and how it is written.
+/// Thread rule: a value.
 struct ClipCopierOptions {
     /// Numbers in the source, in the order in which they are written. Empty: all pictures and all
     /// sound, and those subtitles that the container can hold; covers are left out.
@@ -52,7 +53,7 @@ struct ClipCopierOptions {
     bool keepTurn = true; ///< whether players are told to turn and mirror, as the source tells them
 
     bool overwrite = true; ///< whether a file of that name may be replaced
-    bool faststart = true; ///< MP4 and MOV: the index lies in front
+    bool faststart = true; ///< MP4 and MOV: the index comes before the media data
 };
 
 /// What became of a copying.

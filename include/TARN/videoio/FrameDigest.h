@@ -29,7 +29,7 @@ namespace tio::ffmpeg {
 struct TARN_VIDEOIO_API FrameDigest {
     static constexpr uint64_t modulus = (uint64_t{1} << 61) - 1; // a prime
 
-    /// A number whose bits look random: the first 61 of the golden ratio behind the point.
+    /// A number whose bits look random: the first 61 of the golden ratio after the point.
     static constexpr uint64_t base = 0x13C6EF372FE94F82;
 
     static constexpr std::size_t byteCount = 16;
@@ -37,10 +37,10 @@ struct TARN_VIDEOIO_API FrameDigest {
     int64_t pictures = 0; ///< how many there are
     uint64_t value = 0;   ///< below the modulus
 
-    /// Adds a picture behind the others.
+    /// Adds a picture after the others.
     void add(uint32_t checksum) noexcept;
 
-    /// That of these pictures and of those of `next` behind them.
+    /// That of these pictures and of those of `next` after them.
     [[nodiscard]] FrameDigest followedBy(const FrameDigest& next) const noexcept;
 
     /// Both numbers, lowest byte first.

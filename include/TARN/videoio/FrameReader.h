@@ -246,7 +246,7 @@ public:
     /// @throws tio::Exception for a count below 1
     [[nodiscard]] std::vector<Range> partitions(int64_t count) const;
 
-    /// Decodes the frames `first` to `end` - 1 and tells their digest, which is that of the whole
+    /// Decodes the frames `first` to `end` - 1 and returns their digest, which is that of the whole
     /// clip when those of its parts are put together in order. It has nothing to do with the
     /// format, the colours or the size that the reader gives.
     /// @throws tio::Exception for frames that there are not, and what reading throws

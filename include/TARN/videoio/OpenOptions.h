@@ -12,8 +12,8 @@
 namespace tio::ffmpeg {
 
 /// Ends the waiting of an input, and reading that takes long: from another thread, or by a question
-/// that is put to the caller's own code now and then, for callers that are told of an interruption
-/// in no other way. Copies are the same token: whoever wants to cancel keeps one and gives another
+/// that is put to the caller's own code now and then, for callers that notice an interruption in no
+/// other way. Copies are the same token: whoever wants to cancel keeps one and gives another
 /// to OpenOptions.
 ///
 /// The token is asked while a source is waited for, and before every packet that is read: so it

@@ -48,7 +48,7 @@ std::vector<FrameReader::Range> FrameReader::Engine::partitions(int64_t count) c
     return detail::cutIntoRanges(*index, finder->learned(), count);
 }
 
-/// Where the stream turns out damaged and is counted anew, frames before may be others now.
+/// Where the stream turns out damaged and is counted again, frames before may be others now.
 FrameDigest FrameReader::Engine::digest(int64_t first, int64_t end) {
     detail::requireFrames(first, end, index->frameCount(), "\"" + input->getUrl() + "\"");
     std::vector<int64_t> frames(static_cast<size_t>(end - first));

@@ -61,7 +61,7 @@ void copyPixels(const ImageView& from, const ImageView& to) {
 PictureDelivery::PictureDelivery(const PictureConverter::Target& wanted)
     : target(wanted), converter(wanted) {}
 
-// Asked once: a tag that cannot be read is told each time.
+// Asked once: a tag that cannot be read is logged each time.
 void PictureDelivery::turnAs(const AVStream& stream) {
     constexpr std::array<int, 4> turns = {1, 6, 3, 8};
     quartersOfTag = getStreamRotation(&stream) & 3;

@@ -26,7 +26,7 @@ public:
     /// Whether an upright picture is as wide as the stored one is high.
     [[nodiscard]] bool turnsOnSide() const noexcept { return turning.isOnItsSide(); }
 
-    /// Whether memory could be for a picture of the stream, as far as that can be told before one
+    /// Whether memory could be for a picture of the stream, as far as that is known before one
     /// is decoded: it has the size given, or that of a picture that came before.
     /// @throws tio::Exception where it could not
     void requirePossible(const ImageView& view, int height, int width) const;

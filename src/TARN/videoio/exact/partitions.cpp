@@ -26,7 +26,7 @@ public:
     [[nodiscard]] size_t furthest(size_t from, int64_t most) const;
 
 private:
-    std::vector<int64_t> frames;       // places, and behind them the number of all frames
+    std::vector<int64_t> frames;       // places, and after them the number of all frames
     std::vector<uint32_t> entries;     // by place: the packet where decoding begins
     std::vector<uint32_t> lastPackets; // by place: the last packet needed before the next one
 };

@@ -1,5 +1,4 @@
 #include "base/checks.h"
-#include "exact/sound/SampleIndexAccess.h"
 #include "exact/sound/SoundFinder.h"
 #include "exact/sound/SoundIndexBuilder.h"
 
@@ -11,6 +10,17 @@
 #include <utility>
 
 namespace tio::ffmpeg {
+
+/// From the public index to what it holds, and back.
+struct detail::SampleIndexAccess {
+    [[nodiscard]] static const std::shared_ptr<const SoundIndexData>&
+    dataOf(const SampleIndex& index) {
+        return index.data;
+    }
+    [[nodiscard]] static SampleIndex indexOf(std::shared_ptr<const SoundIndexData> data) {
+        return SampleIndex(std::move(data));
+    }
+};
 
 namespace {
 

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "base/handles.h"
 #include "exact/write/copy/JoinedTimes.h"
 #include "exact/write/copy/LeavingTimes.h"
 #include "exact/write/copy/OrderedTimes.h"
 #include "exact/write/fractions.h"
 #include "ffmpeg_compat.h"
-
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <deque>

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/handles.h"
 #include "ffmpeg_compat.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Source.h>
-#include <TARN/videoio/detail/Handles.h>
 
 #include <cstdint>
 #include <vector>
