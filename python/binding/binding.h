@@ -28,6 +28,7 @@ py::bytes bytesOf(const ffmpeg::FrameDigest& digest);
 void bindFailures(py::module_& module);
 void bindLog(py::module_& module);
 void bindSources(py::module_& module);
+void bindImages(py::module_& module);
 void bindIndices(py::module_& module);
 void bindMedia(py::module_& module);
 void bindReaders(py::module_& module);

@@ -2,6 +2,7 @@
 #include "call.h"
 
 #include <TARN/core/Exception.h>
+#include <TARN/videoio/ClipCopierOptions.h>
 #include <TARN/videoio/ClipRefusal.h>
 #include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FrameIndexOptions.h>
@@ -41,6 +42,8 @@ void translate(std::exception_ptr thrown) {
     } catch (const ffmpeg::ClipRefusal& refusal) {
         raise("refusal", refusal.what());
     } catch (const ffmpeg::IndexingCancelled& cancelled) {
+        raise("cancelled", cancelled.what());
+    } catch (const ffmpeg::CopyingCancelled& cancelled) {
         raise("cancelled", cancelled.what());
     } catch (const ffmpeg::IndexMismatch& mismatch) {
         raise("mismatch", mismatch.what());

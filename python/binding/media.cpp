@@ -117,6 +117,7 @@ py::dict versions() {
 void bindMedia(py::module_& module) {
     module.def("describe", &describe, "Metadata of all streams, a dict for each.");
     module.def("versions", &versions);
+    module.attr("version") = TARN_VERSION;
 }
 
 } // namespace tio::python

@@ -6,6 +6,7 @@ PYBIND11_MODULE(_native, module) {
     bindFailures(module);
     bindLog(module);
     bindSources(module);
+    bindImages(module);
     bindIndices(module);
     bindMedia(module);
     bindReaders(module);

@@ -2,6 +2,7 @@
 #include "call.h"
 #include "pixels.h"
 
+#include <TARN/videoio/ClipCopier.h>
 #include <TARN/videoio/ClipWriter.h>
 
 #include <atomic>
@@ -181,9 +182,20 @@ private:
     std::atomic<bool> closed{false};
 };
 
+void remux(const ffmpeg::Source& source, const std::string& path, bool overwrite) {
+    ffmpeg::ClipCopierOptions options;
+    options.overwrite = overwrite;
+    inLibrary([&] {
+        ffmpeg::ClipCopier(source, path, options).run([](const ffmpeg::CopyProgress&) {
+            return !callShallEnd();
+        });
+    });
+}
+
 } // namespace
 
 void bindWriters(py::module_& module) {
+    module.def("remux", &remux);
     py::class_<Writer>(module, "ClipWriter", "Writes a clip.")
         .def(py::init<std::string, py::dict>())
         .def("write_pictures", &Writer::writePictures)

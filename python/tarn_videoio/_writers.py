@@ -14,7 +14,7 @@ import numpy as np
 from . import _checks, _native, _times
 from ._calls import call
 from ._errors import Error
-from ._sources import local_path, plain_path
+from ._sources import Source, local_path, origin_of, plain_path
 from ._video import FORMATS, picture_type
 
 if TYPE_CHECKING:
@@ -169,7 +169,7 @@ class VideoWriter(_Writer):
         a wrong shape or time (ValueError) or type (TypeError), changes nothing.
         """
         native = self._opened()
-        batch, height, width = _batch_of(picture, self._format)
+        batch, height, width = batch_of(picture, self._format)
         if duration is not None and time is None:
             raise ValueError("a duration needs a time")
         times = None if time is None else self._times_of(time, len(batch))
@@ -261,6 +261,23 @@ class AudioWriter(_Writer):
         self._write_samples(samples, None)
 
 
+def remux(source: Source, path: Path, *, overwrite: bool = True) -> None:
+    """Copies a clip into another container without decoding it.
+
+    `path` says the container by its end, as for the writers. What the container cannot hold raises
+    ValueError. The file gets its name when it is complete.
+    """
+    origin, name = origin_of(source), local_path(path)
+    overwrite = _checks.flag(overwrite, "overwrite")
+    os.stat(os.path.dirname(name) or ".")  # raises when there is no such folder
+    opened = origin.open()
+    if origin.path is not None:
+        os.stat(origin.path)
+    writing = os.path.isdir(name) or (not overwrite and os.path.exists(name))
+    call(name if writing else origin.name, _native.remux, opened, os.fsencode(plain_path(name)),
+         overwrite, path=name if writing or origin.path is None else origin.path, writing=True)
+
+
 def _array_of(value: Any, what: str) -> "NDArray[Any]":
     if not isinstance(value, np.ndarray):
         if not hasattr(value, "__array__") or isinstance(value, np.generic):
@@ -269,7 +286,7 @@ def _array_of(value: Any, what: str) -> "NDArray[Any]":
     return np.asarray(value)
 
 
-def _batch_of(picture: Any, format: str) -> Tuple["Pictures", int, int]:
+def batch_of(picture: Any, format: str) -> Tuple["Pictures", int, int]:
     """Pictures with an axis for their number, and the height and width of one."""
     array = _array_of(picture, "pictures")
     wanted = picture_type(format)
