@@ -22,6 +22,7 @@
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/H264Helpers.h>
 #include <TARN/videoio/Image.h>
+#include <TARN/videoio/IndexMatch.h>
 #include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/InputStream.h>

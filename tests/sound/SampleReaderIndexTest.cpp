@@ -1,5 +1,7 @@
 #include "SampleReaderFixture.h"
+#include "support/ByteEdits.h"
 #include "support/Expectations.h"
+#include "support/ScriptedStream.h"
 #include "support/SoundMaker.h"
 
 #include <TARN/videoio/Exception.h>
@@ -67,15 +69,22 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(SampleReaderTest, RefusesAnIndexOfAnotherStream) {
     SampleReaderOptions options;
     options.index = open(ramp()).index();
-    EXPECT_THAT(thrownText<tio::Exception>([&] {
+    EXPECT_THAT(thrownText<IndexMismatch>([&] {
                     open({"mp4", "aac", "fltp", 44100, "stereo", 1, {}, {}, {}}, options);
                 }),
-                HasSubstr("The index is not that of the sound of \"" + clip + "\""));
+                HasSubstr("The index is not that of \"" + clip + "\""));
+    options.stream = 1;
+    EXPECT_THROW(open(ramp(), options), IndexMismatch);
 }
 
+// Of a stream without a size nothing is known that would tell at once.
 TEST_F(SampleReaderTest, NoticesThatTheFileIsAnotherOne) {
+    test::makeSound(clip, ramp());
+    test::ScriptedStream::Script script;
+    script.bytes = test::readBytes(clip);
+    script.size = [](int64_t) { return ByteStream::unknownSize; };
     SampleReaderOptions options;
-    options.index = open(ramp()).index();
+    options.index = SampleIndex::build(test::scriptedSource(script));
     SoundPlan other = ramp();
     other.expression = "-n/32768";
     test::makeSound(clip, other);

@@ -4,6 +4,7 @@
 #include "support/ClipMaker.h"
 #include "support/Encoding.h"
 #include "support/Expectations.h"
+#include "support/Interception.h"
 #include "support/SoundMaker.h"
 
 #include <TARN/videoio/Exception.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -111,6 +113,33 @@ TEST_F(SampleReaderTest, TakesTimesOfVeryFineFractions) {
     const int64_t fine = int64_t{1} << 52;
     EXPECT_EQ(sound.sampleAt({fine / 2 + 1, fine}), 4000);
     EXPECT_EQ(sound.sampleAt({fine / 2 - 1, fine}), 3999);
+}
+
+TEST_F(SampleReaderTest, WhatIsNoTimeIsRefused) {
+    SampleReader& sound = open(ramp());
+    Rational none;
+    none.denominator = 0;
+    for (const int64_t numerator : {0, 1, -1}) {
+        none.numerator = numerator;
+        EXPECT_THROW(static_cast<void>(sound.readSamplesBetween(none, 1)), tio::Exception);
+        EXPECT_THROW(static_cast<void>(sound.readSamplesBetween(0, none)), tio::Exception);
+        EXPECT_THROW(static_cast<void>(sound.sampleAt(none)), tio::Exception);
+    }
+}
+
+// As of a decoder that makes times up.
+TEST_F(SampleReaderTest, AFrameOfAPacketThatThereIsNotBelongsToTheOneBefore) {
+    const int64_t count = open(ramp()).sampleCount();
+    int frames = 0;
+    const test::Interception intercepted;
+    intercepted->avcodec_receive_frame.instead = [&](AVCodecContext* codec, AVFrame* frame) {
+        const int received = test::real::receiveFrame(codec, frame);
+        if (received >= 0 && ++frames % 2 == 0)
+            frame->pts = UINT32_MAX - 1;
+        return received;
+    };
+    EXPECT_EQ(SampleIndex::build(clip).sampleCount(), count);
+    EXPECT_GT(frames, 2);
 }
 
 TEST_F(SampleReaderTest, ReadsBetweenTimesAsFarAsThereAreSamples) {

@@ -3,6 +3,7 @@
 #include <TARN/videoio/Export.h>
 #include <TARN/videoio/FrameDigest.h>
 #include <TARN/videoio/FrameIndexOptions.h>
+#include <TARN/videoio/IndexMatch.h>
 #include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Packet.h>
@@ -42,13 +43,7 @@ struct IndexData;
 /// Thread rule: any number of threads may use an index and its copies.
 class TARN_VIDEOIO_API FrameIndex {
 public:
-    /// What an index is to a clip.
-    enum class Match {
-        Fresh,   ///< the index of this clip as it is
-        Stale,   ///< the clip has been changed since, but begins or ends as it did
-        Foreign, ///< the index of another clip, or of another stream, or no index at all
-        Corrupt, ///< an index file that was damaged
-    };
+    using Match = IndexMatch; ///< what an index is to a clip
 
     struct Loaded;
 
@@ -74,6 +69,11 @@ public:
     ///         that is not known by its bytes
     [[nodiscard]] static Loaded load(const std::string& path,
                                      const std::shared_ptr<InputFormatContext>& input);
+
+    /// Loads an index by itself. Whether it is that of a clip, match() tells, and a FrameReader
+    /// finds out.
+    /// @throws tio::Exception naming the path, when it cannot be read, is no index or was damaged
+    [[nodiscard]] static FrameIndex load(const std::string& path);
 
     /// What this index is to a source: Fresh, Stale or Foreign. Reads at most 376 KiB of it. An
     /// index is always Foreign where the source that it was made of is not known by its bytes.

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <TARN/videoio/Export.h>
+#include <TARN/videoio/IndexMatch.h>
+#include <TARN/videoio/IndexMismatch.h>
 #include <TARN/videoio/Packet.h>
 #include <TARN/videoio/SampleIndexOptions.h>
 #include <TARN/videoio/Source.h>
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -23,7 +26,11 @@ struct SoundIndexData;
 /// start to its end, without the priming and the padding that the container states, as
 /// `ffmpeg -f f32le` gives it.
 ///
-/// An index is a value: copies share what it holds, which never changes.
+/// Like a FrameIndex it is bound to what the clip is, not to where it is, and knows it by the
+/// same blocks of bytes.
+///
+/// An index is a value: copies share what it holds, which never changes. About 60 bytes a packet
+/// in memory, and 4 more with checksums.
 /// Thread rule: any number of threads may use an index and its copies.
 class TARN_VIDEOIO_API SampleIndex {
 public:
@@ -35,6 +42,8 @@ public:
         Rational told;      ///< its time as the container states it: later in a gap
     };
 
+    using Match = IndexMatch; ///< what an index is to a clip
+
     /// Makes the index.
     /// @throws IndexingCancelled
     /// @throws tio::Exception when there is no such stream, or it is not of sound
@@ -42,6 +51,28 @@ public:
     ///         decoder, and what opening throws
     [[nodiscard]] static SampleIndex build(const Source& source,
                                            const SampleIndexOptions& options = {});
+
+    /// Loads an index. Whether it is that of a clip, match() tells, and a SampleReader finds out.
+    /// @throws tio::Exception naming the path, when it cannot be read, is no index of sound or was
+    ///         damaged
+    [[nodiscard]] static SampleIndex load(const std::string& path);
+
+    /// What this index is to a source: Fresh, Stale or Foreign, as FrameIndex::match() tells it.
+    /// @throws as that
+    [[nodiscard]] Match match(const Source& source) const;
+
+    /// Writes the index, in a file of its own, under another name and renames it when it is
+    /// complete, so that there is never a part of one under `path`.
+    /// @throws tio::Exception when that fails, or the clip is not known by its bytes
+    void save(const std::string& path) const;
+
+    /// What save() writes, as a value that can be sent to another process. Also of a clip that is
+    /// not known by its bytes.
+    [[nodiscard]] std::vector<uint8_t> toBytes() const;
+
+    /// The index that toBytes() was called of.
+    /// @throws tio::Exception when the bytes are damaged, or no index of sound
+    [[nodiscard]] static SampleIndex fromBytes(const std::vector<uint8_t>& bytes);
 
     [[nodiscard]] int64_t sampleCount() const noexcept;
 

@@ -72,11 +72,12 @@ public:
 
     /// Opens the stream, and makes the index where none is given.
     /// @throws IndexingCancelled
-    /// @throws tio::Exception when there is no such stream, it is not of sound, or the index is
-    ///         that of another
+    /// @throws IndexMismatch for an index of another clip, or another stream, or one that has
+    ///         changed since
+    /// @throws tio::Exception when there is no such stream, or it is not of sound
     /// @throws tio::ffmpeg::Exception "… Could not find stream of requested type", when there is no
     ///         decoder, and what opening throws
-    explicit SampleReader(Source source, SampleReaderOptions options = {});
+    explicit SampleReader(const Source& source, SampleReaderOptions options = {});
 
     /// A reader that was moved from may only be destroyed or assigned to.
     SampleReader(SampleReader&&) noexcept;
@@ -134,6 +135,7 @@ public:
     void readSamples(int64_t first, int64_t count, float* to);
 
     /// The samples with from <= time < to, as far as there are any.
+    /// @throws tio::Exception also for a fraction over 0
     [[nodiscard]] Samples readSamplesBetween(const Rational& from, const Rational& to);
 
     /// @}

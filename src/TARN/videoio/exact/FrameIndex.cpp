@@ -3,6 +3,7 @@
 #include "exact/frameWindow.h"
 #include "exact/index/IndexFile.h"
 #include "exact/index/SourceBytes.h"
+#include "exact/index/indexMatch.h"
 #include "exact/videoStream.h"
 #include "input/SeekingIndex.h"
 
@@ -29,19 +30,6 @@ detail::SeekingIndex seekingIndexOf(const detail::IndexData& index) {
     return made;
 }
 
-FrameIndex::Match matchOf(const detail::SourceIdentity& identity, detail::SourceBytes& bytes) {
-    bytes.requireKnown();
-    switch (identity.compareWith(bytes)) {
-    case detail::SourceIdentity::Likeness::Same:
-        return FrameIndex::Match::Fresh;
-    case detail::SourceIdentity::Likeness::Changed:
-        return FrameIndex::Match::Stale;
-    case detail::SourceIdentity::Likeness::Other:
-        break;
-    }
-    return FrameIndex::Match::Foreign;
-}
-
 void requireInput(const std::shared_ptr<InputFormatContext>& input) {
     if (input == nullptr)
         detail::failPlainly("An index needs an input");
@@ -53,8 +41,6 @@ IndexingCancelled::IndexingCancelled() : tio::Exception("The making of the index
 
 // Out of line for the same reason as that of Exception.
 IndexingCancelled::~IndexingCancelled() = default;
-
-IndexMismatch::~IndexMismatch() = default;
 
 FrameIndex FrameIndex::build(const Source& source, const FrameIndexOptions& options) {
     return build(std::make_shared<InputFormatContext>(source), options);
@@ -77,16 +63,23 @@ FrameIndex::Loaded FrameIndex::load(const std::string& path,
     if (!content.index || !content.index->isOf(stream))
         return {Match::Foreign, std::nullopt};
     detail::SourceBytes bytes(*input);
-    const Match match = matchOf(content.index->source, bytes);
+    const Match match = detail::matchOf(content.index->source, bytes);
     if (match != Match::Fresh)
         return {match, std::nullopt};
     return {match,
             FrameIndex(std::make_shared<const detail::IndexData>(std::move(*content.index)))};
 }
 
+FrameIndex FrameIndex::load(const std::string& path) {
+    detail::IndexFileContent content = detail::readIndexFile(path);
+    if (!content.index)
+        detail::failPlainly("\"" + path + "\" is no index of frames, or a damaged one");
+    return FrameIndex(std::make_shared<const detail::IndexData>(std::move(*content.index)));
+}
+
 FrameIndex::Match FrameIndex::match(const Source& source) const {
     detail::SourceBytes bytes(source);
-    return matchOf(data->source, bytes);
+    return detail::matchOf(data->source, bytes);
 }
 
 void FrameIndex::save(const std::string& path) const {

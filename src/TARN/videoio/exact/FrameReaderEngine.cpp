@@ -4,6 +4,7 @@
 #include "exact/IndexAccess.h"
 #include "exact/IndexBuilder.h"
 #include "exact/index/SourceBytes.h"
+#include "exact/index/indexMatch.h"
 #include "exact/videoStream.h"
 #include "ffmpeg_compat.h"
 #include "media/avRational.h"
@@ -125,16 +126,10 @@ std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int strea
 }
 
 void FrameReader::Engine::requireMatch(const detail::IndexData& given, int stream) const {
-    using Likeness = detail::SourceIdentity::Likeness;
     detail::SourceBytes bytes(*input);
-    const bool told = given.source.isKnown() && bytes.areKnown();
-    const Likeness likeness = told ? given.source.compareWith(bytes) : Likeness::Same;
-    if (likeness == Likeness::Same && given.isOf(*input->getStream(stream)))
-        return;
-    const std::string text = "The index is not that of \"" + input->getUrl() + "\"" +
-                             (likeness == Likeness::Changed ? ", which has changed since" : "");
-    detail::logFailure(text);
-    throw IndexMismatch(text);
+    detail::requireSameSource(given.source, bytes, input->getUrl());
+    if (!given.isOf(*input->getStream(stream)))
+        detail::failMismatch(input->getUrl(), false);
 }
 
 std::unique_ptr<detail::FrameFinder>

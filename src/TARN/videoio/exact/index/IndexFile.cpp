@@ -1,19 +1,11 @@
 #include "exact/index/IndexFile.h"
 
-#include "base/checks.h"
 #include "exact/index/ColumnFile.h"
-
-#include <TARN/videoio/AtomicFile.h>
-#include <TARN/videoio/Exception.h>
+#include "exact/index/indexStorage.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <new>
-#include <system_error>
 #include <utility>
 
 namespace tio::ffmpeg::detail {
@@ -174,22 +166,6 @@ bool writeContent(std::FILE* opened, const IndexData& index) {
     return writer.finish();
 }
 
-bool writeAndPublish(const std::string& path, const IndexData& index) {
-    try {
-        AtomicFile file(path);
-        file.makeWay();
-        FileHandle handle(std::fopen(file.pathToWrite().c_str(), "wb"));
-        if (!handle || !writeContent(handle.get(), index))
-            return false;
-        if (std::fclose(handle.release()) != 0) // a full disk may show only now
-            return false;
-        file.publish();
-        return true;
-    } catch (const Exception&) {
-        return false;
-    }
-}
-
 IndexFileContent readContent(std::FILE* opened, uint64_t byteCount) {
     using Kind = IndexFileContent::Kind;
     ColumnReader reader(opened);
@@ -217,38 +193,28 @@ IndexFileContent readContent(std::FILE* opened, uint64_t byteCount) {
 } // namespace
 
 void writeIndexFile(const std::string& path, const IndexData& index) {
-    if (!writeAndPublish(path, index))
-        failPlainly("Could not write \"" + path + "\"");
+    storeInFile(path, [&](std::FILE* opened) { return writeContent(opened, index); });
 }
 
 std::vector<uint8_t> bytesOfIndex(const IndexData& index) {
-    char* bytes = nullptr;
-    size_t count = 0;
-    FileHandle memory(open_memstream(&bytes, &count));
-    const bool written = memory && writeContent(memory.get(), index);
-    memory.reset(); // the bytes are there only now
-    const std::unique_ptr<char, decltype(&std::free)> owned(bytes, std::free);
-    if (!written)
-        throw std::bad_alloc();
-    return {bytes, bytes + count};
+    return storeInMemory([&](std::FILE* opened) { return writeContent(opened, index); });
 }
 
 IndexFileContent indexOfBytes(const uint8_t* bytes, size_t count) {
-    if (count == 0)
-        return {IndexFileContent::Kind::Damaged, std::nullopt};
-    const FileHandle memory(fmemopen(const_cast<uint8_t*>(bytes), count, "rb")); // only read
-    if (!memory)
-        throw std::bad_alloc();
-    return readContent(memory.get(), count);
+    IndexFileContent content{IndexFileContent::Kind::Damaged, std::nullopt};
+    if (count > 0)
+        loadFromMemory(bytes, count, [&](std::FILE* opened, uint64_t byteCount) {
+            content = readContent(opened, byteCount);
+        });
+    return content;
 }
 
 IndexFileContent readIndexFile(const std::string& path) {
-    const FileHandle handle(std::fopen(path.c_str(), "rb"));
-    std::error_code error;
-    const uint64_t byteCount = std::filesystem::file_size(path, error);
-    if (!handle || error)
-        failPlainly("Could not open \"" + path + "\"");
-    return readContent(handle.get(), byteCount);
+    IndexFileContent content{IndexFileContent::Kind::Damaged, std::nullopt};
+    loadFromFile(path, [&](std::FILE* opened, uint64_t byteCount) {
+        content = readContent(opened, byteCount);
+    });
+    return content;
 }
 
 } // namespace tio::ffmpeg::detail

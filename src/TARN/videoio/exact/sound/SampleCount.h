@@ -1,7 +1,7 @@
 #pragma once
 
-#include "exact/sound/SoundIndexData.h"
 #include "exact/sound/Trimmer.h"
+#include "exact/sound/index/SoundIndexData.h"
 #include "ffmpeg_compat.h"
 
 #include <cstdint>

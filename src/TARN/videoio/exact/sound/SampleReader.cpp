@@ -1,7 +1,10 @@
 #include "base/checks.h"
+#include "exact/index/SourceBytes.h"
+#include "exact/index/indexMatch.h"
 #include "exact/sound/SoundFinder.h"
 #include "exact/sound/SoundIndexBuilder.h"
 
+#include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/SampleReader.h>
 
 #include <limits>
@@ -41,7 +44,7 @@ std::string textOf(const detail::SoundFormat& format) {
 /// A reader with its index and the finder that works on it.
 class SampleReader::Engine {
 public:
-    Engine(Source from, SampleReaderOptions chosen);
+    Engine(const Source& from, SampleReaderOptions chosen);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
     ~Engine() { leaveToOtherProcess(); }
@@ -49,6 +52,7 @@ public:
     [[nodiscard]] const detail::SoundIndexData& data() const noexcept { return *index; }
     void requireRange(int64_t first, int64_t count) const;
     void requireFormat(int64_t end) const;
+    void requireTime(const Rational& time) const;
     [[nodiscard]] int64_t sampleAt(const Rational& time) const;
 
     void read(int64_t first, int64_t count, float* to);
@@ -61,7 +65,6 @@ public:
 private:
     [[nodiscard]] std::shared_ptr<const detail::SoundIndexData> givenIndex() const;
     [[nodiscard]] std::shared_ptr<const detail::SoundIndexData> ownIndex() const;
-    [[noreturn]] void failAboutIndex() const;
     [[nodiscard]] SampleIndexOptions making() const;
     void count();
     void useIndex(std::shared_ptr<const detail::SoundIndexData> next);
@@ -76,11 +79,11 @@ private:
     Counters done;                               // by finders before this one
 };
 
-SampleReader::Engine::Engine(Source from, SampleReaderOptions chosen)
-    : source(std::move(from)), options(std::move(chosen)) {
+SampleReader::Engine::Engine(const Source& from, SampleReaderOptions chosen)
+    : source(from), options(std::move(chosen)) {
     useIndex(options.index ? givenIndex() : ownIndex());
     if (!index->packets.isOf(finder->stream()))
-        failAboutIndex();
+        detail::failMismatch(source.name(), false);
     if (options.checksums && index->checksums.empty())
         count();
 }
@@ -97,12 +100,12 @@ std::shared_ptr<const detail::SoundIndexData> SampleReader::Engine::ownIndex() c
 std::shared_ptr<const detail::SoundIndexData> SampleReader::Engine::givenIndex() const {
     auto given = detail::SampleIndexAccess::dataOf(*options.index);
     if (options.stream != -1 && options.stream != given->packets.stream)
-        failAboutIndex();
+        detail::failMismatch(source.name(), false);
+    detail::SourceBytes bytes(source);
+    detail::requireSameSource(given->packets.source, bytes, source.name());
+    if (!bytes.areKnown() && InputFormatContext(source).getStreamCount() <= given->packets.stream)
+        detail::failMismatch(source.name(), false);
     return given;
-}
-
-void SampleReader::Engine::failAboutIndex() const {
-    detail::failPlainly("The index is not that of the sound of \"" + source.name() + "\"");
 }
 
 void SampleReader::Engine::count() {
@@ -149,7 +152,14 @@ void SampleReader::Engine::requireFormat(int64_t end) const {
                           "!index->change || end <= index->change->sample", at(2));
 }
 
+void SampleReader::Engine::requireTime(const Rational& time) const {
+    if (time.denominator == 0)
+        detail::failPlainly("There is no sample of \"" + source.name() + "\" at " + textOf(time) +
+                            " s, which is no time");
+}
+
 int64_t SampleReader::Engine::sampleAt(const Rational& time) const {
+    requireTime(time);
     const int64_t next = index->firstAfter(time);
     const bool over = next == index->sampleCount() && !index->change && index->endTime() <= time;
     if (next == 0 || over)
@@ -193,8 +203,8 @@ SampleReader::Counters SampleReader::Engine::counters() const noexcept {
             done.packetsDecoded + work.packets};
 }
 
-SampleReader::SampleReader(Source source, SampleReaderOptions options)
-    : engine(std::make_unique<Engine>(std::move(source), std::move(options))) {}
+SampleReader::SampleReader(const Source& source, SampleReaderOptions options)
+    : engine(std::make_unique<Engine>(source, std::move(options))) {}
 
 SampleReader::SampleReader(SampleReader&&) noexcept = default;
 SampleReader& SampleReader::operator=(SampleReader&&) noexcept = default;
@@ -256,6 +266,8 @@ void SampleReader::readSamples(int64_t first, int64_t count, float* to) {
 }
 
 SampleReader::Samples SampleReader::readSamplesBetween(const Rational& from, const Rational& to) {
+    engine->requireTime(from);
+    engine->requireTime(to);
     const int64_t first = engine->data().firstAt(from);
     const int64_t end = engine->data().firstAt(to);
     return readSamples(first, end > first ? end - first : 0);

@@ -30,6 +30,7 @@ SoundDecoder::SoundDecoder(const AVCodecParameters& parameters, AVRational timeB
 }
 
 void SoundDecoder::send(AVPacket& packet, uint32_t number) {
+    latestSent = number;
     packet.pts = number;
     packet.dts = number;
     passOverDamage([&] { static_cast<void>(decoder.send(packet)); });
@@ -42,8 +43,8 @@ void SoundDecoder::finish() {
 bool SoundDecoder::receive() {
     bool received = false;
     passOverDamage([&] { received = decoder.receive() == Decoder::Received::Frame; });
-    // A frame without a number is one more of the packet before.
-    if (received && frame().pts >= 0 && frame().pts < UINT32_MAX)
+    // A frame without a number, or with one that no packet had, is one more of the packet before.
+    if (received && frame().pts >= 0 && frame().pts <= latestSent)
         current = static_cast<uint32_t>(frame().pts);
     return received;
 }

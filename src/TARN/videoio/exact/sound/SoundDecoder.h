@@ -33,6 +33,7 @@ public:
 private:
     Decoder decoder;
     uint32_t current = 0;
+    uint32_t latestSent = 0;
 };
 
 /// A checksum of a frame's samples, which goes on from that of the frame before.

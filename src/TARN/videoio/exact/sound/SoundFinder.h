@@ -1,7 +1,7 @@
 #pragma once
 
-#include "exact/sound/SoundIndexData.h"
 #include "exact/sound/SoundRun.h"
+#include "exact/sound/index/SoundIndexData.h"
 
 #include <cstdint>
 #include <memory>

@@ -2,6 +2,7 @@
 
 #include "base/checks.h"
 #include "exact/ProgressReport.h"
+#include "exact/index/SourceBytes.h"
 #include "exact/run/PacketSource.h"
 #include "exact/sound/SampleCount.h"
 #include "exact/sound/SoundRun.h"
@@ -19,17 +20,16 @@ namespace tio::ffmpeg::detail {
 namespace {
 
 /// The stream that is asked for.
-int soundStream(const Source& source, int asked) {
-    const InputFormatContext input(source);
+int soundStream(const InputFormatContext& input, int asked) {
+    const std::string name = input.getUrl();
     if (asked == -1)
         return input.findBestAudioStreamIndex();
     const int streams = input.getStreamCount();
     if (asked < 0 || asked >= streams)
-        failPlainly("There is no stream " + std::to_string(asked) + " in \"" + source.name() +
+        failPlainly("There is no stream " + std::to_string(asked) + " in \"" + name +
                     "\", which has " + std::to_string(streams));
     if (input.getTypeOfStream(asked) != StreamType::Audio)
-        failPlainly("Stream " + std::to_string(asked) + " of \"" + source.name() +
-                    "\" is not of sound");
+        failPlainly("Stream " + std::to_string(asked) + " of \"" + name + "\" is not of sound");
     return asked;
 }
 
@@ -99,13 +99,21 @@ void countSamples(const Source& source, SoundIndexData& index, const SampleIndex
 }
 
 SoundIndexData buildSoundIndex(const Source& source, const SampleIndexOptions& options) {
-    const int stream = soundStream(source, options.stream);
+    int stream = -1;
+    SourceIdentity identity;
+    {
+        const InputFormatContext input(source);
+        stream = soundStream(input, options.stream);
+        SourceBytes bytes(input);
+        identity = SourceIdentity::of(bytes);
+    }
     ProgressReport progress(options.progress);
     SoundScan scan;
     {
         PacketSource packets(source, stream);
         scan = scanSound(packets, stream, progress);
     }
+    scan.index.packets.source = std::move(identity);
     const bool packetsTell = scan.packetsTell && scan.index.packetCount() >= worthTrusting;
     if (!options.checksums && packetsTell && endsAgree(source, scan.index, options.threads))
         findTimes(scan.index);

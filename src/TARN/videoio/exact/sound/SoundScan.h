@@ -2,7 +2,7 @@
 
 #include "exact/ProgressReport.h"
 #include "exact/run/PacketSource.h"
-#include "exact/sound/SoundIndexData.h"
+#include "exact/sound/index/SoundIndexData.h"
 
 namespace tio::ffmpeg::detail {
 

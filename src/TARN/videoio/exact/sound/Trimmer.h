@@ -1,6 +1,6 @@
 #pragma once
 
-#include "exact/sound/SoundIndexData.h"
+#include "exact/sound/index/SoundIndexData.h"
 #include "ffmpeg_compat.h"
 
 namespace tio::ffmpeg::detail {

@@ -1,4 +1,4 @@
-#include "exact/sound/SoundIndexData.h"
+#include "exact/sound/index/SoundIndexData.h"
 
 #include "base/checks.h"
 
