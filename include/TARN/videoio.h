@@ -8,6 +8,7 @@
 #include <TARN/videoio/AudioPacketEncoder.h>
 #include <TARN/videoio/AudioStreamDecoder.h>
 #include <TARN/videoio/AudioStreamEncoder.h>
+#include <TARN/videoio/ByteSink.h>
 #include <TARN/videoio/ClipCopier.h>
 #include <TARN/videoio/ClipCopierOptions.h>
 #include <TARN/videoio/ClipRefusal.h>

@@ -2,6 +2,7 @@
 
 #include <TARN/core/Mat.h>
 #include <TARN/core/Rational.h>
+#include <TARN/videoio/ByteSink.h>
 #include <TARN/videoio/ClipRefusal.h>
 #include <TARN/videoio/ClipWriterOptions.h>
 #include <TARN/videoio/Export.h>
@@ -29,7 +30,9 @@ namespace tio::ffmpeg {
 /// What comes out of the encoders is kept in unnamed files in the clip's folder until finish(),
 /// which knows all the times and writes the clip; so pictures and sound may come in any order, a
 /// whole track at a time if need be, and the folder needs room for the clip twice. The file gets
-/// its name when it is complete; until then one that was there before stays.
+/// its name when it is complete; until then one that was there before stays. In fragments
+/// (ClipWriterOptions::fragmented) nothing is kept: what is complete is written out. There pictures
+/// and sound may begin at most 10 s apart in what is written first.
 ///
 /// @code
 /// tio::ffmpeg::ClipWriterOptions options;
@@ -54,7 +57,15 @@ public:
     ///         a file that is there and is to stay
     explicit ClipWriter(const std::string& path, const ClipWriterOptions& options = {});
 
-    /// Removes an unfinished clip.
+    /// Writes into a stream of the caller's, from its beginning: in fragments as they come, else
+    /// all at once in finish().
+    /// @param sink  not null
+    /// @param name  tells the container as a path does, and the clip in messages
+    /// @throws ClipRefusal as above
+    ClipWriter(std::shared_ptr<ByteSink> sink, const std::string& name,
+               const ClipWriterOptions& options = {});
+
+    /// Removes an unfinished clip, except fragments that were written.
     ~ClipWriter();
     ClipWriter(ClipWriter&& other) noexcept;
     ClipWriter& operator=(ClipWriter&& other) noexcept;

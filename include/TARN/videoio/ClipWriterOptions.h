@@ -84,6 +84,12 @@ struct ClipWriterOptions {
     /// @{
     bool overwrite = true; ///< whether a file of that name may be replaced
     bool faststart = true; ///< MP4 and MOV: the index comes before the media data
+    /// Whether the file is written while it grows, a fragment at least every second of pictures,
+    /// each of which begins with a key picture: a process that dies leaves what plays up to the
+    /// last one. The file gets its name with the first fragment. Without a rate or a time base,
+    /// times are multiples of 1/3000000 s then. Not for WAV and FLAC; in MP4 and MOV without
+    /// chapters.
+    bool fragmented = false;
     /// FFmpeg's keys: "title", "comment", "creation_time" (ISO 8601), …
     std::map<std::string, std::string> metadata;
     std::string language; ///< of the sound, three letters of ISO 639-2; empty: not stated

@@ -30,6 +30,12 @@ public:
     int64_t index = 0;
 };
 
+bool isEarlier(const AVPacket& a, AVRational ticksOfA, const AVPacket& b, AVRational ticksOfB) {
+    return av_compare_ts(a.dts, ticksOfA, b.dts, ticksOfB) <= 0;
+}
+
+} // namespace
+
 // Where sound begins after 0, MP4's muxer takes the run-in of a codec for sound, unless the first
 // packet is said to be heard later than it is decoded.
 void giveSoundTimes(AVPacket& packet, int64_t index, int64_t begin, bool mp4) {
@@ -39,12 +45,6 @@ void giveSoundTimes(AVPacket& packet, int64_t index, int64_t begin, bool mp4) {
     packet.pts = packet.dts + ahead;
     packet.duration -= runIn ? std::min(ahead, packet.duration - 1) : 0;
 }
-
-bool isEarlier(const AVPacket& a, AVRational ticksOfA, const AVPacket& b, AVRational ticksOfB) {
-    return av_compare_ts(a.dts, ticksOfA, b.dts, ticksOfB) <= 0;
-}
-
-} // namespace
 
 std::optional<int64_t> movieScale(const ClipContainer& container, const Fraction& pictures,
                                   const Fraction& sound, int64_t scale, int64_t finest) {

@@ -25,6 +25,12 @@ struct EncodedSound {
     Fraction begin; ///< seconds, at which the first sample is heard
 };
 
+/// Gives a packet of sound its times in the clip.
+/// @param packet  its pts counts samples from the first one of all
+/// @param index   of the packet
+/// @param begin   samples before the first one
+void giveSoundTimes(AVPacket& packet, int64_t index, int64_t begin, bool mp4);
+
 /// Ticks a second in which MP4 tells when tracks begin: FFmpeg's milliseconds only if they do.
 /// Nothing if no number of ticks holds both beginnings.
 /// @param scale   of the track of pictures; 1 without one

@@ -36,7 +36,7 @@ std::string names(const Wanted& wanted) {
 
 } // namespace
 
-// Two muxers tell more or less than they take when they are asked.
+// Some muxers tell more or less than they take when they are asked.
 bool ClipContainer::holds(AVCodecID id) const {
     if (avcodec_get_type(id) != AVMEDIA_TYPE_AUDIO && !pictures)
         return false;
@@ -50,6 +50,10 @@ bool ClipContainer::holds(AVCodecID id) const {
             id != AV_CODEC_ID_MP2)
             return false;
     }
+    if (name == "mov" &&
+        (id == AV_CODEC_ID_VP8 || id == AV_CODEC_ID_VP9 || id == AV_CODEC_ID_AV1 ||
+         id == AV_CODEC_ID_FLAC || id == AV_CODEC_ID_OPUS || id == AV_CODEC_ID_TRUEHD))
+        return false;
     if (name == "flac")
         return id == AV_CODEC_ID_FLAC;
     const AVOutputFormat* format = av_guess_format(muxer, nullptr, nullptr);

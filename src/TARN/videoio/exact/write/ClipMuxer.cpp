@@ -43,11 +43,14 @@ ClipMuxer::ClipMuxer(const ClipContainer& container, std::string clip)
 }
 
 ClipMuxer::~ClipMuxer() {
-    avio_closep(&context->pb);
+    if (channel == nullptr)
+        avio_closep(&context->pb);
     avformat_free_context(context);
 }
 
 void ClipMuxer::require(int result, int place) const {
+    if (result < 0 && channel != nullptr)
+        channel->rethrowFailure();
     checkResult(result, at(place), name);
 }
 
@@ -157,24 +160,41 @@ void ClipMuxer::addChapters(const ClipWriterOptions& options) {
 
 void ClipMuxer::begin(const std::string& path, const ClipWriterOptions& options,
                       int64_t movieScale) {
-    describe(options);
-    Options muxing;
-    if (kind.mp4) {
-        muxing.set("movie_timescale", std::to_string(movieScale).c_str());
-        if (const int64_t scale = scaleOfPictures(); scale != 0)
-            muxing.set("video_track_timescale", std::to_string(scale).c_str());
-        muxing.set("movflags", options.faststart ? "+write_colr+faststart" : "+write_colr");
-    }
-    if (kind.isMatroska()) {
-        context->avoid_negative_ts = 0; // the run-in would move the pictures as well
-        muxing.set("write_crc32", "0"); // the run-in of sound is written into what is summed up
-    }
     file = path;
     const std::string url = "file:" + path; // whatever colons the name has
     require(avio_open(&context->pb, url.c_str(), AVIO_FLAG_WRITE), 70);
     av_free(context->url); // the second pass of faststart reads what the first has written
     context->url = av_strdup(url.c_str());
     require(context->url != nullptr ? 0 : AVERROR(ENOMEM), 71);
+    writeHeader(options, movieScale);
+}
+
+void ClipMuxer::begin(SinkChannel& sink, const ClipWriterOptions& options, int64_t movieScale) {
+    channel = &sink;
+    context->pb = sink.io();
+    context->flags |= AVFMT_FLAG_CUSTOM_IO;
+    for (const Track& track : tracks)
+        sink.fillFirst(track.delay);
+    writeHeader(options, movieScale);
+}
+
+void ClipMuxer::writeHeader(const ClipWriterOptions& options, int64_t movieScale) {
+    describe(options);
+    Options muxing;
+    if (kind.mp4) {
+        muxing.set("movie_timescale", std::to_string(movieScale).c_str());
+        if (const int64_t scale = scaleOfPictures(); scale != 0)
+            muxing.set("video_track_timescale", std::to_string(scale).c_str());
+        // The head of a file in fragments waits for the first one, which says when tracks begin.
+        muxing.set("movflags", channel != nullptr
+                                   ? "+write_colr+frag_custom+delay_moov+default_base_moof"
+                               : options.faststart ? "+write_colr+faststart"
+                                                   : "+write_colr");
+    }
+    if (kind.isMatroska()) {
+        context->avoid_negative_ts = 0; // the run-in would move the pictures as well
+        muxing.set("write_crc32", "0"); // the run-in of sound is written into what is summed up
+    }
     require(avformat_write_header(context, muxing.address()), 72);
     avio_flush(context->pb);
     requireDisk(73);
@@ -186,13 +206,28 @@ void ClipMuxer::write(AVPacket& packet, int stream) {
     packet.dts += delay.shift();
     av_packet_rescale_ts(&packet, given, context->streams[stream]->time_base);
     packet.stream_index = stream;
-    require(av_interleaved_write_frame(context, &packet), 80);
+    if (channel != nullptr)
+        require(av_write_frame(context, &packet), 82);
+    else
+        require(av_interleaved_write_frame(context, &packet), 80);
     requireDisk(81);
+}
+
+void ClipMuxer::endFragment() {
+    require(av_write_frame(context, nullptr), 85);
+    if (kind.mp4 && !std::exchange(headIsOut, true)) // the first time, it was the head alone
+        require(av_write_frame(context, nullptr), 87);
+    avio_flush(context->pb);
+    requireDisk(86);
 }
 
 void ClipMuxer::end() {
     require(av_write_trailer(context), 90);
+    if (channel != nullptr)
+        avio_flush(context->pb);
     requireDisk(91);
+    if (channel != nullptr)
+        return;
     require(avio_closep(&context->pb), 92);
     for (const Track& track : tracks)
         require(track.delay.fill(file), 93);

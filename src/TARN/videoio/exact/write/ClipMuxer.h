@@ -2,6 +2,7 @@
 
 #include "exact/write/ClipContainer.h"
 #include "exact/write/MatroskaDelay.h"
+#include "exact/write/SinkChannel.h"
 #include "exact/write/fractions.h"
 #include "ffmpeg_compat.h"
 
@@ -39,8 +40,15 @@ public:
     /// @param movieScale  ticks a second in which MP4 says when a track begins
     void begin(const std::string& path, const ClipWriterOptions& options, int64_t movieScale);
 
+    /// The same into a sink of the caller's, in fragments. Packets come in the order of their
+    /// decoding then.
+    void begin(SinkChannel& sink, const ClipWriterOptions& options, int64_t movieScale);
+
     /// Writes a packet whose times are ticks of its stream. It is blank after that.
     void write(AVPacket& packet, int stream);
+
+    /// Ends a fragment and writes it out.
+    void endFragment();
 
     /// Completes and closes the file.
     void end();
@@ -54,6 +62,7 @@ private:
     AVStream& addStream(AVRational timeBase);
     AVStream& addStream(const AVCodecContext& encoder, AVRational timeBase);
     [[nodiscard]] int64_t scaleOfPictures() const;
+    void writeHeader(const ClipWriterOptions& options, int64_t movieScale);
     void describe(const ClipWriterOptions& options);
     void addChapters(const ClipWriterOptions& options);
     void require(int result, int place) const;
@@ -62,7 +71,9 @@ private:
     const ClipContainer& kind;
     std::string name;
     AVFormatContext* context = nullptr;
-    std::string file; ///< that is written
+    std::string file;               ///< that is written
+    SinkChannel* channel = nullptr; ///< or this
+    bool headIsOut = false;
     std::vector<Track> tracks;
 };
 

@@ -55,6 +55,8 @@ void ClipTimes::refuse(const std::string& name, const Fraction& time, const std:
 ClipTimes::ClipTimes(TimeRules timeRules) : rules(timeRules) {
     if (rules.origin == ClipOrigin::AsGiven)
         origin = Fraction(0);
+    if (rules.exactScale != 0)
+        coarsest = rules.exactScale;
 }
 
 Fraction ClipTimes::fromZero(const Fraction& given, const std::string& name) const {
@@ -227,6 +229,8 @@ Fraction ClipTimes::next() const {
 int64_t ClipTimes::scale() const {
     if (rules.fixedScale != 0)
         return rules.fixedScale;
+    if (rules.exactScale != 0)
+        return rules.exactScale;
     const Fraction last = end();
     const int64_t limit = limitFor(longestGap, longestSpan);
     const auto holds = [&](int64_t candidate) {

@@ -20,7 +20,8 @@ struct TimeRules {
     int64_t fixedScale = 0; ///< ticks a second that cannot be chosen, to which times are rounded
     std::optional<Fraction> grid; ///< of which all times have to be multiples
     std::optional<Fraction> step; ///< from picture to picture, where that is known
-    int64_t preferredScale = 1;   ///< ticks a second to be used if they do
+    int64_t exactScale = 0;     ///< ticks a second that are decided from the start; 0: by the times
+    int64_t preferredScale = 1; ///< ticks a second to be used if they do
     ClipOrigin origin = ClipOrigin::AsGiven;
     bool reorders = false; ///< whether pictures may be decoded in another order
 };

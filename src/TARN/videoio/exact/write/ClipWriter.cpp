@@ -1,15 +1,15 @@
 #include "base/checks.h"
 #include "base/initialise.h"
 #include "exact/write/ClipAssembly.h"
+#include "exact/write/ClipTarget.h"
+#include "exact/write/fragment/FragmentWriter.h"
 #include "exact/write/refusal.h"
 
-#include <TARN/videoio/AtomicFile.h>
 #include <TARN/videoio/ClipWriter.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <unistd.h>
 #include <utility>
 
@@ -21,11 +21,6 @@ using detail::Fraction;
 using detail::refuse;
 
 namespace {
-
-std::string folderOf(const std::string& path) {
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    return folder.empty() ? "." : folder.string();
-}
 
 void requireView(const ConstImageView& picture, const std::string& path) {
     const auto format = static_cast<int32_t>(picture.format);
@@ -48,14 +43,20 @@ void requireView(const ConstImageView& picture, const std::string& path) {
 
 class ClipWriter::Core {
 public:
-    Core(const std::string& path, const ClipWriterOptions& clipOptions)
+    /// @param sink  null where `path` names a file
+    Core(const std::string& path, const std::shared_ptr<ByteSink>& sink,
+         const ClipWriterOptions& clipOptions)
         : name(path),
           options(detail::withUsualSigns(clipOptions)),
           plan(detail::planClip(path, options)),
-          file(path, clipOptions.overwrite ? AtomicFile::Existing::Replace
-                                           : AtomicFile::Existing::Refuse),
+          target(sink ? detail::ClipTarget(sink, path)
+                      : detail::ClipTarget(path, clipOptions.overwrite)),
           times(plan.times),
-          process(::getpid()) {}
+          process(::getpid()) {
+        if (options.fragmented)
+            fragments = std::make_unique<detail::FragmentWriter>(
+                plan, options, times, target.openSink(), [this] { target.show(); }, name);
+    }
 
     ~Core();
     Core(const Core&) = delete;
@@ -77,6 +78,10 @@ private:
     void requireBeginnings(const Fraction& pictures, const Fraction& sound,
                            bool pictureIsNew) const;
     void assemble();
+    void takePicture(AVPacket& packet);
+    void takeSound(AVPacket& packet);
+    void openSound(int channels, const Fraction& begin);
+    [[nodiscard]] Fraction soundEndWith(std::size_t count) const;
 
     /// After a failure within, nothing can be written any more: what is lost cannot be made up for.
     template <typename Work>
@@ -92,13 +97,14 @@ private:
     std::string name;
     ClipWriterOptions options;
     detail::ClipPlan plan;
-    AtomicFile file;
+    detail::ClipTarget target;
     detail::ClipTimes times;
     detail::PacketOrder order;
     std::unique_ptr<detail::PictureEncoder> pictures;
     std::unique_ptr<detail::PacketSpool> pictureSpool;
     std::unique_ptr<detail::SoundEncoder> sound;
     std::unique_ptr<detail::PacketSpool> soundSpool;
+    std::unique_ptr<detail::FragmentWriter> fragments; ///< instead of the spools
     Fraction soundBegin{0};
     std::exception_ptr failure;
     pid_t process;
@@ -111,6 +117,7 @@ ClipWriter::Core::~Core() {
         return;
     static_cast<void>(pictures.release());
     static_cast<void>(sound.release());
+    static_cast<void>(fragments.release());
 }
 
 void ClipWriter::Core::requireOpen() const {
@@ -135,7 +142,10 @@ void ClipWriter::Core::openPictures(const ConstImageView& picture,
         duration = detail::difference(first.end, first.time);
     auto encoder = std::make_unique<detail::PictureEncoder>(*plan.codec, options, picture, duration,
                                                             keepsOrder(first), name);
-    pictureSpool = std::make_unique<detail::PacketSpool>(folderOf(file.pathToWrite()), name);
+    if (fragments)
+        fragments->openPictures(&encoder->codec());
+    else
+        pictureSpool = std::make_unique<detail::PacketSpool>(target.folder(), name);
     pictures = std::move(encoder);
 }
 
@@ -143,14 +153,18 @@ void ClipWriter::Core::openPictures(const ConstImageView& picture,
 void ClipWriter::Core::submit(const ConstImageView& picture,
                               const detail::ClipTimes::Candidate& candidate) {
     const bool first = times.count() == 0;
+    const bool key =
+        candidate.afterPause || (fragments && !first && fragments->wantsKey(candidate.time));
     times.makeRoom();
     try {
         if (first)
             openPictures(picture, candidate);
         pictures->requireSize(picture);
-        pictures->submit(picture, candidate.time, candidate.afterPause);
+        pictures->submit(picture, candidate.time, key);
     } catch (...) {
         if (first) { // the next one decides
+            if (fragments)
+                fragments->openPictures(nullptr);
             pictures.reset();
             pictureSpool.reset();
         }
@@ -159,6 +173,24 @@ void ClipWriter::Core::submit(const ConstImageView& picture,
     if (first && keepsOrder(candidate) && pictures->codec().max_b_frames == 0)
         times.keepOrder();
     times.accept(candidate);
+    if (fragments)
+        fragments->note(candidate.time, key || first, candidate.afterPause);
+}
+
+void ClipWriter::Core::takePicture(AVPacket& packet) {
+    if (fragments) {
+        fragments->addPicture(packet);
+        return;
+    }
+    order.add(packet.pts);
+    pictureSpool->append(packet);
+}
+
+void ClipWriter::Core::takeSound(AVPacket& packet) {
+    if (fragments)
+        fragments->addSound(packet);
+    else
+        soundSpool->append(packet);
 }
 
 void ClipWriter::Core::requireBeginnings(const Fraction& picture, const Fraction& samples,
@@ -186,14 +218,13 @@ void ClipWriter::Core::writePicture(const ConstImageView& picture, std::optional
     const auto candidate = times.check(time.value_or(times.next()), duration, name);
     if (times.count() == 0)
         requireBeginnings(candidate.time, soundBegin, true);
+    if (fragments)
+        fragments->requirePicturesMayWait(candidate.time);
     submit(picture, candidate);
     orBreak([&] {
         if (candidate.afterPause)
             order.expectStart(static_cast<int64_t>(times.count()) - 1);
-        pictures->drain([this](AVPacket& packet) {
-            order.add(packet.pts);
-            pictureSpool->append(packet);
-        });
+        pictures->drain([this](AVPacket& packet) { takePicture(packet); });
     });
 }
 
@@ -244,16 +275,29 @@ void ClipWriter::Core::writeSamples(const float* samples, std::size_t count, int
         requireBeginnings(times.first(), begin, false);
     if (count == 0)
         return;
-    if (!sound) {
-        auto encoder =
-            std::make_unique<detail::SoundEncoder>(*plan.audioCodec, options, channels, name);
-        soundSpool = std::make_unique<detail::PacketSpool>(folderOf(file.pathToWrite()), name);
-        sound = std::move(encoder);
-        soundBegin = begin;
-    }
-    orBreak([&] {
-        sound->encode(samples, count, [this](AVPacket& packet) { soundSpool->append(packet); });
-    });
+    if (fragments)
+        fragments->requireSoundMayWait(soundEndWith(count));
+    if (!sound)
+        openSound(channels, begin);
+    orBreak(
+        [&] { sound->encode(samples, count, [this](AVPacket& packet) { takeSound(packet); }); });
+}
+
+/// Seconds that sound lasts with so many samples more.
+Fraction ClipWriter::Core::soundEndWith(std::size_t count) const {
+    const int64_t before = sound ? sound->samplesTaken() : 0;
+    return Fraction(before + static_cast<int64_t>(count), options.audioRate);
+}
+
+void ClipWriter::Core::openSound(int channels, const Fraction& begin) {
+    auto encoder =
+        std::make_unique<detail::SoundEncoder>(*plan.audioCodec, options, channels, name);
+    if (fragments)
+        fragments->openSound(encoder->codec(), begin);
+    else
+        soundSpool = std::make_unique<detail::PacketSpool>(target.folder(), name);
+    sound = std::move(encoder);
+    soundBegin = begin;
 }
 
 void ClipWriter::Core::finish() {
@@ -264,14 +308,16 @@ void ClipWriter::Core::finish() {
         refuse(name, "neither a picture nor sound was written");
     orBreak([this] {
         if (times.count() > 0)
-            pictures->flush([this](AVPacket& packet) {
-                order.add(packet.pts);
-                pictureSpool->append(packet);
-            });
+            pictures->flush([this](AVPacket& packet) { takePicture(packet); });
         if (sound)
-            sound->flush([this](AVPacket& packet) { soundSpool->append(packet); });
+            sound->flush([this](AVPacket& packet) { takeSound(packet); });
+        if (fragments) {
+            fragments->finish();
+            target.close();
+            return;
+        }
         assemble();
-        file.publish();
+        target.complete();
     });
     finished = true;
 }
@@ -288,13 +334,21 @@ void ClipWriter::Core::assemble() {
     }
     if (sound)
         heard.emplace(EncodedSound{sound->codec(), *soundSpool, soundBegin});
-    detail::assembleClip(file.pathToWrite(), name, *plan.container, options,
+    detail::assembleClip(target.pathToWrite(), name, *plan.container, options,
                          shown ? &*shown : nullptr, heard ? &*heard : nullptr);
 }
 
 ClipWriter::ClipWriter(const std::string& path, const ClipWriterOptions& options) {
     detail::initialiseOnce();
-    core = std::make_unique<Core>(path, options);
+    core = std::make_unique<Core>(path, nullptr, options);
+}
+
+ClipWriter::ClipWriter(std::shared_ptr<ByteSink> sink, const std::string& name,
+                       const ClipWriterOptions& options) {
+    detail::initialiseOnce();
+    if (sink == nullptr)
+        refuse(name, "there is no sink");
+    core = std::make_unique<Core>(name, sink, options);
 }
 
 ClipWriter::~ClipWriter() = default;

@@ -3,6 +3,7 @@
 #include "base/fileHandle.h"
 #include "base/handles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +17,7 @@ namespace {
 const std::string placeHolder = "\x53\x6e\x88\x01run-in\x02";
 const std::string codecDelay = "\x56\xaa";
 constexpr size_t valueBytes = 8;
-constexpr size_t headBytes = 64 * 1024; // the tracks stand well before that
+constexpr size_t headBytes = size_t{64} * 1024; // the tracks stand well before that
 
 std::string bigEndian(int64_t value) {
     std::string bytes;
@@ -122,6 +123,17 @@ int MatroskaDelay::prepare(AVStream& sound) {
         return 0;
     nanoseconds = delay;
     return av_dict_set(&sound.metadata, "title", placeHolder.substr(3).c_str(), 0);
+}
+
+void MatroskaDelay::fillIn(uint8_t* bytes, size_t count) const {
+    if (nanoseconds == 0)
+        return;
+    const std::string head(reinterpret_cast<const char*>(bytes), std::min(count, headBytes));
+    const size_t place = head.find(placeHolder);
+    if (place == std::string::npos)
+        return;
+    const std::string element = codecDelay + '\x88' + bigEndian(nanoseconds);
+    std::copy(element.begin(), element.end(), bytes + place);
 }
 
 int MatroskaDelay::fill(const std::string& path) const {

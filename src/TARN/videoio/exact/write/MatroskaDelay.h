@@ -2,6 +2,7 @@
 
 #include "ffmpeg_compat.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -19,6 +20,9 @@ public:
 
     /// Samples by which packets are to be written later, because the muxer does not do it.
     [[nodiscard]] int64_t shift() const noexcept { return missingShift; }
+
+    /// The same in the first bytes of a file, on their way there.
+    void fillIn(uint8_t* bytes, size_t count) const;
 
     /// Fills the place in the closed file.
     /// @returns 0, or the system's error as FFmpeg's code

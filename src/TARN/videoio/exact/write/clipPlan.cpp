@@ -19,6 +19,17 @@ bool isPositive(const Fraction& value) {
     return value.denominator > 0 && value.numerator > 0;
 }
 
+// A file that is written while it grows tells its ticks first.
+void decideOnTicks(TimeRules& rules) {
+    constexpr int64_t usual = 3000000; // holds microseconds and the steps of all common rates
+    constexpr int64_t fine = 10000;    // players have had trouble with coarser ones
+    if (!rules.grid)
+        rules.grid = Fraction(1, usual);
+    rules.exactScale = rules.grid->denominator;
+    while (rules.exactScale < fine)
+        rules.exactScale *= 2;
+}
+
 TimeRules checkTimes(const std::string& path, const ClipWriterOptions& options,
                      const ClipContainer& container) {
     if (options.origin != ClipOrigin::AsGiven && options.origin != ClipOrigin::First)
@@ -45,6 +56,8 @@ TimeRules checkTimes(const std::string& path, const ClipWriterOptions& options,
                              " s apart are not on the grid of the time base " +
                              toText(*rules.grid) + " s");
     }
+    if (options.fragmented && rules.fixedScale == 0)
+        decideOnTicks(rules);
     return rules;
 }
 
@@ -70,6 +83,11 @@ void checkLook(const std::string& path, const ClipWriterOptions& options,
 void checkDescription(const std::string& path, const ClipWriterOptions& options,
                       const ClipContainer& container) {
     const std::string muxer = container.muxer;
+    if (options.fragmented && !container.mp4 && !container.isMatroska())
+        refuse(path, std::string(container.extension) + " cannot be written in fragments");
+    if (options.fragmented && container.mp4 && !options.chapters.empty())
+        refuse(path,
+               std::string(container.extension) + " in fragments cannot hold chapters; .mkv can");
     if (!options.chapters.empty() && (muxer == "wav" || muxer == "flac"))
         refuse(path, std::string(container.extension) + " has no chapters");
     constexpr int64_t nanoseconds = 1000000000;

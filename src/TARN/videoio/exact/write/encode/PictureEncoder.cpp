@@ -81,6 +81,8 @@ void PictureEncoder::open(const ClipWriterOptions& options, std::optional<Fracti
     countsAlone = !takesAnyTimes(*context->codec);
     if (countsAlone)
         context->time_base = narrow(Fraction(rate.denominator, rate.numerator));
+    if (options.fragmented && options.options.count("g") == 0)
+        context->gop_size = static_cast<int>(std::max<Wide>(roundedProduct(rate, 1), 1));
     // A forced key picture has to be one from which decoding can begin.
     av_opt_set(context->priv_data, "forced-idr", "1", 0);
     checkResult(avcodec_open2(context.get(), context->codec, nullptr), at(10), name);
