@@ -1,0 +1,375 @@
+"""Clips on many processors and machines, by Dask.
+
+    import tarn_videoio.dask as tvd
+
+    mean = tvd.frames("clip.mp4").mean(axis=0).compute()
+    with distributed.Client("tcp://scheduler:8786"):
+        counts = tvd.map(count_faces, paths)   # for each path a list, in frame order
+
+Nothing but paths, options and indices travels to workers; each part of a clip is read by one
+thread. Workers have to find a clip under the path or URL that is given. A worker that dies costs
+what it was working on, which others do once more. A file that changes meanwhile ends in an
+exception, never in pictures of both.
+"""
+
+from __future__ import annotations
+
+import asyncio
+import concurrent.futures
+import inspect
+import os
+import queue
+from collections import deque
+from contextlib import contextmanager
+from dataclasses import replace
+from functools import partial
+from hashlib import blake2b
+from typing import (TYPE_CHECKING, Any, Callable, Deque, Dict, Iterable, Iterator, List, Mapping,
+                    Optional, Sequence, Tuple, Union)
+from uuid import uuid4
+
+import dask
+import dask.array
+import numpy as np
+from dask.base import tokenize
+from dask.highlevelgraph import HighLevelGraph
+
+from . import _checks, _parts
+from ._calls import Progress, ProgressFunction
+from ._errors import Error
+from ._index import FrameIndex, index_of
+from ._jobs import Job, Task
+from ._video import FrameBatch, VideoReader
+
+try:
+    import distributed
+    import distributed.scheduler
+    import distributed.worker
+except ImportError:  # Dask alone has schedulers for one machine
+    distributed = None  # type: ignore[assignment]
+
+if TYPE_CHECKING:
+    Given = Union[FrameIndex, str, os.PathLike[str], None]
+
+__all__ = ["frames", "index", "map"]
+
+# Of a future whose task the scheduler does not know any more.
+_CANCELLED = (asyncio.CancelledError, concurrent.futures.CancelledError)
+# What is no option of a reader on a worker.
+_NOT_OPTIONS = {"self", "source", "threads", "index", "checksums", "progress"}
+_NO_WORKERS = 300  # seconds without any worker until a job fails
+_LOOK = 2  # seconds between looks at whether there are workers
+_ROUND = 2000  # tasks that a scheduler of this machine is given at once
+
+
+def frames(source: Any, *, chunk: Optional[int] = None,
+           **reader_options: Any) -> "dask.array.Array":
+    """The pictures of a clip as a dask.array: (N, H, W, 3), or (N, …) as `format` says.
+
+    Its chunks are partitions of the clip of about `chunk` frames each (unless told, of at most
+    1000 frames and about 128 MiB): they begin where decoding can begin, so some may be longer. The
+    index is made here, unless `index` is given; pictures are read when they are computed, by
+    workers. `reader_options` are those of VideoReader but for `threads`, which is 1; with
+    `checksums` every picture is proven.
+
+    Raises what VideoReader raises; computing raises tv.IndexMismatch when the clip is not what it
+    was when the array was made.
+    """
+    size = _checks.optional_integer(chunk, "chunk", 1)
+    options = dict(reader_options)
+    given = index_of(options.pop("index", None))
+    checksums = _checks.flag(options.pop("checksums", False), "checksums")
+    progress = options.pop("progress", None)
+    clip = _parts.clip_of(source, _reader_options(options), checksums)
+    with clip.open(given, progress) as reader:
+        shape, kind = _parts.picture_layout(reader)
+        found = _parts.prepared_of(clip, reader, size)
+    name = "tarn-frames-" + tokenize(found.key, found.parts)
+    # The index is a task of its own, so that it travels to each worker once.
+    index_name = "tarn-index-" + tokenize(found.key)
+    layer: Dict[Any, Any] = {index_name: (_parts.Held(found),)}
+    parts = found.parts or ((0, 0),)
+    zeros = (0,) * len(shape)
+    for place, (first, stop) in enumerate(parts):
+        layer[(name, place) + zeros] = (_parts.read_array, index_name, first, stop)
+    chunks = (tuple(stop - first for first, stop in parts),) + tuple((n,) for n in shape)
+    return dask.array.Array(HighLevelGraph.from_collections(name, layer), name, chunks,
+                            meta=np.empty((0,) * (1 + len(shape)), kind))
+
+
+def map(function: Callable[[FrameBatch], Any], sources: Iterable[Any], *,
+        chunk: Optional[int] = None, checksums: bool = True,
+        index: Union["Given", Sequence["Given"]] = None, on_error: str = "raise",
+        progress: Optional[ProgressFunction] = None, **reader_options: Any) -> List[Any]:
+    """For each source the list of what `function(batch)` gives for its parts, in frame order.
+
+    A batch is the FrameBatch of a part: about `chunk` frames (unless told, at most 1000 and about
+    128 MiB) that begin where decoding can begin. Runs on the cluster of the current
+    distributed.Client; without one, on Dask's scheduler for this machine. Large sources come first;
+    a large one is spread over workers, small ones share a task.
+
+    With `checksums` every picture that `function` gets was compared with the index, and a
+    difference raises tv.Error. `index` is a list with an index, or the path of one, for each
+    source; those that are missing are made by workers, which with `checksums` decodes the clip
+    once more. `reader_options` are those of VideoReader but for `threads`, which is 1.
+
+    The first failure ends the job: a tv.Error or OSError that names the source, or what `function`
+    raised, with a tv.Error as its cause that names the source and the frames. With
+    `on_error="return"` the others are done, and the exception stands in place of the list of the
+    source that failed. Workers may die: their work is done by others; what has killed its workers
+    again and again is a failure, and so is a cluster that has had no worker for 300 s
+    (Dask's setting "tarn-videoio.no-workers-timeout").
+
+    `progress("sources", done, total)` may return False or raise to stop.
+    """
+    if not callable(function):
+        raise TypeError("function has to be callable with a FrameBatch")
+    size = _checks.optional_integer(chunk, "chunk", 1)
+    clips = _clips(sources, reader_options, _checks.flag(checksums, "checksums"), index)
+    return _spread(_parts.Applying(function, size),
+                   _parts.Preparing(size), clips, on_error, progress)
+
+
+def index(sources: Iterable[Any], folder: Union[str, "os.PathLike[str]", None] = None, *,
+          checksums: bool = False, on_error: str = "raise",
+          progress: Optional[ProgressFunction] = None, **reader_options: Any) -> List[Any]:
+    """Makes the indices of many clips side by side, and gives their paths in the same order.
+
+    They are stored beside the sources as `<source>.index`, or in a folder that all workers share.
+    One that is there and still that of its clip is left as it is. `checksums` decodes the clips
+    and keeps a checksum of every picture. Runs where `map` does, with the same failures.
+    """
+    clips = _clips(sources, reader_options, _checks.flag(checksums, "checksums"), None)
+    at = None if folder is None else os.path.abspath(os.fspath(folder))
+    if at is not None and not os.path.isdir(at):
+        raise NotADirectoryError(f"indices are to be stored in {at}, which is no folder")
+    clips = [replace(clip, target=_index_path(clip, at)) for clip in clips]
+    found = _spread(_parts.Indexing(), None, clips, on_error, progress)
+    return [one[0] if isinstance(one, list) else one for one in found]
+
+
+def _index_path(clip: _parts.Clip, folder: Optional[str]) -> str:
+    if folder is None:
+        path = clip.path
+        if path is None:
+            raise ValueError(f"an index cannot be stored beside {clip.name}: name a folder")
+        return path + ".index"
+    # Clips of several folders may have the same name.
+    mark = blake2b(clip.name.encode("utf-8", "surrogateescape"), digest_size=4).hexdigest()
+    return os.path.join(folder, f"{os.path.basename(clip.name.rstrip('/'))}-{mark}.index")
+
+
+# Arguments
+
+def _reader_options(options: Mapping[str, Any]) -> Dict[str, Any]:
+    """Options that a reader on a worker takes."""
+    known = set(inspect.signature(VideoReader.__init__).parameters) - _NOT_OPTIONS
+    for name in options:
+        if name == "threads" and options[name] == 1:
+            continue
+        if name == "threads":
+            raise ValueError("threads has to be 1: parts are what is done side by side")
+        if name not in known:
+            raise TypeError(f"{name} is no option of a reader on workers")
+    return {name: value for name, value in options.items() if name != "threads"}
+
+
+def _clips(sources: Iterable[Any], options: Mapping[str, Any], checksums: bool,
+           index: Any) -> List[_parts.Clip]:
+    if isinstance(sources, (str, bytes, bytearray, memoryview, os.PathLike)):
+        raise TypeError("sources has to be a list of them")
+    listed = list(sources)
+    chosen = _reader_options(options)
+    if index is None or isinstance(index, (FrameIndex, str, os.PathLike)):
+        given = [index] * len(listed)
+        if index is not None and len(listed) != 1:
+            raise ValueError(f"one index for {len(listed)} sources: give a list of indices")
+    else:
+        given = list(index)
+    if len(given) != len(listed):
+        raise ValueError(f"{len(given)} indices for {len(listed)} sources")
+    return [_parts.clip_of(source, chosen, checksums, _sent(one))
+            for source, one in zip(listed, given)]
+
+
+def _sent(index: Any) -> Union[bytes, str, None]:
+    """An index as workers are told of it."""
+    if index is None:
+        return None
+    if isinstance(index, FrameIndex):
+        return index.to_bytes()
+    if isinstance(index, (str, os.PathLike)):
+        return os.path.abspath(os.fspath(index))
+    raise TypeError(f"index has to be a FrameIndex or the path of one, not {type(index).__name__}")
+
+
+# Where it runs
+
+@contextmanager
+def _current_client() -> Iterator[Any]:
+    """The client of the current cluster; None for a scheduler of this machine."""
+    chosen = dask.config.get("scheduler", None)
+    if distributed is None or chosen not in (None, "distributed", "dask.distributed"):
+        yield None
+        return
+    if hasattr(distributed.worker.thread_state, "start_time"):
+        with distributed.worker_client() as client:  # a task that makes tasks lets others in
+            yield client
+        return
+    try:
+        client = distributed.get_client()
+    except ValueError:
+        client = None
+    if client is not None and client.asynchronous:
+        raise ValueError("an asynchronous client cannot be waited for")
+    yield client
+
+
+def _spread(work: Any, preparing: Any, clips: List[_parts.Clip], on_error: str,
+            progress: Optional[ProgressFunction]) -> List[Any]:
+    _checks.word(on_error, "on_error", ("raise", "return"))
+    told = Progress(progress)
+    try:
+        with _current_client() as client:
+            threads = max(1, _thread_count(client))
+            job = Job(clips, on_error == "raise", told)
+            tasks = job.plan(threads, preparing is not None)
+            if client is None:
+                _run_here(replace(work, stops=on_error == "raise"), preparing, job, tasks)
+            else:
+                _OnCluster(client, work, preparing, job).run(tasks)
+        told.finish(len(clips), f"{len(clips)} sources", "sources")
+        return job.found()
+    finally:
+        _parts.readers.close()
+
+
+def _thread_count(client: Any) -> int:
+    if client is None:
+        return dask.config.get("num_workers", None) or os.cpu_count() or 1
+    return sum(client.nthreads().values())
+
+
+def _run_here(work: Any, preparing: Any, job: Job, tasks: Sequence[Task]) -> None:
+    """By Dask's scheduler for this machine: of threads unless another one is set."""
+    for begin in range(0, len(tasks), _ROUND):
+        round_ = tasks[begin:begin + _ROUND]
+        prepared: Dict[int, Any] = {}
+        calls = []
+        for task in round_:
+            number = task.clips[0]
+            if task.of > 1 and number not in prepared:
+                prepared[number] = _delayed(preparing, job.clips[number])()
+            calls.append(_delayed(work, job.clips_of(task, number not in prepared), task.place,
+                                  task.of)(prepared.get(number)))
+        try:
+            done = dask.compute(*calls)
+        except Exception as error:
+            failure = getattr(error, "failure", None)
+            if isinstance(failure, _parts.Failure):  # of a Stopped, also as other processes show it
+                failure.throw()
+            if type(error).__name__ == "BrokenProcessPool":
+                raise Error(f"a process died that read {job.names(round_)}") from error
+            raise
+        for task, pieces in zip(round_, done):
+            job.take(task, pieces)
+
+
+def _delayed(function: Any, *arguments: Any) -> Any:
+    """A task whose arguments Dask does not look into."""
+    return dask.delayed(partial(function, *arguments), pure=False, traverse=False)
+
+
+class _OnCluster:
+    """Keeps the workers of a cluster busy, a few tasks for each at a time: so neither the scheduler
+    nor the workers hold more than that, however many clips there are."""
+
+    def __init__(self, client: Any, work: Any, preparing: Any, job: Job) -> None:
+        self.client, self.work, self.preparing, self.job = client, work, preparing, job
+        self.mark = uuid4().hex[:12]
+        self.serial = 0
+        self.waiting: Deque[Task] = deque()
+        self.running: Dict[str, Tuple[Any, Task]] = {}
+        self.prepared: Dict[int, Tuple[Any, int]] = {}  # by clip, with how many tasks need it
+        self.finished: "queue.Queue[Any]" = queue.Queue()
+        self.most = 8  # tasks at a time
+        self.fills = 0
+        self.seconds_alone = 0.0
+
+    def run(self, tasks: Sequence[Task]) -> None:
+        self.waiting.extend(tasks)
+        try:
+            self._fill()
+            while self.running:
+                try:
+                    future = self.finished.get(timeout=_LOOK)
+                except queue.Empty:
+                    self._look()
+                    continue
+                self.seconds_alone = 0
+                _, task = self.running.pop(future.key)
+                self._take(future, task)
+                self._fill()
+        finally:
+            left = [future for future, _ in self.running.values()]
+            left += [future for future, _ in self.prepared.values()]
+            if left and self.client.status == "running":
+                self.client.cancel(left, force=True)
+
+    def _fill(self) -> None:
+        if not self.waiting:
+            return
+        if self.fills % 16 == 0:  # workers come and go
+            self.most = max(8, 4 * _thread_count(self.client))
+        self.fills += 1
+        while self.waiting and len(self.running) < self.most:
+            task = self.waiting.popleft()
+            if not all(self.job.has_failed(number) for number in task.clips):
+                self._submit(task)
+
+    def _submit(self, task: Task) -> None:
+        number = task.clips[0]
+        prepared = None
+        if task.of > 1 and task.deaths == 0:
+            if number not in self.prepared:
+                self.prepared[number] = (self._call("prepare", self.preparing,
+                                                    self.job.clips[number]), task.of)
+            prepared = self.prepared[number][0]
+        future = self._call("read", self.work, self.job.clips_of(task, prepared is None),
+                            task.place, task.of, prepared)
+        self.running[future.key] = future, task
+        future.add_done_callback(self.finished.put)
+
+    def _call(self, what: str, function: Any, *arguments: Any) -> Any:
+        self.serial += 1
+        return self.client.submit(function, *arguments, pure=False,
+                                  key=f"tarn-{what}-{self.mark}-{self.serial}")
+
+    def _take(self, future: Any, task: Task) -> None:
+        number = task.clips[0]
+        if task.of > 1 and task.deaths == 0 and number in self.prepared:
+            kept, users = self.prepared.pop(number)
+            if users > 1:
+                self.prepared[number] = kept, users - 1
+        try:
+            pieces = future.result()
+        except (distributed.scheduler.KilledWorker, *_CANCELLED) as error:
+            self._require_cluster()
+            self.waiting.extendleft(self.job.once_more(task, error))
+        except Exception as error:  # what the function gave cannot travel
+            self.job.fail(task, error)
+        else:
+            self.job.take(task, pieces)
+
+    def _require_cluster(self) -> None:
+        if self.client.status != "running":
+            raise Error(f"the cluster is gone; not done are {self.job.names()}")
+
+    def _look(self) -> None:
+        self._require_cluster()
+        if self.client.nthreads():
+            self.seconds_alone = 0
+            return
+        self.seconds_alone += _LOOK
+        if self.seconds_alone >= dask.config.get("tarn-videoio.no-workers-timeout", _NO_WORKERS):
+            raise Error(f"the cluster has no workers any more; not done are {self.job.names()}")
