@@ -12,7 +12,7 @@ from ._errors import Cancelled, raise_failure
 
 Result = TypeVar("Result")
 
-logger = logging.getLogger("tarn_videoio")
+logger: logging.Logger = logging.getLogger("tarn_videoio")
 # Without a handler Python would print what is serious.
 logger.addHandler(logging.NullHandler())
 

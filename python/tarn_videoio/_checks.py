@@ -7,7 +7,7 @@ from typing import Any, Dict, Mapping, Optional, Sequence
 
 import numpy as np
 
-LARGEST = 2**31 - 1
+LARGEST: int = 2**31 - 1
 
 
 def integer(value: Any, name: str, least: int = 0, most: int = LARGEST) -> int:

@@ -9,7 +9,7 @@ from . import _checks, _native, _numbers
 from ._calls import Progress, ProgressFunction, call
 from ._sources import Source, local_path, origin_of, settings
 
-MOST_THREADS = 512
+MOST_THREADS: int = 512
 
 
 class FrameIndex:

@@ -9,7 +9,7 @@ from typing import Any, Dict, List, Optional, Union
 
 from . import _native
 from ._calls import call
-from ._sources import Origin, Settings, Source, origin_of
+from ._sources import Origin, Settings, Source, origin_of, settings
 
 
 @dataclass(frozen=True)
@@ -75,17 +75,14 @@ def _made(told: Dict[str, Any]) -> StreamMetadata:
     for field in dataclasses.fields(kind):
         value = told[field.name]
         values[field.name] = Fraction(*value) if isinstance(value, tuple) else value
-    return kind(**values)
+    made: StreamMetadata = kind(**values)
+    return made
 
 
 def streams_of(origin: Origin, how: Settings = Settings()) -> List[StreamMetadata]:
     """All streams of a source, in the container's order."""
     told = call(origin.name, _native.describe, origin.open(how), path=origin.path)
     return [_made(stream) for stream in told]
-
-
-def _plain(value: Any) -> Any:
-    return dict(value) if isinstance(value, dict) else value
 
 
 @dataclass(frozen=True)
@@ -109,7 +106,6 @@ def probe(source: Source, *, open_timeout: Optional[float] = None,
 
     `source` and the options of opening are those of `VideoReader`.
     """
-    from ._sources import settings
     streams = streams_of(origin_of(source),
                          settings(open_timeout, read_timeout, demuxer, options))
     durations = [stream.duration for stream in streams if stream.duration is not None]

@@ -5,15 +5,18 @@ from numpy.typing import NDArray
 
 version: str
 
+class _Meta(type): ...  # pybind11's own
+
 class Failure(Exception): ...
 
-class Source:
+class Source(metaclass=_Meta):
     def __init__(self, kind: str, content: Any, name: bytes,
                  settings: Tuple[int, int, str, Dict[str, str]]) -> None: ...
     @property
     def name(self) -> str: ...
 
-class FrameIndex:
+class FrameIndex(metaclass=_Meta):
+    def __init__(self, *args: Any, **kwargs: Any) -> None: ...
     @staticmethod
     def build(source: Source, stream: Optional[int], checksums: bool, threads: int,
               progress: Callable[[str, int, int], bool]) -> FrameIndex: ...
@@ -30,7 +33,7 @@ class FrameIndex:
     @property
     def damaged(self) -> bool: ...
 
-class VideoReader:
+class VideoReader(metaclass=_Meta):
     def __init__(self, source: Source, settings: Dict[str, Any],
                  index: Optional[FrameIndex]) -> None: ...
     def close(self) -> None: ...
@@ -51,7 +54,7 @@ class VideoReader:
     def partitions(self, count: int) -> List[Tuple[int, int]]: ...
     def digest(self, first: int, stop: int) -> bytes: ...
 
-class ClipWriter:
+class ClipWriter(metaclass=_Meta):
     def __init__(self, path: bytes, options: Dict[str, Any]) -> None: ...
     def write_pictures(self, format: str, pictures: NDArray[Any], height: int, width: int,
                        times: Optional[Sequence[Tuple[int, int]]],

@@ -100,7 +100,7 @@ def name_of_file(file: Any) -> str:
 
 def local_path(source: Any) -> str:
     """The path that a str, bytes or os.PathLike says, as open() takes it."""
-    path = os.fspath(source)
+    path: Union[str, bytes] = os.fspath(source)
     if isinstance(path, bytes):
         path = os.fsdecode(path)
     os.fsencode(path)  # raises for half a surrogate pair

@@ -21,12 +21,12 @@ from ._sources import Source, origin_of, pair_of_size, settings
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
-    Pictures = NDArray[Any]
-    Numbers = NDArray[np.int64]
+    _Pictures = NDArray[Any]
+    _Numbers = NDArray[np.int64]
 
 Result = TypeVar("Result")
 
-FORMATS = ("rgb24", "rgb48", "gray8", "gray16", "nv12")
+FORMATS: Tuple[str, ...] = ("rgb24", "rgb48", "gray8", "gray16", "nv12")
 _FURTHEST_TICK = 2**62
 
 
@@ -39,7 +39,7 @@ class Frame:
     earlier one, "linear" from the start of the stream, and "proven" when its checksum was compared.
     """
 
-    data: "Pictures" = field(repr=False)
+    data: "_Pictures" = field(repr=False)
     number: int
     time: Fraction
     duration: Fraction
@@ -55,8 +55,8 @@ class FrameBatch:
     lists of seconds, one for each picture, in the order of `numbers.ravel()`.
     """
 
-    data: "Pictures" = field(repr=False)
-    numbers: "Numbers"
+    data: "_Pictures" = field(repr=False)
+    numbers: "_Numbers"
     times: List[Fraction]
     durations: List[Fraction]
 
@@ -140,7 +140,7 @@ class VideoReader:
             return self._call(self._native.count)
 
     @property
-    def ticks(self) -> "Numbers":
+    def ticks(self) -> "_Numbers":
         """The time of each frame as a multiple of `time_base`: int64 (N,)."""
         return self._call(self._native.ticks)
 
@@ -150,7 +150,7 @@ class VideoReader:
         return Fraction(*self._call(self._native.time_base))
 
     @property
-    def key_frames(self) -> "Numbers":
+    def key_frames(self) -> "_Numbers":
         """The numbers of the frames from which decoding can start: int64, rising."""
         return self._call(self._native.key_frames)
 
@@ -188,7 +188,7 @@ class VideoReader:
 
     # Pictures
 
-    def __getitem__(self, key: Any) -> "Pictures":
+    def __getitem__(self, key: Any) -> "_Pictures":
         count = len(self)
         if isinstance(key, tuple):
             raise TypeError("frames are told by one number, slice or array of numbers")
@@ -202,7 +202,7 @@ class VideoReader:
         numbers = _numbers.many(key, count)
         return self._read(numbers, self._memory(numbers.shape))
 
-    def __iter__(self) -> Iterator["Pictures"]:
+    def __iter__(self) -> Iterator["_Pictures"]:
         number = 0
         while number < len(self):
             yield self._picture(number)[0]
@@ -215,7 +215,7 @@ class VideoReader:
         (time, duration), = self._times([number])
         return Frame(data, number, time, duration, self._call(self._native.is_key, number), reached)
 
-    def frames(self, numbers: Any, *, out: Optional["Pictures"] = None) -> FrameBatch:
+    def frames(self, numbers: Any, *, out: Optional["_Pictures"] = None) -> FrameBatch:
         """Several frames in the order asked for, each as often as it is named.
 
         Each group of pictures is decoded once, whatever the order. `out` is filled and becomes the
@@ -228,7 +228,7 @@ class VideoReader:
         return self.frame(self.number_at(t))
 
     def frames_at(self, ts: Iterable[_times.Time], *,
-                  out: Optional["Pictures"] = None) -> FrameBatch:
+                  out: Optional["_Pictures"] = None) -> FrameBatch:
         """The frames that are on screen at several times in seconds."""
         count = len(self)
         if isinstance(ts, (str, bytes)):
@@ -311,10 +311,10 @@ class VideoReader:
     def _picture_shape(self) -> Tuple[int, ...]:
         return picture_shape(self._format, *self._native.size())
 
-    def _memory(self, shape: Tuple[int, ...]) -> "Pictures":
+    def _memory(self, shape: Tuple[int, ...]) -> "_Pictures":
         return np.empty(shape + self._picture_shape(), picture_type(self._format))
 
-    def _picture(self, number: int) -> Tuple["Pictures", str]:
+    def _picture(self, number: int) -> Tuple["_Pictures", str]:
         data = self._memory(())
         try:
             reached, = self._call(self._native.read_into, np.array([number], np.int64),
@@ -329,7 +329,7 @@ class VideoReader:
                 raise error from None
         return data, reached
 
-    def _read(self, numbers: "Numbers", data: "Pictures") -> "Pictures":
+    def _read(self, numbers: "_Numbers", data: "_Pictures") -> "_Pictures":
         if numbers.size:
             flat = np.ascontiguousarray(numbers).reshape(-1)
             places = data if numbers.ndim == 1 else data.reshape(
@@ -337,7 +337,7 @@ class VideoReader:
             self._call(self._native.read_into, flat, places)
         return data
 
-    def _batch(self, numbers: "Numbers", out: Optional["Pictures"]) -> FrameBatch:
+    def _batch(self, numbers: "_Numbers", out: Optional["_Pictures"]) -> FrameBatch:
         if out is None:
             data = self._memory(numbers.shape)
         else:
@@ -347,7 +347,7 @@ class VideoReader:
         return FrameBatch(data, numbers, [time for time, _ in times],
                           [duration for _, duration in times])
 
-    def _fitting(self, out: Any, numbers: "Numbers") -> "Pictures":
+    def _fitting(self, out: Any, numbers: "_Numbers") -> "_Pictures":
         if not isinstance(out, np.ndarray):
             raise TypeError(f"out has to be an array, not {type(out).__name__}")
         if out.dtype != picture_type(self._format) or not out.dtype.isnative:
@@ -380,7 +380,7 @@ class VideoReader:
             raise ValueError(f"no frame of {self._origin.name} is shown at {t} s") from None
 
     def _numbers_between(self, begin: Fraction, end: Fraction, step: Optional[Fraction],
-                         count: int) -> "Numbers":
+                         count: int) -> "_Numbers":
         nothing = np.empty(0, np.int64)
         if count == 0 or begin >= end:
             return nothing

@@ -14,14 +14,15 @@ import numpy as np
 from . import _checks, _native, _times
 from ._calls import call
 from ._errors import Error
+from ._native import ClipWriter as NativeWriter
 from ._sources import Source, local_path, origin_of, plain_path
 from ._video import FORMATS, picture_type
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
-    Pictures = NDArray[Any]
-    Samples = NDArray[np.float32]
+    _Pictures = NDArray[Any]
+    _Samples = NDArray[np.float32]
 
 Path = Union[str, "os.PathLike[str]"]
 Times = Union[_times.Time, Sequence[_times.Time]]
@@ -34,19 +35,19 @@ _MOST_CHANNELS = 255
 class _Writer:
     """What a writer of pictures and one of sound have in common."""
 
-    _native: Optional[_native.ClipWriter] = None
+    _native: Optional[NativeWriter] = None
     _name = ""
 
     def _open(self, path: Path, extensions: Sequence[str], options: Dict[str, Any]) -> None:
         self._name = local_path(path)
         if os.path.splitext(self._name)[1].lower() not in extensions:
             raise ValueError(f"{self._name!r} does not end in {', '.join(extensions)}")
-        self._native = self._call(_native.ClipWriter, os.fsencode(plain_path(self._name)), options)
+        self._native = self._call(NativeWriter, os.fsencode(plain_path(self._name)), options)
 
     def _call(self, function: Callable[..., Any], *arguments: Any) -> Any:
         return call(self._name, function, *arguments, path=self._name, writing=True)
 
-    def _opened(self) -> _native.ClipWriter:
+    def _opened(self) -> NativeWriter:
         if self._native is None or self._native.is_closed():
             raise ValueError(f"{self._name} is closed")
         return self._native
@@ -159,7 +160,7 @@ class VideoWriter(_Writer):
         self._opened()
         return self
 
-    def write(self, picture: "Pictures", time: Optional[Times] = None,
+    def write(self, picture: "_Pictures", time: Optional[Times] = None,
               duration: Optional[_times.Time] = None) -> None:
         """Writes a picture, or a batch of them with one axis more in front.
 
@@ -181,7 +182,7 @@ class VideoWriter(_Writer):
         self._call(native.write_pictures, self._format, batch, height, width, pairs, lasts)
         self._note(times, len(batch))
 
-    def write_audio(self, samples: "Samples", *, time: Optional[_times.Time] = None) -> None:
+    def write_audio(self, samples: "_Samples", *, time: Optional[_times.Time] = None) -> None:
         """Writes sound behind what came before: float32 (n,) or (n, channels), 1.0 full scale.
 
         The first sample of all stands at 0 s, or at `time`, which the first block alone may have.
@@ -190,13 +191,13 @@ class VideoWriter(_Writer):
 
     def _times_of(self, time: Times, count: int) -> List[Fraction]:
         """The times of a batch, checked as a whole: the library would take some and refuse one."""
-        if np.ndim(time) == 0:
+        if not isinstance(time, (list, tuple, np.ndarray)) or np.ndim(time) == 0:
             first = _times.exact(time)
             if count > 1 and self._step is None:
                 raise ValueError(f"{self._name}: {count} pictures with one time need a rate")
             found = [first + place * (self._step or 0) for place in range(count)]
         else:
-            found = [_times.exact(one) for one in time]  # type: ignore[union-attr]
+            found = [_times.exact(one) for one in time]
             if len(found) != count:
                 raise ValueError(f"{self._name}: {len(found)} times for {count} pictures")
         if count > 1:
@@ -256,7 +257,7 @@ class AudioWriter(_Writer):
         self._opened()
         return self
 
-    def write(self, samples: "Samples") -> None:
+    def write(self, samples: "_Samples") -> None:
         """Writes samples behind those before: float32 (n,) or (n, channels), 1.0 full scale."""
         self._write_samples(samples, None)
 
@@ -286,7 +287,7 @@ def _array_of(value: Any, what: str) -> "NDArray[Any]":
     return np.asarray(value)
 
 
-def batch_of(picture: Any, format: str) -> Tuple["Pictures", int, int]:
+def batch_of(picture: Any, format: str) -> Tuple["_Pictures", int, int]:
     """Pictures with an axis for their number, and the height and width of one."""
     array = _array_of(picture, "pictures")
     wanted = picture_type(format)
@@ -311,7 +312,7 @@ def batch_of(picture: Any, format: str) -> Tuple["Pictures", int, int]:
     return batch, height, width
 
 
-def _block_of(samples: Any) -> "Samples":
+def _block_of(samples: Any) -> "_Samples":
     array = _array_of(samples, "samples")
     if array.dtype != np.float32 or not array.dtype.isnative:
         raise TypeError(f"samples have to be of float32, not {array.dtype}")
