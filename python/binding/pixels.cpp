@@ -83,7 +83,7 @@ ffmpeg::BasicImageView<Byte> PictureArray<Byte>::at(std::size_t place) const {
 }
 
 template <typename Byte>
-void PictureArray<Byte>::fillMargin(std::size_t place) const {
+void PictureArray<Byte>::fillMargin([[maybe_unused]] std::size_t place) const {
     if constexpr (!std::is_const_v<Byte>) {
         if (!hasMargin)
             return;

@@ -135,7 +135,7 @@ private:
                 list, [&](std::size_t place) { return pictures.at(place); }, written);
     }
 
-    // Keeps the index, so that it is there when the reader has to be made anew.
+    // Keeps the index, so that it is there when the reader has to be made again.
     std::unique_ptr<FrameReader> open() {
         auto made = std::make_unique<FrameReader>(source, options);
         options.index = made->index();
