@@ -1,6 +1,7 @@
 #include "support/ClipMaker.h"
 #include "support/Oracle.h"
 #include "support/Picture.h"
+#include "support/SoundMaker.h"
 #include "support/StillImages.h"
 #include "support/TemporaryFolder.h"
 
@@ -119,6 +120,29 @@ TEST_F(Examples, WriteClipSaysThatAFileCannotBeWritten) {
     const auto said = contentOf(output);
     EXPECT_EQ(said.substr(said.find('\n') + 1), "No such file or directory\n");
     EXPECT_NE(said.find("could not be written"), std::string::npos); // the log's line before it
+}
+
+TEST_F(Examples, WriteClipWithSoundWritesPicturesAndATone) {
+    const auto written = folder.file("written.mp4");
+    ASSERT_EQ(run("write_clip_with_sound", written), 0);
+    EXPECT_EQ(tio::test::oracleFrames(written).size(), 50u);
+    const auto sound = tio::test::oracleSound(written);
+    EXPECT_EQ(sound.rate, 48000);
+    EXPECT_GE(sound.count(), 96000);
+    EXPECT_NEAR(*std::max_element(sound.samples.begin(), sound.samples.end()), 0.2, 0.05);
+}
+
+TEST_F(Examples, CopyClipCopiesPicturesAndSaysWhereACutCanBegin) {
+    const auto copy = folder.file("copy.mkv");
+    ASSERT_EQ(run("copy_clip", clip + " " + copy), 0);
+    EXPECT_EQ(contentOf(output), "1 streams, 25 packets\n");
+    const auto before = tio::test::oracleFrames(clip);
+    const auto after = tio::test::oracleFrames(copy);
+    ASSERT_EQ(after.size(), before.size());
+    for (size_t i = 0; i < before.size(); ++i)
+        EXPECT_EQ(after[i].hash, before[i].hash) << i;
+    EXPECT_NE(run("copy_clip", clip + " " + copy + " 1"), 0);
+    EXPECT_NE(contentOf(output).find("it can begin at 24/25 s\n"), std::string::npos);
 }
 
 } // namespace

@@ -12,11 +12,9 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <tuple>
@@ -38,7 +36,7 @@ using test::timesIn;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
-// Files that are written while they grow, and sinks.
+// Files that are written while they grow.
 
 ClipWriterOptions inFragments() {
     ClipWriterOptions options;
@@ -325,93 +323,6 @@ TEST_P(KillsTest, WithoutFragmentsNothingStandsUnderTheName) {
 
 INSTANTIATE_TEST_SUITE_P(Containers, KillsTest, ::testing::Values(".mp4", ".mkv"),
                          [](const auto& one) { return std::string(one.param).substr(1); });
-
-/// Keeps what it gets, until it breaks.
-class KeepingSink : public ByteSink {
-public:
-    explicit KeepingSink(std::size_t most = SIZE_MAX) : left(most) {}
-    void write(const uint8_t* data, std::size_t count) override {
-        if (count > left)
-            throw std::runtime_error("the line is dead");
-        left -= count;
-        bytes.append(reinterpret_cast<const char*>(data), count);
-    }
-    std::string bytes;
-
-private:
-    std::size_t left;
-};
-
-TEST_F(ClipWriterTest, ASinkGetsTheWholeClip) {
-    for (const bool fragmented : {false, true}) {
-        for (const char* name : {"clip.mp4", "clip.mkv"}) {
-            ClipWriterOptions options;
-            options.fragmented = fragmented;
-            options.rate = 25;
-            options.audioRate = 48000;
-            const auto sink = std::make_shared<KeepingSink>();
-            ClipWriter writer(sink, name, options);
-            const std::vector<float> samples = click(96000, 72000);
-            for (int i = 0; i < 50; ++i) {
-                writer.writePicture(rgbPicture(i));
-                writer.writeSamples(samples.data() + std::ptrdiff_t{i} * 1920, 1920, 1);
-            }
-            EXPECT_EQ(sink->bytes.empty(), true) << "the first second is not complete";
-            writer.finish();
-            std::ofstream(file(name), std::ios::binary) << sink->bytes;
-            EXPECT_THAT(timesIn(file(name)), ElementsAreArray(atRate(50, Fraction(1, 25))));
-            const test::HeardSound heard = readHeard(file(name));
-            EXPECT_NEAR(heard.begin.toDouble() +
-                            static_cast<double>(loudest(heard.samples)) / 48000,
-                        1.5, 0.0006)
-                << name << fragmented;
-        }
-    }
-    EXPECT_EQ(filesLeft(), 2);
-}
-
-TEST_F(ClipWriterTest, ABrokenSinkIsToldWithTheClipsName) {
-    for (const bool fragmented : {false, true}) {
-        for (const std::size_t most : {0, 100, 5000}) {
-            ClipWriterOptions options;
-            options.fragmented = fragmented;
-            options.rate = 25;
-            const auto sink = std::make_shared<KeepingSink>(most);
-            ClipWriter writer(sink, "line.mp4", options);
-            try {
-                for (int i = 0; i < 200; ++i)
-                    writer.writePicture(rgbPicture(i));
-                writer.finish();
-                ADD_FAILURE() << "nothing was thrown";
-            } catch (const Exception& failure) {
-                EXPECT_THAT(failure.what(), HasSubstr("line.mp4"));
-                EXPECT_THAT(failure.what(), HasSubstr("the line is dead"));
-                EXPECT_THROW(std::rethrow_if_nested(failure), std::runtime_error);
-            }
-            EXPECT_ANY_THROW(writer.finish());
-        }
-    }
-    EXPECT_THROW(ClipWriter(nullptr, "line.mp4"), ClipRefusal);
-}
-
-TEST_F(ClipWriterTest, APipeGetsFragmentsAsTheyCome) {
-    const std::string pipe = file("pipe.mp4");
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    std::string got;
-    std::thread reader([&] { got = bytesOf(pipe); });
-    {
-        ClipWriterOptions options = inFragments();
-        options.rate = 25;
-        ClipWriter writer(pipe, options);
-        for (int i = 0; i < 60; ++i)
-            writer.writePicture(rgbPicture(i));
-        writer.finish();
-    }
-    reader.join();
-    std::ofstream(file("clip.mp4"), std::ios::binary) << got;
-    EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate(60, Fraction(1, 25))));
-    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
-}
 
 } // namespace
 } // namespace tio::ffmpeg
