@@ -27,6 +27,7 @@ py::bytes bytesOf(const ffmpeg::FrameDigest& digest);
 
 void bindFailures(py::module_& module);
 void bindLog(py::module_& module);
+void bindSound(py::module_& module);
 void bindSources(py::module_& module);
 void bindImages(py::module_& module);
 void bindIndices(py::module_& module);

@@ -10,5 +10,6 @@ PYBIND11_MODULE(_native, module) {
     bindIndices(module);
     bindMedia(module);
     bindReaders(module);
+    bindSound(module);
     bindWriters(module);
 }
