@@ -9,9 +9,10 @@ import os
 import pickle
 import threading
 import traceback
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from dataclasses import dataclass, field, replace
 from hashlib import blake2b
+from importlib import import_module
 from math import ceil
 from typing import Any, Callable, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
 
@@ -149,7 +150,7 @@ class Readers:
             old.close()
 
 
-readers = Readers()
+readers: Readers = Readers()
 os.register_at_fork(after_in_child=readers.renew_lock)
 
 
@@ -238,10 +239,9 @@ class Failure:
 
 def _travels(error: BaseException) -> bool:
     """Whether another process gets the same exception."""
-    try:
-        import cloudpickle as by_value  # which comes with Dask, and knows classes of __main__
-    except ImportError:
-        by_value = pickle  # type: ignore[assignment]
+    by_value: Any = pickle
+    with suppress(ImportError):  # it comes with Dask, and knows classes of __main__
+        by_value = import_module("cloudpickle")
     try:
         twin = pickle.loads(by_value.dumps(error))
         return type(twin).__name__ == type(error).__name__ and str(twin) == str(error)

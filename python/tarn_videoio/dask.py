@@ -28,11 +28,7 @@ from typing import (TYPE_CHECKING, Any, Callable, Deque, Dict, Iterable, Iterato
                     Optional, Sequence, Tuple, Union)
 from uuid import uuid4
 
-import dask
-import dask.array
 import numpy as np
-from dask.base import tokenize
-from dask.highlevelgraph import HighLevelGraph
 
 from . import _checks, _parts
 from ._calls import Progress, ProgressFunction
@@ -41,15 +37,23 @@ from ._index import FrameIndex, index_of
 from ._jobs import Job, Task
 from ._video import FrameBatch, VideoReader
 
-try:
-    import distributed
-    import distributed.scheduler
-    import distributed.worker
-except ImportError:  # Dask alone has schedulers for one machine
-    distributed = None  # type: ignore[assignment]
+Given = Union[FrameIndex, str, "os.PathLike[str]", None]
 
-if TYPE_CHECKING:
-    Given = Union[FrameIndex, str, os.PathLike[str], None]
+if TYPE_CHECKING:  # types are checked the same whether Dask is there or not
+    dask: Any
+    distributed: Any
+else:
+    import dask
+    import dask.array
+    import dask.base
+    import dask.highlevelgraph
+
+    try:
+        import distributed
+        import distributed.scheduler
+        import distributed.worker
+    except ImportError:  # Dask alone has schedulers for one machine
+        distributed = None
 
 __all__ = ["frames", "index", "map"]
 
@@ -63,7 +67,7 @@ _ROUND = 2000  # tasks that a scheduler of this machine is given at once
 
 
 def frames(source: Any, *, chunk: Optional[int] = None,
-           **reader_options: Any) -> "dask.array.Array":
+           **reader_options: Any) -> Any:
     """The pictures of a clip as a dask.array: (N, H, W, 3), or (N, …) as `format` says.
 
     Its chunks are partitions of the clip of about `chunk` frames each (unless told, of at most
@@ -84,22 +88,22 @@ def frames(source: Any, *, chunk: Optional[int] = None,
     with clip.open(given, progress) as reader:
         shape, kind = _parts.picture_layout(reader)
         found = _parts.prepared_of(clip, reader, size)
-    name = "tarn-frames-" + tokenize(found.key, found.parts)
+    name = "tarn-frames-" + dask.base.tokenize(found.key, found.parts)
     # The index is a task of its own, so that it travels to each worker once.
-    index_name = "tarn-index-" + tokenize(found.key)
+    index_name = "tarn-index-" + dask.base.tokenize(found.key)
     layer: Dict[Any, Any] = {index_name: (_parts.Held(found),)}
     parts = found.parts or ((0, 0),)
     zeros = (0,) * len(shape)
     for place, (first, stop) in enumerate(parts):
         layer[(name, place) + zeros] = (_parts.read_array, index_name, first, stop)
     chunks = (tuple(stop - first for first, stop in parts),) + tuple((n,) for n in shape)
-    return dask.array.Array(HighLevelGraph.from_collections(name, layer), name, chunks,
-                            meta=np.empty((0,) * (1 + len(shape)), kind))
+    graph = dask.highlevelgraph.HighLevelGraph.from_collections(name, layer)
+    return dask.array.Array(graph, name, chunks, meta=np.empty((0,) * (1 + len(shape)), kind))
 
 
 def map(function: Callable[[FrameBatch], Any], sources: Iterable[Any], *,
         chunk: Optional[int] = None, checksums: bool = True,
-        index: Union["Given", Sequence["Given"]] = None, on_error: str = "raise",
+        index: Union[Given, Sequence[Given]] = None, on_error: str = "raise",
         progress: Optional[ProgressFunction] = None, **reader_options: Any) -> List[Any]:
     """For each source the list of what `function(batch)` gives for its parts, in frame order.
 
