@@ -72,6 +72,23 @@ def test_damaged_clips(in_threads, tmp_path, clip):
         tvd.map(len, [clip, path], chunk=10, index=[None, index])
 
 
+def test_damage_that_only_reading_finds(in_threads, tmp_path, large_clip):
+    """The samples by which an index knows its clip do not lie where the damage is."""
+    content = open(large_clip, "rb").read()
+    index = tv.FrameIndex.build(large_clip, checksums=True)
+    path = tmp_path / "damaged.mp4"
+    for place in range(len(content) // 2, len(content), 5003):
+        damaged = bytearray(content)
+        damaged[place:place + 100] = bytes(byte ^ 85 for byte in content[place:place + 100])
+        path.write_bytes(damaged)
+        if index.match(path) == "fresh":
+            break
+    assert index.match(path) == "fresh"
+    with pytest.raises(tv.Error, match="damaged.mp4") as raised:
+        tvd.map(len, [path], chunk=10, index=index)
+    assert not isinstance(raised.value, tv.IndexMismatch)
+
+
 @pytest.mark.parametrize("checksums", [True, False])
 @pytest.mark.parametrize("cluster", ["no_cluster", "in_threads"])
 def test_a_clip_that_changes_in_mid_job(tmp_path, clip, checksums, cluster, request):
