@@ -213,7 +213,7 @@ TEST_F(WriteImageOptionsTest, MemoryThatHoldsNoPictureIsRefused) {
     bad[1].strides[0] = 20;
     bad[2].height = 0;
     bad[3].width = -7;
-    bad[4].format = PictureFormat::Grey8;
+    bad[4].format = PictureFormat::Nv12;
     for (const ConstImageView& view : bad)
         EXPECT_THROW(writeImage(folder.file("a.png"), view, {}), tio::Exception);
     EXPECT_THROW(writeImage(folder.file("a.png"), Rgb(), WriteImageOptions()), tio::Exception);

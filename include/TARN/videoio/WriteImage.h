@@ -47,7 +47,9 @@ struct WriteImageOptions {
 /// file; it gets its name when it is complete, so that after a failure one that was there before
 /// is still there.
 ///
-/// @param picture  of PictureFormat::Rgb8, in memory of the caller's
+/// PNG and PPM files keep every bit of a picture, those of grey as PGM; a JPEG file holds 8 bits.
+///
+/// @param picture  of RGB or grey, 8 or 16 bits, in memory of the caller's
 /// @throws tio::Exception for an option out of its range, a name that shows no type, and memory
 ///         that holds no such picture
 /// @throws tio::ffmpeg::Exception with the path and the system's code, when the file cannot be

@@ -74,9 +74,19 @@ void setQuality(AVCodecContext& codecContext, int quality) {
     codecContext.global_quality = scaleOfOne * FF_QP2LAMBDA;
 }
 
-detail::CodecContextHandle openEncoder(ImageFileType type, Vec<int, 2> size, int compressionLevel,
+/// What a file holds.
+struct Stored {
+    AVCodecID codec;
+    AVPixelFormat pixels;
+};
+
+Stored storedAs(ImageFileType type) {
+    return {lookUp(codecTable, type), lookUp(pixelFormatTable, type)};
+}
+
+detail::CodecContextHandle openEncoder(Stored stored, Vec<int, 2> size, int compressionLevel,
                                        std::optional<int> quality) {
-    const AVCodec* codec = avcodec_find_encoder(lookUp(codecTable, type));
+    const AVCodec* codec = avcodec_find_encoder(stored.codec);
     if (codec == nullptr)
         detail::failAssertion("Could not find ffmpeg's encoder codec", "codec", at(41));
     detail::CodecContextHandle codecContext(avcodec_alloc_context3(codec));
@@ -84,10 +94,10 @@ detail::CodecContextHandle openEncoder(ImageFileType type, Vec<int, 2> size, int
         detail::failAssertion("Could not open codec for image writing", "codecContext", at(45));
     codecContext->width = size[1];
     codecContext->height = size[0];
-    codecContext->pix_fmt = lookUp(pixelFormatTable, type);
+    codecContext->pix_fmt = stored.pixels;
     codecContext->compression_level = compressionLevel;
     codecContext->time_base = {1, 1};
-    if (quality && type == ImageFileType::Jpeg)
+    if (quality && stored.codec == AV_CODEC_ID_MJPEG)
         setQuality(*codecContext, *quality);
     detail::checkResult(avcodec_open2(codecContext.get(), codecContext->codec, nullptr), at(54));
     return codecContext;
@@ -105,17 +115,21 @@ detail::FrameHandle makeFrame(const AVCodecContext& codecContext) {
     return frame;
 }
 
-detail::PacketHandle encode(const RgbImage& image, AVCodecContext& codecContext) {
-    const detail::FrameHandle frame = makeFrame(codecContext);
-    SWScaleEncoder converter(image.size, &codecContext);
-    converter.convertFrame(image, frame.get(), &codecContext);
-    detail::checkResult(avcodec_send_frame(&codecContext, frame.get()), at(74));
+detail::PacketHandle encode(const AVFrame& frame, AVCodecContext& codecContext) {
+    detail::checkResult(avcodec_send_frame(&codecContext, &frame), at(74));
     detail::PacketHandle packet(av_packet_alloc());
     if (!packet)
         throw std::bad_alloc();
     // These encoders give their one packet at once.
     detail::checkResult(avcodec_receive_packet(&codecContext, packet.get()), at(82));
     return packet;
+}
+
+detail::PacketHandle encode(const RgbImage& image, AVCodecContext& codecContext) {
+    const detail::FrameHandle frame = makeFrame(codecContext);
+    SWScaleEncoder converter(image.size, &codecContext);
+    converter.convertFrame(image, frame.get(), &codecContext);
+    return encode(*frame, codecContext);
 }
 
 // After a failed write the file stays open, and what was written stays. The header says so.
@@ -150,20 +164,66 @@ ImageFileType typeOf(const std::string& path, ImageFileType wanted) {
     }
 }
 
-/// The pixels without gaps, row after row.
-RgbImage packed(const ConstImageView& picture) {
-    if (picture.format != PictureFormat::Rgb8)
-        detail::failPlainly("Only pictures of 8-bit RGB are written as images");
+constexpr int encodersChoice = -1;
+
+ImageFileType checkedType(const std::string& path, const WriteImageOptions& options) {
+    requireRange("quality", options.quality, 1, 100);
+    requireRange("compression", options.compression, 0, 9);
+    return typeOf(path, options.type);
+}
+
+void requirePixels(const ConstImageView& picture) {
+    const auto formats = {PictureFormat::Rgb8, PictureFormat::Rgb16, PictureFormat::Grey8,
+                          PictureFormat::Grey16};
+    if (std::find(formats.begin(), formats.end(), picture.format) == formats.end())
+        detail::failPlainly("Only pictures of RGB and grey are written as images");
     const PlaneSize size = planeSize(picture.format, picture.height, picture.width, 0);
-    const std::ptrdiff_t stride = picture.strides[0];
-    if (picture.planes[0] == nullptr || (size.rows > 1 && std::abs(stride) < size.rowBytes))
+    if (picture.planes[0] == nullptr ||
+        (size.rows > 1 && std::abs(picture.strides[0]) < size.rowBytes))
         detail::failPlainly("The memory given holds no picture of " +
                             std::to_string(picture.width) + " x " + std::to_string(picture.height));
+}
+
+/// The pixels of 8 bits as RGB without gaps, row after row.
+RgbImage packed(const ConstImageView& picture) {
+    if (bitDepth(picture.format) > 8)
+        detail::failPlainly("A JPEG file holds samples of 8 bits");
     RgbImage image(Vec<int, 2>(picture.height, picture.width));
-    auto* to = reinterpret_cast<uint8_t*>(image.data());
-    for (int row = 0; row < size.rows; ++row, to += size.rowBytes)
-        std::copy_n(picture.planes[0] + row * stride, size.rowBytes, to);
+    const int channels = channelCount(picture.format);
+    for (int row = 0; row < picture.height; ++row) {
+        const uint8_t* from = picture.planes[0] + row * picture.strides[0];
+        for (int col = 0; col < picture.width; ++col, from += channels)
+            image(row, col) = {from[0], from[channels / 3], from[channels / 3 * 2]};
+    }
     return image;
+}
+
+/// How a PNG or PPM file keeps the samples of a picture as they are.
+Stored storedAsIs(ImageFileType type, PictureFormat format) {
+    const bool grey = channelCount(format) == 1;
+    const bool deep = bitDepth(format) > 8;
+    const AVPixelFormat greyPixels = deep ? AV_PIX_FMT_GRAY16BE : AV_PIX_FMT_GRAY8;
+    const AVPixelFormat rgbPixels = deep ? AV_PIX_FMT_RGB48BE : AV_PIX_FMT_RGB24;
+    const bool pgm = grey && type == ImageFileType::Ppm;
+    return {pgm ? AV_CODEC_ID_PGM : lookUp(codecTable, type), grey ? greyPixels : rgbPixels};
+}
+
+/// Copies rows into the frame of a file that has the upper byte of a sample first.
+void copyRows(const ConstImageView& picture, AVFrame& frame) {
+    const PlaneSize size = planeSize(picture.format, picture.height, picture.width, 0);
+    const bool swapped = bitDepth(picture.format) > 8 && AV_HAVE_BIGENDIAN == 0;
+    for (int row = 0; row < size.rows; ++row) {
+        const uint8_t* const from = picture.planes[0] + row * picture.strides[0];
+        uint8_t* const to = frame.data[0] + std::ptrdiff_t{row} * frame.linesize[0];
+        for (int64_t i = 0; i < size.rowBytes; ++i)
+            to[i] = from[swapped ? i ^ 1 : i];
+    }
+}
+
+void publish(const AVPacket& packet, const std::string& path) {
+    AtomicFile file(path);
+    file.write(packet.data, static_cast<size_t>(packet.size));
+    file.publish(AtomicFile::Flush::BySystem);
 }
 
 } // namespace
@@ -174,28 +234,35 @@ void writeImage(std::string path, RgbImage image, int compressionLevel, ImageFil
     detail::initialiseOnce();
     if (type == ImageFileType::Auto)
         type = getImageFileType(path);
-    const auto codecContext = openEncoder(type, image.size, compressionLevel, std::nullopt);
+    const auto codecContext =
+        openEncoder(storedAs(type), image.size, compressionLevel, std::nullopt);
     const auto packet = encode(image, *codecContext);
     writeFile(path, packet->data, static_cast<size_t>(packet->size));
 }
 
 void writeImage(const std::string& path, const RgbImage& image, const WriteImageOptions& options) {
-    constexpr int encodersChoice = -1;
-    requireRange("quality", options.quality, 1, 100);
-    requireRange("compression", options.compression, 0, 9);
-    const ImageFileType type = typeOf(path, options.type);
+    const ImageFileType type = checkedType(path, options);
     detail::initialiseOnce();
     const auto codecContext = openEncoder(
-        type, image.size, options.compression.value_or(encodersChoice), options.quality);
-    const auto packet = encode(image, *codecContext);
-    AtomicFile file(path);
-    file.write(packet->data, static_cast<size_t>(packet->size));
-    file.publish(AtomicFile::Flush::BySystem);
+        storedAs(type), image.size, options.compression.value_or(encodersChoice), options.quality);
+    publish(*encode(image, *codecContext), path);
 }
 
 void writeImage(const std::string& path, const ConstImageView& picture,
                 const WriteImageOptions& options) {
-    writeImage(path, packed(picture), options);
+    const ImageFileType type = checkedType(path, options);
+    requirePixels(picture);
+    if (type == ImageFileType::Jpeg) {
+        writeImage(path, packed(picture), options);
+        return;
+    }
+    detail::initialiseOnce();
+    const auto codecContext =
+        openEncoder(storedAsIs(type, picture.format), {picture.height, picture.width},
+                    options.compression.value_or(encodersChoice), std::nullopt);
+    const auto frame = makeFrame(*codecContext);
+    copyRows(picture, *frame);
+    publish(*encode(*frame, *codecContext), path);
 }
 
 } // namespace tio::ffmpeg
