@@ -27,8 +27,8 @@ CLI::App& addCommand(CLI::App& app, Program& program, const std::string& name,
     return command;
 }
 
-void addIndexOption(CLI::App& command, Program& program, const std::string& description) {
-    command.add_option("--index", program.input.index, description)->type_name("FILE");
+CLI::Option* addIndexOption(CLI::App& command, Program& program, const std::string& description) {
+    return command.add_option("--index", program.input.index, description)->type_name("FILE");
 }
 
 CLI::Validator atLeast(int64_t least) {
@@ -51,6 +51,7 @@ constexpr const char* footer = R"(Examples:
   tarn-videoio transcode clip.mkv small.mp4 --crf 28 --from 100 --to 199
   tarn-videoio image photo.jpg photo.png
   tarn-videoio sheet clip.mp4 -o sheet.png
+  tarn-videoio sound clip.mp4 -o clip.wav --from 1.5 --to 2.5
   tarn-videoio wave clip.mp4 -o wave.png
   tarn-videoio nals clip.h264
 
@@ -112,6 +113,12 @@ public:
     std::string make_footer(const CLI::App* /*app*/) const override { return {}; }
 };
 
+/// The line that explains the command that was named, or all of them.
+std::string helpFor(const CLI::App& app) {
+    const auto named = app.get_subcommands();
+    return "tarn-videoio " + (named.empty() ? "" : named.front()->get_name() + ' ') + "--help";
+}
+
 int runProgram(int argc, char** argv) {
     CLI::App app{description, "tarn-videoio"};
     app.formatter(std::make_shared<HelpFormatter>()); // of the commands too
@@ -127,6 +134,7 @@ int runProgram(int argc, char** argv) {
     addTranscodeCommand(app, program);
     addImageCommand(app, program);
     addSheetCommand(app, program);
+    addSoundCommand(app, program);
     addWaveCommand(app, program);
     addNalsCommand(app, program);
     try {
@@ -136,14 +144,20 @@ int runProgram(int argc, char** argv) {
         flushStandardOutput();
         return 0;
     } catch (const CLI::ParseError& error) {
-        printError(std::string(error.what()) + "; see tarn-videoio --help");
+        printError(std::string(error.what()) + "; see " + helpFor(app));
         return static_cast<int>(ExitCode::Usage);
     }
     setUpLogging(program.verbose);
     protectInput(program.input.url);
-    const ExitCode code = reading(program.input.url, program.command);
-    flushStandardOutput();
-    return static_cast<int>(code);
+    try {
+        const ExitCode code = reading(program.input.url, program.command);
+        flushStandardOutput();
+        return static_cast<int>(code);
+    } catch (const Failure& failure) {
+        if (failure.code() == ExitCode::Usage)
+            throw Failure(failure, "; see " + helpFor(app));
+        throw;
+    }
 }
 
 } // namespace

@@ -29,7 +29,7 @@ CLI::App& addCommand(CLI::App& app, Program& program, const std::string& name,
                      const InputArgument& input = {});
 
 /// Adds --index FILE to a command that can make use of a stored index.
-void addIndexOption(CLI::App& command, Program& program, const std::string& description);
+CLI::Option* addIndexOption(CLI::App& command, Program& program, const std::string& description);
 
 /// Accepts whole numbers from `least` on. They end at 2^62, so that two of them can be added.
 [[nodiscard]] CLI::Validator atLeast(int64_t least);
@@ -43,6 +43,7 @@ void addRemuxCommand(CLI::App& app, Program& program);
 void addTranscodeCommand(CLI::App& app, Program& program);
 void addImageCommand(CLI::App& app, Program& program);
 void addSheetCommand(CLI::App& app, Program& program);
+void addSoundCommand(CLI::App& app, Program& program);
 void addWaveCommand(CLI::App& app, Program& program);
 void addNalsCommand(CLI::App& app, Program& program);
 

@@ -1,16 +1,21 @@
 #include "commands/Commands.h"
 #include "media/ClipFrames.h"
+#include "media/EncodingOptions.h"
 #include "media/ImageWriter.h"
+#include "media/OutputClip.h"
 #include "media/OutputFile.h"
+#include "media/StoredPictures.h"
 #include "media/TimeList.h"
 #include "terminal/Progress.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace tio::tool {
@@ -23,27 +28,45 @@ struct FramesOptions {
     std::optional<int64_t> to; // inclusive; without it, to the end
     int64_t every = 1;
     std::optional<int64_t> single; // --frame: one frame, and `output` is a file
-    std::string format;            // lower-case name; empty unless given
+    std::string format;            // empty unless given
     std::string times;             // --times: the frames on screen at these times
+    PictureOptions pictures;
+    EncodingOptions encoding; // where `output` is a clip
+
+    [[nodiscard]] bool intoClip() const { return !single && isClipName(output); }
 };
 
 // The name decides where --format does not: a file that is called .png but holds another format
 // would puzzle its next reader.
-ffmpeg::ImageFileType formatOf(const FramesOptions& options) {
-    std::string extension = '.' + options.format;
-    if (options.format.empty() && options.single)
-        extension = CLI::detail::to_lower(std::filesystem::path(options.output).extension());
-    const auto known = ffmpeg::typeExtensionMap.find(extension);
-    return known != ffmpeg::typeExtensionMap.end() ? known->second : ffmpeg::ImageFileType::Png;
+ImageFormat formatOf(const FramesOptions& options) {
+    if (options.intoClip())
+        return imageFormatNamed("png"); // 8-bit RGB, whatever the clip stores of it
+    const std::string extension = std::filesystem::path(options.output).extension();
+    if (!options.single || (extension.empty() && options.format.empty()))
+        return imageFormatNamed(options.format.empty() ? "png" : options.format);
+    if (options.format.empty())
+        return imageFormatOf(options.output);
+    ImageFormat format = imageFormatNamed(options.format);
+    const auto named = ffmpeg::typeExtensionMap.find(CLI::detail::to_lower(extension));
+    if (named != ffmpeg::typeExtensionMap.end() && named->second != format.type)
+        throw Failure(ExitCode::Usage, options.output,
+                      "the name is not that of a picture in the format " + options.format);
+    return format;
 }
 
-[[noreturn]] void failNoSuchFrame(const InputOptions& input, int64_t number, int64_t count) {
-    std::string reason = "there is no frame " + std::to_string(number) + ": ";
-    if (count == 0)
-        reason += "reading gives no picture that has a time";
-    else
-        reason += "frames run from 0 to " + std::to_string(count - 1);
-    throw Failure(ExitCode::Input, input.url, reason);
+void checkFormats(const FramesOptions& options) {
+    if (options.intoClip())
+        return;
+    if (!options.encoding.areUsual())
+        throw Failure(ExitCode::Usage, options.output,
+                      "--codec, --preset, --crf, --bitrate and --rate are for a clip, which is "
+                      "called .mp4, .m4v, .mov, .mkv or .webm at the end");
+    const auto names = imageFormatNames();
+    if (!options.format.empty() &&
+        std::find(names.begin(), names.end(), options.format) == names.end())
+        throw Failure(ExitCode::Usage, "--format",
+                      "there is no picture format " + options.format +
+                          ", but png, png16, grey8, grey16, jpg, ppm and ppm16");
 }
 
 /// Takes frames out of one clip.
@@ -52,28 +75,28 @@ public:
     Extraction(const Program& ofProgram, const FramesOptions& ofCommand)
         : program(ofProgram),
           options(ofCommand),
-          type(formatOf(options)),
-          write(imageWriter(type)),
-          clip(program.input, [this](const std::string& text) { warn(text); }) {}
+          format(formatOf(options)),
+          write(imageWriter(format)),
+          clip(program.input, readerOptions(), [this](const std::string& text) { warn(text); }) {}
 
     void writeSingle() {
-        const auto picture = readRequired(*options.single);
-        write(picture.frame->toRgb(), options.output);
+        const auto picture = clip.readRequired(*options.single);
+        write(picture.image.view(), options.output);
         if (!program.quiet)
             std::cout << oneLine(options.output) << ": frame " << *options.single << " at "
                       << text(picture.time) << " s\n";
     }
 
     void writeRange() {
-        auto picture = readRequired(options.from);
+        auto picture = clip.readRequired(options.from);
         if (options.to && clip.frameCount() && *options.to >= *clip.frameCount())
-            failNoSuchFrame(program.input, *options.to, *clip.frameCount());
+            clip.failNoSuchFrame(*options.to);
         makeFolder(options.output);
         int64_t written = 0;
         {
             Progress progress("frames", "frames", stepCount(), program.quiet);
-            for (int64_t number = options.from; picture.frame; number += options.every) {
-                write(picture.frame->toRgb(), pathOf(number));
+            for (int64_t number = options.from; !picture.image.empty(); number += options.every) {
+                write(std::as_const(picture.image).view(), pathOf(number));
                 ++written;
                 progress.advance();
                 if (options.to && *options.to - number < options.every)
@@ -81,10 +104,9 @@ public:
                 picture = clip.read(number + options.every);
             }
         }
-        if (!program.quiet)
-            std::cout << oneLine(options.output) << ": " << written << " frames written\n";
-        if (!picture.frame && options.to)
-            failNoSuchFrame(program.input, *options.to, *clip.frameCount());
+        report(written);
+        if (picture.image.empty() && options.to)
+            clip.failNoSuchFrame(*options.to);
     }
 
     void writeAtTimes(const std::vector<ffmpeg::Rational>& times) {
@@ -93,29 +115,74 @@ public:
             for (const ffmpeg::Rational& time : times)
                 numbers.insert(clip.byNumber().frameNumberAt(time));
         });
-        makeFolder(options.output);
-        {
-            Progress progress("frames", "frames", static_cast<int64_t>(numbers.size()),
-                              program.quiet);
-            reading(program.input.url, [&] {
-                clip.byNumber().readFrames(
-                    {numbers.begin(), numbers.end()}, [&](const auto& picture) {
-                        write(picture.frame->toRgb(), pathOf(picture.number));
-                        progress.advance();
-                        return true;
-                    });
-            });
-        }
-        if (!program.quiet)
-            std::cout << oneLine(options.output) << ": " << numbers.size() << " frames written\n";
+        if (options.intoClip())
+            writeClip({numbers.begin(), numbers.end()});
+        else
+            writePictures({numbers.begin(), numbers.end()});
+    }
+
+    void writeRangeIntoClip() {
+        const int64_t count = clip.byNumber().frameCount();
+        const int64_t last = options.to.value_or(count - 1);
+        for (const int64_t number : {options.from, last})
+            if (number >= count || count == 0)
+                clip.failNoSuchFrame(number);
+        std::vector<int64_t> numbers;
+        for (int64_t number = options.from; number <= last; number += options.every)
+            numbers.push_back(number);
+        writeClip(numbers);
     }
 
 private:
-    ClipFrames::Picture readRequired(int64_t number) {
-        auto picture = clip.read(number);
-        if (!picture.frame)
-            failNoSuchFrame(program.input, number, *clip.frameCount());
-        return picture;
+    void writePictures(const std::vector<int64_t>& numbers) {
+        makeFolder(options.output);
+        readEach(numbers,
+                 [&](const auto& picture) { write(picture.image.view(), pathOf(picture.number)); });
+        report(static_cast<int64_t>(numbers.size()));
+    }
+
+    /// Each at its time, counted from that of the first, or at a steady rate.
+    void writeClip(const std::vector<int64_t>& numbers) {
+        OutputClip output(options.output, encoding);
+        const ffmpeg::Rational start = clip.byNumber().frameTime(numbers.front());
+        readEach(numbers, [&](const auto& picture) {
+            output.write([&](ffmpeg::ClipWriter& writer) {
+                if (encoding.rate)
+                    writer.writePicture(picture.image);
+                else
+                    writer.writePicture(picture.image, picture.time - start, picture.duration);
+            });
+        });
+        output.finish();
+        report(static_cast<int64_t>(numbers.size()));
+    }
+
+    template <typename Work>
+    void readEach(const std::vector<int64_t>& numbers, const Work& work) {
+        Progress progress("frames", "frames", static_cast<int64_t>(numbers.size()), program.quiet);
+        reading(program.input.url, [&] {
+            clip.byNumber().readFrames(numbers, [&](const auto& picture) {
+                work(picture);
+                progress.advance();
+                return true;
+            });
+        });
+    }
+
+    void report(int64_t written) const {
+        if (!program.quiet)
+            std::cout << oneLine(options.output) << ": " << written << " frames written\n";
+    }
+
+    // A clip gets the samples that are stored, where it can hold them.
+    [[nodiscard]] PictureOptions readerOptions() {
+        PictureOptions pictures = options.pictures;
+        pictures.format = format.pixels;
+        if (options.intoClip()) {
+            encoding = options.encoding.forClip(options.output);
+            chooseStoredPictures(openInput(program.input.url), pictures, encoding);
+        }
+        return pictures;
     }
 
     /// How many frames will be written, where that is known.
@@ -131,7 +198,7 @@ private:
     [[nodiscard]] std::string pathOf(int64_t number) const {
         char name[48];
         std::snprintf(name, sizeof name, "frame-%06lld", static_cast<long long>(number));
-        return std::filesystem::path(options.output) / (name + imageExtension(type));
+        return std::filesystem::path(options.output) / (name + format.extension);
     }
 
     void warn(const std::string& text) const {
@@ -141,23 +208,29 @@ private:
 
     const Program& program;
     const FramesOptions& options;
-    ffmpeg::ImageFileType type;
+    ImageFormat format;
     ImageWriter write;
+    ffmpeg::ClipWriterOptions encoding; // of a clip
     ClipFrames clip;
 };
 
 ExitCode runFrames(const Program& program, const FramesOptions& options) {
     if (options.to && *options.to < options.from)
         throw Failure(ExitCode::Usage, program.input.url, "--to lies before --from");
+    if (options.single || options.intoClip())
+        requireNotInput(options.output);
+    checkFormats(options);
     const auto times =
         options.times.empty() ? std::vector<ffmpeg::Rational>() : parseTimes(options.times);
-    if (!times.empty())
+    if (!times.empty() || options.intoClip())
         requireReadAgain(program.input.url);
     Extraction extraction(program, options);
     if (!times.empty())
         extraction.writeAtTimes(times);
     else if (options.single)
         extraction.writeSingle();
+    else if (options.intoClip())
+        extraction.writeRangeIntoClip();
     else
         extraction.writeRange();
     return ExitCode::Success;
@@ -172,7 +245,9 @@ Examples:
   tarn-videoio frames clip.mp4 -o frames
   tarn-videoio frames clip.mp4 -o frames --from 100 --to 199 --every 10
   tarn-videoio frames clip.mp4 --frame 42 -o frame42.png
-  tarn-videoio frames clip.mp4 --times 1.5,2/3,00:01:02 -o frames)";
+  tarn-videoio frames clip.mp4 --frame 42 -o frame42.png --format png16
+  tarn-videoio frames clip.mp4 --times 1.5,2/3,00:01:02 -o frames --size 640x
+  tarn-videoio frames clip.mp4 -o fast.mp4 --every 10 --rate 25)";
 
 } // namespace
 
@@ -181,7 +256,9 @@ void addFramesCommand(CLI::App& app, Program& program) {
     CLI::App& command =
         addCommand(app, program, "frames", "Write frames as pictures, named by frame number",
                    [&program, options] { return runFrames(program, *options); });
-    command.add_option("-o,--output", options->output, "Folder, or the file with --frame")
+    command
+        .add_option("-o,--output", options->output,
+                    "Folder, or a clip to write; with --frame the picture")
         ->required()
         ->type_name("PATH");
     auto* from = command.add_option("--from", options->from, "First frame [0]");
@@ -198,9 +275,19 @@ void addFramesCommand(CLI::App& app, Program& program) {
         ->excludes(every)
         ->excludes(single)
         ->type_name("T,...");
-    command.add_option("--format", options->format, "png, jpg or ppm [png]")
-        ->transform(CLI::IsMember({"png", "jpg", "ppm"}, CLI::ignore_case))
-        ->type_name("");
+    command
+        .add_option_function<std::string>(
+            "--format",
+            [options](const std::string& name) {
+                options->format = CLI::detail::to_lower(name);
+                options->encoding.clip.pixelFormat = name;
+            },
+            "png, png16, grey8, grey16, jpg, ppm or ppm16 [png]; of a clip how\n"
+            "pixels are stored, such as yuv444p")
+        ->type_name("NAME");
+    addEncodingOptions(command, options->encoding);
+    addSizeOption(command, options->pictures);
+    addStreamOptions(command, options->pictures);
     addIndexOption(command, program, "Take the frame index from a stored file");
     command.footer(footer);
 }

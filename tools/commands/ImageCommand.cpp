@@ -11,11 +11,11 @@ namespace tio::tool {
 namespace {
 
 ExitCode runImage(const Program& program, const std::string& output) {
-    (void)imageTypeOf(program.input.url);
-    const ImageWriter write = imageWriter(imageTypeOf(output));
+    (void)imageFormatOf(program.input.url);
+    const ImageWriter write = imageWriter(imageFormatOf(output));
     const auto image =
         reading(program.input.url, [&] { return tio::readImageUpright(program.input.url); });
-    write(image, output);
+    write(viewOf(image), output);
     if (!program.quiet)
         std::cout << oneLine(output) << ": " << image.cols() << " x " << image.rows() << '\n';
     return ExitCode::Success;

@@ -3,7 +3,7 @@
 #include "media/OutputFile.h"
 
 #include <TARN/videoio/FrameIndex.h>
-#include <TARN/videoio/InputStream.h>
+#include <TARN/videoio/FrameReader.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tio::tool {
@@ -23,14 +24,27 @@ struct IndexOptions {
     bool checksums = false;
 };
 
+/// Makes the index, with its clip.
+ffmpeg::FrameReader indexed(const Program& program, bool checksums) {
+    requireReadAgain(program.input.url);
+    const std::string& url = program.input.url;
+    return decoding(url, ffmpeg::StreamType::Video, {}, [&] {
+        ffmpeg::FrameReaderOptions options;
+        options.checksums = checksums;
+        ffmpeg::FrameReader reader(sourceOf(url), std::move(options));
+        const int64_t count = reader.frameCount();
+        if (count > 0)
+            warnOfMissingEnd(openInput(url), reader.stream(),
+                             reader.frameTime(count - 1) + reader.frameDuration(count - 1) -
+                                 reader.frameTime(0));
+        return reader;
+    });
+}
+
 // The library writes under a name of its own and renames, as OutputFile does.
 void storeFrameIndex(const Program& program, const IndexOptions& options) {
     requireNotInput(options.output);
-    const auto context = openInput(program.input.url);
-    ffmpeg::FrameIndexOptions making;
-    making.checksums = options.checksums;
-    const auto index =
-        reading(program.input.url, [&] { return ffmpeg::FrameIndex::build(context, making); });
+    const auto index = indexed(program, options.checksums).index();
     writing(options.output, [&] { index.save(options.output); });
     if (!program.quiet)
         std::cout << oneLine(options.output) << ": " << index.frameCount() << " frames"
@@ -38,32 +52,36 @@ void storeFrameIndex(const Program& program, const IndexOptions& options) {
                   << (index.isDamaged() ? ", damaged" : "") << '\n';
 }
 
-// Two frames of one time can be indexed but not loaded again.
-bool canBeLoaded(ffmpeg::InputStream& packets) {
-    const std::vector<ffmpeg::Rational> times = packets.getFrameMsMap();
-    return std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()) == times.end();
+// The index of times is sorted, so that the frames of one whose times do not rise would have other
+// numbers.
+bool timesRise(const ffmpeg::FrameReader& reader) {
+    const std::vector<int64_t> ticks = reader.ticks();
+    return std::adjacent_find(ticks.begin(), ticks.end(), std::greater_equal<>()) == ticks.end();
+}
+
+[[noreturn]] void failWithoutTimes(const Program& program) {
+    throw Failure(ExitCode::Input, program.input.url,
+                  "no index can be stored: frames have no time, or times do not rise; index "
+                  "--frames stores one of any clip");
 }
 
 void storeSeekingIndex(const Program& program, const std::string& output) {
-    const auto clip = openInput(program.input.url);
-    ffmpeg::InputStream packets(clip, clip->findBestVideoStreamIndex());
-    const int64_t count = packets.getFrameCount();
-    if (!canBeLoaded(packets))
-        throw Failure(ExitCode::Input, program.input.url,
-                      "no index can be stored: several frames have the same time, or none");
+    const auto reader = indexed(program, false);
+    if (!timesRise(reader))
+        failWithoutTimes(program);
     OutputFile file(output);
     file.makeWay();
     errno = 0;
     try {
-        packets.storeSeekingIndex(file.pathToWrite());
-    } catch (const std::exception& error) { // it names the temporary file
-        throw Failure(ExitCode::Output, output,
-                      errno != 0 ? std::generic_category().message(errno)
-                                 : reasonOf(error, output));
+        reader.index().exportSeekingIndex(file.pathToWrite());
+    } catch (const std::exception&) { // it names the temporary file
+        if (errno == 0)
+            failWithoutTimes(program);
+        throw Failure(ExitCode::Output, output, std::generic_category().message(errno));
     }
     file.publish();
     if (!program.quiet)
-        std::cout << oneLine(output) << ": " << count << " frames\n";
+        std::cout << oneLine(output) << ": " << reader.frameCount() << " frames\n";
 }
 
 ExitCode runIndex(const Program& program, const IndexOptions& options) {

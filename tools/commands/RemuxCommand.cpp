@@ -1,5 +1,5 @@
 #include "commands/Commands.h"
-#include "media/OutputClip.h"
+#include "media/Mp4File.h"
 #include "terminal/Progress.h"
 
 #include <TARN/videoio/Metadata.h>
@@ -50,7 +50,7 @@ public:
     /// Seconds at which the waiting packet is decoded, which is the order of packets in a file.
     [[nodiscard]] ffmpeg::Rational time() const { return waiting.front()->getDts(); }
 
-    void open(const OutputClip& clip, const ffmpeg::Metadata& original, bool dropRotation) {
+    void open(const Mp4File& clip, const ffmpeg::Metadata& original, bool dropRotation) {
         output =
             std::make_unique<ffmpeg::OutputStream>(clip.context(), waiting.front()->getUnitTime());
         if (!dropRotation)
@@ -93,7 +93,7 @@ std::vector<int> streamsToCopy(ffmpeg::InputFormatContext& input) {
 class Copy {
 public:
     Copy(std::shared_ptr<ffmpeg::InputFormatContext> opened, const std::vector<int>& indices,
-         const OutputClip& output, const RemuxOptions& chosen, bool quiet)
+         const Mp4File& output, const RemuxOptions& chosen, bool quiet)
         : input(std::move(opened)),
           reader(input, indices),
           streams(indices.begin(), indices.end()),
@@ -173,7 +173,7 @@ private:
     std::shared_ptr<ffmpeg::InputFormatContext> input;
     ffmpeg::PacketReader reader;
     std::deque<CopiedStream> streams;
-    const OutputClip& clip;
+    const Mp4File& clip;
     RemuxOptions options;
     Progress progress;
     int64_t bytesRead = 0;
@@ -181,9 +181,9 @@ private:
 };
 
 ExitCode runRemux(const Program& program, const RemuxOptions& options) {
-    const auto input = openInput(program.input.url);
+    const auto input = openOnce(program.input.url);
     const std::vector<int> streams = streamsToCopy(*input);
-    OutputClip clip(options.output);
+    Mp4File clip(options.output);
     int64_t packets = 0;
     {
         Copy copy(input, streams, clip, options, program.quiet);

@@ -21,6 +21,7 @@ struct SheetOptions {
     int columns = 5;
     int rows = 4;
     int width = 1600;
+    PictureOptions pictures;
 };
 
 // The frames in the middle of as many equal parts of the clip.
@@ -35,7 +36,7 @@ std::string labelOf(int64_t number, const ClipFrames::Picture& picture) {
 
 ContactSheet makeSheet(const Program& program, const SheetOptions& options) {
     requireReadAgain(program.input.url);
-    ClipFrames clip(program.input, [&](const std::string& text) {
+    ClipFrames clip(program.input, options.pictures, [&](const std::string& text) {
         if (!program.quiet)
             printError(text);
     });
@@ -46,24 +47,23 @@ ContactSheet makeSheet(const Program& program, const SheetOptions& options) {
     for (int64_t cell = 0; cell < cells; ++cell) {
         const int64_t number = frameOfCell(cell, cells, frames);
         const auto picture = clip.read(number);
-        if (!picture.frame)
+        if (picture.image.empty())
             break; // a clip that breaks off has fewer pictures than its index promises
-        writing(options.output, [&] { sheet.add(*picture.frame, labelOf(number, picture)); });
+        writing(options.output, [&] { sheet.add(picture.image, labelOf(number, picture)); });
         progress.advance();
     }
     if (sheet.count() == 0)
-        throw Failure(ExitCode::Input, program.input.url,
-                      "reading gives no picture that has a time");
+        throw Failure(ExitCode::Input, program.input.url, "no picture can be read");
     return sheet;
 }
 
 ExitCode runSheet(const Program& program, const SheetOptions& options) {
-    const ImageWriter write = imageWriter(imageTypeOf(options.output));
+    const ImageWriter write = imageWriter(imageFormatOf(options.output));
     constexpr int narrowestCell = 16;
     if (ContactSheet::cellWidth({options.columns, options.width, 0}) < narrowestCell)
         throw Failure(ExitCode::Usage, options.output, "--width leaves no room for the columns");
     const ContactSheet sheet = makeSheet(program, options);
-    write(sheet.image(), options.output);
+    write(viewOf(sheet.image()), options.output);
     if (!program.quiet)
         std::cout << oneLine(options.output) << ": " << sheet.count() << " frames\n";
     return ExitCode::Success;
@@ -89,6 +89,7 @@ void addSheetCommand(CLI::App& app, Program& program) {
     command.add_option("--width", options->width, "Width of the sheet in pixels [1600]")
         ->check(CLI::Range(1, widest, ""))
         ->type_name("W");
+    addStreamOptions(command, options->pictures);
     addIndexOption(command, program, "Take the frame index from a stored file");
     command.footer(
         "The frames are those in the middle of as many equal parts of the clip. Each has\n"

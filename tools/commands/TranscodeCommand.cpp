@@ -1,55 +1,60 @@
 #include "commands/Commands.h"
 #include "media/ClipFrames.h"
+#include "media/EncodingOptions.h"
 #include "media/OutputClip.h"
 #include "media/SoundTrack.h"
+#include "media/StoredPictures.h"
 #include "terminal/Progress.h"
 
-#include <TARN/videoio/OutputStream.h>
-#include <TARN/videoio/VideoPacketEncoder.h>
-
-#include <filesystem>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace tio::tool {
 
 namespace {
 
+using ffmpeg::Rational;
+using Picture = ClipFrames::Picture;
+
 struct TranscodeOptions {
     std::string output;
-    std::map<std::string, std::string> encoder;
+    EncodingOptions encoding;
+    PictureOptions pictures;
     int64_t from = 0;
     std::optional<int64_t> to; // inclusive
     bool noAudio = false;
 };
 
-using Picture = ClipFrames::Picture;
+// How long a picture is shown of which nothing is known but that it is there.
+const Rational usualDuration(1, 25); // seconds
 
-/// The picture side of the clip that is being written.
+/// Puts pictures into a clip, at their own times or at a steady rate.
 class PictureTrack {
 public:
-    PictureTrack(const OutputClip& clip, const Picture& first, ffmpeg::Rational unitTime,
-                 const std::map<std::string, std::string>& options)
-        : encoder(sizeOf(first), unitTime, options), stream(clip.context(), unitTime) {}
+    PictureTrack(OutputClip& clip, std::optional<Rational> steadyRate)
+        : output(clip), rate(steadyRate) {}
 
-    void write(const Picture& picture) {
-        writePackets(encoder.writeNextFrame(picture.frame->toRgb(), picture.time));
+    /// @param begin, end  between which the picture is shown in the output, in seconds
+    void write(const ffmpeg::Image& picture, const Rational& begin, const Rational& end) {
+        output.write([&](ffmpeg::ClipWriter& clip) {
+            if (!rate) {
+                clip.writePicture(picture, begin, end - begin);
+                ++written;
+                return;
+            }
+            for (; Rational(written, 1) / *rate < end; ++written)
+                clip.writePicture(picture);
+        });
     }
 
-    void finish() { writePackets(encoder.flush()); }
+    [[nodiscard]] int64_t count() const { return written; }
 
 private:
-    static tio::Vec<int, 2> sizeOf(const Picture& picture) { return picture.frame->toRgb().size; }
-
-    void writePackets(const std::vector<ffmpeg::OutputPacket>& packets) {
-        for (const auto& packet : packets)
-            stream.writePacket(packet);
-    }
-
-    ffmpeg::VideoPacketEncoder encoder; // packets held by the stream refer to it
-    ffmpeg::OutputStream stream;
+    OutputClip& output;
+    std::optional<Rational> rate; // pictures per second
+    int64_t written = 0;
 };
 
 /// Writes pictures and sound side by side.
@@ -58,71 +63,79 @@ public:
     Transcoding(const Program& ofProgram, const TranscodeOptions& ofCommand)
         : program(ofProgram),
           options(ofCommand),
-          frames(program.input, [&](const std::string& text) {
+          writing(options.encoding.forClip(options.output)),
+          frames(program.input, chosenPictures(), [&](const std::string& text) {
               if (!program.quiet)
                   printError(text);
           }) {}
 
+    /// @returns the number of pictures that were written
     int64_t run() {
-        auto picture = frames.read(options.from);
-        if (!picture.frame)
-            throw Failure(ExitCode::Input, program.input.url,
-                          "there is no frame " + std::to_string(options.from));
-        OutputClip clip(options.output);
-        {
-            // Both are made before the first packet is written: each announces its stream.
-            auto pictures = clip.write([&] {
-                return std::make_unique<PictureTrack>(clip, picture, frames.unitTime(),
-                                                      options.encoder);
-            });
-            const auto sound = openSound(clip, picture.time);
-            writeAll(clip, *pictures, sound.get(), std::move(picture));
-            clip.write([&] { pictures->finish(); });
+        auto picture = frames.readRequired(options.from);
+        if (options.to && frames.frameCount() && *options.to >= *frames.frameCount())
+            frames.failNoSuchFrame(*options.to);
+        const auto sound = openSound();
+        if (sound) {
+            writing.audioRate = sound->rate();
+            writing.audioChannels = sound->channels();
         }
-        clip.publish();
-        return written;
+        OutputClip clip(options.output, writing);
+        PictureTrack pictures(clip, writing.rate);
+        std::optional<SoundTrack> track;
+        if (sound)
+            track.emplace(*sound, clip, picture.time);
+        writeAll(std::move(picture), pictures, track ? &*track : nullptr);
+        clip.finish();
+        return pictures.count();
     }
 
 private:
-    std::unique_ptr<SoundTrack> openSound(const OutputClip& clip, ffmpeg::Rational start) const {
+    // Samples that the output can hold as they are do not go through RGB.
+    PictureOptions chosenPictures() {
+        PictureOptions chosen = options.pictures;
+        if (canBeReadAgain(program.input.url))
+            chooseStoredPictures(openInput(program.input.url), chosen, writing);
+        return chosen;
+    }
+
+    [[nodiscard]] std::unique_ptr<SoundSource> openSound() const {
         if (options.noAudio || frames.clip()->hasAudioStream() == 0)
             return nullptr;
-        if (std::filesystem::is_fifo(program.input.url)) // the sound is read beside the pictures
-            throw Failure(ExitCode::Input, program.input.url,
-                          "a pipe can be read for the pictures or for the sound; see --no-audio");
-        return std::make_unique<SoundTrack>(program.input.url, clip, start);
+        return std::make_unique<SoundSource>(program.input.url);
     }
 
-    // The sound follows the pictures closely, so that little of either waits in memory.
-    void writeAll(const OutputClip& clip, PictureTrack& pictures, SoundTrack* sound,
-                  Picture picture) {
+    // The sound follows the pictures closely, so that of a live source little of either waits.
+    void writeAll(Picture picture, PictureTrack& pictures, SoundTrack* sound) {
         Progress progress("transcode", "frames", stepCount(), program.quiet);
-        ffmpeg::Rational last = picture.time;
-        ffmpeg::Rational duration = frames.unitTime();
-        for (int64_t number = options.from; picture.frame; picture = frames.read(++number)) {
-            picture.time = picture.time + shift;
-            if (written > 0)
-                duration = distanceTo(picture, last, duration);
-            last = picture.time;
+        const Rational start = picture.time;
+        Rational time = start;
+        usual = durationOf(picture);
+        for (int64_t number = options.from; !picture.image.empty(); ++number) {
+            const bool last = options.to && number >= *options.to;
+            auto next = last ? Picture() : frames.read(number + 1);
+            const Rational end =
+                next.image.empty() ? time + durationOf(picture) : timeAfter(time, next);
             if (sound != nullptr)
-                sound->writeUpTo(last);
-            clip.write([&] { pictures.write(picture); });
-            ++written;
+                sound->writeUpTo(end);
+            pictures.write(picture.image, time - start, end - start);
             progress.advance();
-            if (options.to && number >= *options.to)
-                break;
+            usual = end - time;
+            time = end;
+            picture = std::move(next);
         }
-        if (sound != nullptr)
-            sound->finishAt(options.to ? std::optional(last + duration) : std::nullopt);
+        if (sound != nullptr && !options.to)
+            sound->writeRest();
     }
 
-    // Where clips were joined times begin anew. A file has to go on: from there all are shifted.
-    ffmpeg::Rational distanceTo(Picture& picture, ffmpeg::Rational last, ffmpeg::Rational usual) {
-        if (picture.time <= last) {
-            shift = shift + (last + usual - picture.time);
-            picture.time = last + usual;
-        }
-        return picture.time - last;
+    [[nodiscard]] Rational durationOf(const Picture& picture) const {
+        return Rational() < picture.duration ? picture.duration : usual;
+    }
+
+    // Where clips were joined times begin again. A file has to go on: from there all are shifted.
+    Rational timeAfter(const Rational& time, const Picture& next) {
+        if (next.time + shift <= time)
+            shift = time + usual - next.time;
+        return next.time + shift;
     }
 
     [[nodiscard]] std::optional<int64_t> stepCount() const {
@@ -136,12 +149,14 @@ private:
 
     const Program& program;
     const TranscodeOptions& options;
+    ffmpeg::ClipWriterOptions writing;
     ClipFrames frames;
-    ffmpeg::Rational shift; // of the times
-    int64_t written = 0;
+    Rational shift; // of the times
+    Rational usual = usualDuration;
 };
 
 ExitCode runTranscode(const Program& program, const TranscodeOptions& options) {
+    requireClipName(options.output);
     if (options.to && *options.to < options.from)
         throw Failure(ExitCode::Usage, program.input.url, "--to lies before --from");
     const int64_t frames = Transcoding(program, options).run();
@@ -150,40 +165,36 @@ ExitCode runTranscode(const Program& program, const TranscodeOptions& options) {
     return ExitCode::Success;
 }
 
-void addEncoderOption(CLI::App& command, const std::shared_ptr<TranscodeOptions>& options,
-                      const std::string& name, const std::string& description,
-                      const CLI::Validator& check) {
-    command
-        .add_option_function<std::string>(
-            "--" + name,
-            [options, name](const std::string& value) { options->encoder[name] = value; },
-            description)
-        ->check(check);
-}
-
 } // namespace
 
 void addTranscodeCommand(CLI::App& app, Program& program) {
     auto options = std::make_shared<TranscodeOptions>();
-    CLI::App& command =
-        addCommand(app, program, "transcode", "Encode a clip anew, as H.264 and AAC in MP4",
-                   [&program, options] { return runTranscode(program, *options); });
-    command.add_option("OUT", options->output, "MP4 file to write")->required();
-    addEncoderOption(command, options, "preset", "Speed of the H.264 encoder [veryfast]",
-                     CLI::IsMember({"ultrafast", "superfast", "veryfast", "faster", "fast",
-                                    "medium", "slow", "slower", "veryslow", "placebo"}));
-    addEncoderOption(command, options, "crf", "Quality of the pictures, less is better [23]",
-                     CLI::Range(0, 51, ""));
-    addEncoderOption(command, options, "bitrate", "Bits per second of the pictures",
-                     CLI::Range(1, std::numeric_limits<int>::max(), ""));
-    command.add_option("--from", options->from, "First frame [0]")->check(CLI::NonNegativeNumber);
-    command.add_option("--to", options->to, "Last frame, inclusive [the end]")
-        ->check(CLI::NonNegativeNumber);
+    CLI::App& command = addCommand(app, program, "transcode", "Encode a clip again, with its sound",
+                                   [&program, options] { return runTranscode(program, *options); });
+    command.add_option("OUT", options->output, "Clip to write: .mp4, .m4v, .mov, .mkv or .webm")
+        ->required();
+    addEncodingOptions(command, options->encoding);
+    command
+        .add_option("--format", options->encoding.clip.pixelFormat,
+                    "How pixels are stored, such as yuv422p10le [as in the clip]")
+        ->type_name("NAME");
+    addSizeOption(command, options->pictures);
+    addStreamOptions(command, options->pictures);
+    command.add_option("--from", options->from, "First frame [0]")
+        ->check(atLeast(0))
+        ->type_name("N");
+    command.add_option("--to", options->to, "Last frame, itself included [the last]")
+        ->check(atLeast(0))
+        ->type_name("N");
+    command
+        .add_option("--audio-codec", options->encoding.clip.audioCodec,
+                    "aac, opus, flac, alac, pcm or an encoder of FFmpeg's [what is usual]")
+        ->type_name("NAME");
     command.add_flag("--no-audio", options->noAudio, "Leave the sound out");
-    addIndexOption(command, program, "Seek to --from with a stored index");
+    addIndexOption(command, program, "Take the frame index from a stored file");
     command.footer(
         "Pictures are written upright and keep their times; sound keeps its place beside\n"
-        "them, with silence where it is missing.");
+        "them, to the sample, with silence where it is missing.");
 }
 
 } // namespace tio::tool

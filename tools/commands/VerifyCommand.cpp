@@ -23,6 +23,7 @@ constexpr int toleratedFailures = 100;
 struct VerifyOptions {
     std::optional<int64_t> samples; // frames per order; all without it
     bool reader = false;            // check FrameReader instead of seeking
+    bool sound = false;             // check SampleReader
     bool checksums = false;         // with proof
 };
 
@@ -37,18 +38,27 @@ struct Sources {
     std::unique_ptr<FrameSource> byNumber;
 };
 
+Sources openSoundSources(const std::string& url, bool checksums) {
+    ffmpeg::SampleReaderOptions reading;
+    reading.checksums = checksums;
+    auto byNumber = std::make_unique<SoundBlockSource>(url, reading);
+    reading.index = byNumber->index();
+    return {std::make_unique<SoundBlockSource>(url, reading), std::move(byNumber)};
+}
+
 Sources openSources(const InputOptions& input, const VerifyOptions& options) {
     requireReadAgain(input.url);
+    if (options.sound)
+        return openSoundSources(input.url, options.checksums);
     if (!options.reader)
         return {std::make_unique<DecoderSource>(InputOptions{input.url, {}}),
                 std::make_unique<DecoderSource>(input)};
     ffmpeg::FrameReaderOptions reading;
-    const auto clip = openInput(input.url);
-    reading.index = storedFrameIndex(input, clip);
+    reading.index = storedFrameIndex(input, openInput(input.url));
     reading.checksums = options.checksums;
-    auto byNumber = std::make_unique<ReaderSource>(clip, reading);
+    auto byNumber = std::make_unique<ReaderSource>(input.url, reading);
     reading.index = byNumber->index();
-    return {std::make_unique<ReaderSource>(clip, reading), std::move(byNumber)};
+    return {std::make_unique<ReaderSource>(input.url, reading), std::move(byNumber)};
 }
 
 /// Reads a clip forward, then frame by frame in other orders, and compares.
@@ -104,8 +114,11 @@ void Verification::readForward() {
     }
     if (forward.empty())
         throw Failure(ExitCode::Input, program.input.url,
-                      failures > 0 ? failure : "reading gives no picture that has a time");
-    report("forward:  " + std::to_string(forward.size()) + " frames read");
+                      failures > 0
+                          ? failure
+                          : "reading gives no picture that has a time, and seeking goes by "
+                            "times; verify --reader checks such a clip");
+    report("forward:  " + std::to_string(forward.size()) + ' ' + sources.forward->unit() + " read");
     if (failures > 0) {
         agree = false;
         report("  " + std::to_string(failures) + " reads failed, the last one with: " + failure);
@@ -116,12 +129,14 @@ void Verification::compareCount() {
     try {
         const int64_t count = sources.byNumber->frameCount();
         const bool same = count == frameCount();
-        report("count:    the index has " + std::to_string(count) + " frames" +
+        report("count:    the index has " + std::to_string(count) + ' ' + sources.byNumber->unit() +
                (same ? "" : ", but reading gave " + std::to_string(frameCount())));
         agree = agree && same;
     } catch (const std::exception& error) {
         agree = false;
-        report("count:    no index: " + reasonOf(error, program.input.url));
+        report("count:    " + (isRefusedSeek(error)
+                                   ? "no seeking: this container cannot be rewound; see --reader"
+                                   : "no index: " + reasonOf(error, program.input.url)));
     }
 }
 
@@ -156,7 +171,7 @@ void Verification::compareOrder(const std::string& name, const std::vector<int64
     agree = agree && disagreements == 0;
     report(name + ':' + std::string(9 - name.size(), ' ') +
            std::to_string(numbers.size() - disagreements) + " of " +
-           std::to_string(numbers.size()) + " frames agree" + remark);
+           std::to_string(numbers.size()) + ' ' + sources.byNumber->unit() + " agree" + remark);
     for (const Disagreement& disagreement : shown)
         reportDisagreement(disagreement);
     if (disagreements > shown.size())
@@ -193,6 +208,8 @@ void shuffle(std::vector<int64_t>& numbers) {
 }
 
 ExitCode runVerify(const Program& program, const VerifyOptions& options) {
+    if (options.checksums && !options.reader && !options.sound)
+        throw Failure(ExitCode::Usage, "--checksum", "this needs --reader or --sound");
     Verification verification(program, options);
     verification.readForward();
     verification.compareCount();
@@ -224,11 +241,14 @@ void addVerifyCommand(CLI::App& app, Program& program) {
         ->type_name("N");
     auto* reader =
         command.add_flag("--reader", options->reader, "Check the frame reader instead of seeking");
-    command
-        .add_flag("--checksum", options->checksums,
-                  "Have it prove every picture; decodes the whole clip once more")
-        ->needs(reader);
-    addIndexOption(command, program, "Seek with a stored index");
+    auto* sound = command
+                      .add_flag("--sound", options->sound,
+                                "Check the sound instead, in blocks, as SampleReader gives it")
+                      ->excludes(reader);
+    command.add_flag("--checksum", options->checksums,
+                     "With --reader or --sound: have everything proven by checksums, for which the "
+                     "stream is decoded once more");
+    sound->excludes(addIndexOption(command, program, "Seek with a stored index"));
     command.footer(footer);
 }
 

@@ -1,11 +1,12 @@
 #include "commands/Commands.h"
 #include "media/ImageWriter.h"
-#include "media/SoundReader.h"
+#include "media/SoundSource.h"
 #include "media/Waveform.h"
 #include "terminal/Progress.h"
 
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace tio::tool {
 
@@ -17,14 +18,17 @@ struct WaveOptions {
     std::string output;
     int width = 1600;
     int height = 320;
+    std::optional<int> stream;
+    SoundRange range;
 };
 
-Peaks readPeaks(const Program& program) {
-    SoundReader reader(program.input.url);
+Peaks readPeaks(const Program& program, const WaveOptions& options) {
+    SoundSource sound(program.input.url, options.stream);
+    sound.keepTo(options.range);
     Progress progress("wave", "blocks", std::nullopt, program.quiet);
-    Peaks peaks;
-    for (auto frame = reader.read(); frame.samples.count != 0; frame = reader.read()) {
-        peaks.add(frame);
+    Peaks peaks(sound.rate());
+    for (auto block = sound.next(); block.samples.count != 0; block = sound.next()) {
+        peaks.add(block.samples);
         progress.advance();
     }
     if (peaks.channels() == 0)
@@ -33,11 +37,11 @@ Peaks readPeaks(const Program& program) {
 }
 
 ExitCode runWave(const Program& program, const WaveOptions& options) {
-    const ImageWriter write = imageWriter(imageTypeOf(options.output));
-    const Peaks peaks = readPeaks(program);
+    const ImageWriter write = imageWriter(imageFormatOf(options.output));
+    const Peaks peaks = readPeaks(program, options);
     const auto picture =
         writing(options.output, [&] { return drawWaveform(peaks, options.height, options.width); });
-    write(picture, options.output);
+    write(viewOf(picture), options.output);
     if (!program.quiet)
         std::cout << oneLine(options.output) << ": " << peaks.channels()
                   << (peaks.channels() == 1 ? " channel, " : " channels, ") << peaks.seconds()
@@ -61,7 +65,9 @@ void addWaveCommand(CLI::App& app, Program& program) {
     command.add_option("--height", options->height, "Height of the picture in pixels [320]")
         ->check(CLI::Range(32, largest, ""))
         ->type_name("H");
-    command.footer("Each channel of the best audio stream has a strip of its own, from full scale\n"
+    addSoundRange(command, options->range);
+    addSoundStream(command, options->stream);
+    command.footer("Each channel has a strip of its own, from full scale\n"
                    "down to full scale, above an axis of time.");
 }
 

@@ -1,7 +1,10 @@
 #include "media/ClipFacts.h"
 
+#include "media/ClipFrames.h"
+
 #include <TARN/videoio/InputStream.h>
-#include <TARN/videoio/VideoStreamDecoder.h>
+
+#include <limits>
 
 namespace tio::tool {
 
@@ -15,33 +18,22 @@ StreamFacts gatherStream(const Clip& clip, int index) {
     return facts;
 }
 
-// Each picture has to be decoded where the clip cannot be read again for them.
-int64_t countPictures(const Clip& clip) {
-    ffmpeg::VideoStreamDecoder decoder(clip, ffmpeg::PixelFormat::NV12);
-    int64_t count = 0;
-    while (decoder.readNextFrame().frame)
-        ++count;
-    return count;
-}
-
 int64_t countFrames(const Clip& clip, int stream, const InputOptions& input) {
-    if (const auto index = storedFrameIndex(input, clip))
-        return index->frameCount();
-    if (input.index) {
+    if (input.index && !isFrameIndex(*input.index)) {
         ffmpeg::InputStream packets(clip, stream);
         loadIndex(packets, input.index);
         return packets.getFrameCount();
     }
-    return reading(input.url, [&] {
-        return canBeReadAgain(input.url) ? ffmpeg::FrameIndex::build(clip).frameCount()
-                                         : countPictures(clip);
-    });
+    ClipFrames frames(input, {}, {});
+    if (!frames.frameCount())
+        (void)frames.read(std::numeric_limits<int64_t>::max()); // to the end of a live source
+    return *frames.frameCount();
 }
 
 } // namespace
 
 ClipFacts gatherFacts(const InputOptions& input, bool count) {
-    const Clip context = openInput(input.url);
+    const Clip context = count || input.index ? openInput(input.url) : openOnce(input.url);
     ClipFacts facts;
     facts.file = input.url;
     facts.container = context->getContainerName();

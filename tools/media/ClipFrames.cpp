@@ -1,31 +1,44 @@
 #include "media/ClipFrames.h"
 
+#include "media/ImageWriter.h"
+
 #include <TARN/videoio/InputStream.h>
 
 #include <utility>
 
 namespace tio::tool {
 
-ClipFrames::ClipFrames(InputOptions input_, const Warn& warn)
-    : input(std::move(input_)), opened(openInput(input.url)) {
-    reading(input.url, [&] {
-        const int stream = opened->findBestVideoStreamIndex();
-        tick = ffmpeg::InputStream(opened, stream).getUnitTime();
-        if (canBeReadAgain(input.url) || input.index)
-            openFrames(warn);
-        else
-            decoder =
-                std::make_unique<ffmpeg::VideoStreamDecoder>(opened, ffmpeg::PixelFormat::RGB);
+ClipFrames::ClipFrames(InputOptions input_, const PictureOptions& pictures, const Warn& warn)
+    : input(std::move(input_)) {
+    if (canBeReadAgain(input.url) || input.index || !pictures.areUsual()) {
+        requireReadAgain(input.url);
+        openFrames(pictures, warn);
+        return;
+    }
+    opened = openOnce(input.url);
+    decoding(input.url, ffmpeg::StreamType::Video, {}, [&] {
+        decoder = std::make_unique<ffmpeg::VideoStreamDecoder>(opened, ffmpeg::PixelFormat::RGB);
     });
 }
 
-void ClipFrames::openFrames(const Warn& warn) {
-    ffmpeg::FrameReaderOptions options;
-    options.index = storedFrameIndex(input, opened);
-    const bool bareIndex = input.index && !options.index;
-    frames.emplace(opened, ffmpeg::PixelFormat::RGB, std::move(options));
-    if (bareIndex)
+void ClipFrames::openFrames(const PictureOptions& pictures, const Warn& warn) {
+    opened = openInput(input.url);
+    const auto index = storedFrameIndex(input, opened);
+    decoding(input.url, ffmpeg::StreamType::Video, pictures.stream, [&] {
+        const int stream = pictures.stream ? *pictures.stream : opened->findBestVideoStreamIndex();
+        const bool there = stream < opened->getStreamCount(); // the reader says what is wrong else
+        auto options =
+            pictures.forReader(there ? ffmpeg::metadataOf(*opened, stream) : ffmpeg::Metadata());
+        options.index = index;
+        frames.emplace(sourceOf(input.url), std::move(options));
+    });
+    if (input.index && !index)
         checkSeekingIndex(warn);
+    const int64_t count = frames->frameCount();
+    if (count > 0)
+        warnOfMissingEnd(opened, frames->stream(),
+                         frames->frameTime(count - 1) + frames->frameDuration(count - 1) -
+                             frames->frameTime(0));
 }
 
 // A seeking index says when frames are shown but not how they are reached, so that it serves no
@@ -46,25 +59,41 @@ ClipFrames::Picture ClipFrames::read(int64_t number) {
         if (number >= frames->frameCount())
             return {};
         return reading(input.url, [&]() -> Picture {
-            const auto picture = frames->readFrame(number);
-            return {picture.frame, picture.time};
+            auto picture = frames->readFrame(number);
+            return {std::move(picture.image), picture.time, picture.duration};
         });
     }
-    Picture picture;
-    do
-        picture = readNext();
-    while (picture.frame && nextNumber <= number);
+    auto decoded = decodeNext();
+    while (decoded.frame && nextNumber <= number)
+        decoded = decodeNext();
+    if (!decoded.frame)
+        return {};
+    return {imageOf(decoded.frame->toRgb()), decoded.timestamp, {}};
+}
+
+ClipFrames::Picture ClipFrames::readRequired(int64_t number) {
+    auto picture = read(number);
+    if (picture.image.empty())
+        failNoSuchFrame(number);
     return picture;
 }
 
-ClipFrames::Picture ClipFrames::readNext() {
+void ClipFrames::failNoSuchFrame(int64_t number) const {
+    const int64_t count = frameCount().value_or(0);
+    std::string reason = "there is no frame " + std::to_string(number) + ": ";
+    if (count == 0)
+        reason += "no picture can be read";
+    else
+        reason += "frames run from 0 to " + std::to_string(count - 1);
+    throw Failure(ExitCode::Input, input.url, reason);
+}
+
+ffmpeg::VideoPacketDecoder::Frame ClipFrames::decodeNext() {
     try {
-        const auto picture = decoder->readNextFrame();
-        if (picture.frame)
-            ++nextNumber;
-        else
-            atEnd = true;
-        return {picture.frame, picture.timestamp};
+        auto decoded = decoder->readNextFrame();
+        atEnd = !decoded.frame;
+        nextNumber += atEnd ? 0 : 1;
+        return decoded;
     } catch (const std::exception& error) {
         throw Failure(ExitCode::Input, input.url,
                       "frame " + std::to_string(nextNumber) +

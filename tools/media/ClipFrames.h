@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/Input.h"
+#include "media/PictureOptions.h"
 
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/VideoStreamDecoder.h>
@@ -16,47 +17,51 @@ namespace tio::tool {
 /// The pictures of a clip by frame number, which is that of FrameReader: frame n is the n-th
 /// picture that comes out when the stream is decoded from start to end.
 ///
-/// A clip that can be read once only, such as a camera, goes through the stream decoder, in order.
+/// A live source, such as a camera, goes through the stream decoder, in order.
 class ClipFrames {
 public:
     struct Picture {
-        std::shared_ptr<tio::FrameBase> frame; ///< empty where there is no such frame
-        ffmpeg::Rational time;                 ///< in seconds
+        ffmpeg::Image image;       ///< empty where there is no such frame
+        ffmpeg::Rational time;     ///< in seconds
+        ffmpeg::Rational duration; ///< 0 where it is not known
     };
     using Warn = std::function<void(const std::string&)>;
 
     /// @param warn  told when the bare seeking index that the user gave is not of this clip
     /// @throws Failure naming the clip, or the index file
-    ClipFrames(InputOptions input, const Warn& warn);
+    ClipFrames(InputOptions input, const PictureOptions& pictures, const Warn& warn);
 
     /// Frame `number`, larger than in every call before; without a picture when there is none.
     /// @throws Failure naming the clip and the frame that cannot be read
     [[nodiscard]] Picture read(int64_t number);
 
-    /// Number of frames, once it is known: from the start, except of a clip that can be read once
-    /// only, whose end has to be reached first.
+    /// The same for a frame that has to be there.
+    /// @throws Failure also when it is not
+    [[nodiscard]] Picture readRequired(int64_t number);
+
+    /// @throws Failure saying which frames there are, and that `number` is none of them
+    [[noreturn]] void failNoSuchFrame(int64_t number) const;
+
+    /// Number of frames, once it is known: from the start, except of a live source, whose end has
+    /// to be reached first.
     [[nodiscard]] std::optional<int64_t> frameCount() const;
 
     /// What reads them in any order.
     /// @throws Failure naming the clip, when it can be read once only
     [[nodiscard]] ffmpeg::FrameReader& byNumber();
 
-    /// Seconds per tick of the stream's timestamps.
-    [[nodiscard]] ffmpeg::Rational unitTime() const { return tick; }
-
     /// The clip, opened; what it holds may be asked for, but not read.
     [[nodiscard]] const Clip& clip() const { return opened; }
 
 private:
-    void openFrames(const Warn& warn);
+    void openFrames(const PictureOptions& pictures, const Warn& warn);
     void checkSeekingIndex(const Warn& warn) const;
-    [[nodiscard]] Picture readNext();
+    [[nodiscard]] ffmpeg::VideoPacketDecoder::Frame decodeNext();
 
     InputOptions input;
     Clip opened;
-    ffmpeg::Rational tick;
     std::optional<ffmpeg::FrameReader> frames;
-    std::unique_ptr<ffmpeg::VideoStreamDecoder> decoder; // of a clip that can be read once only
+    std::unique_ptr<ffmpeg::VideoStreamDecoder> decoder; // of a live source
     int64_t nextNumber = 0;                              // of the picture that it gives next
     bool atEnd = false;                                  // nextNumber is the number of frames
 };

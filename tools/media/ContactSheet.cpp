@@ -1,5 +1,7 @@
 #include "media/ContactSheet.h"
 
+#include "media/ImageWriter.h"
+
 #include <algorithm>
 
 namespace tio::tool {
@@ -25,16 +27,18 @@ Picture filled(int rows, int cols, Colour colour) {
 }
 
 /// The largest scale at which a picture fits.
-Scale fittingScale(const Picture& picture, int height, int width) {
+Scale fittingScale(const ffmpeg::Image& picture, int height, int width) {
     const bool wide =
-        int64_t{picture.cols()} * height >= int64_t{picture.rows()} * width; // for its place
-    return wide ? Scale(width, picture.cols()) : Scale(height, picture.rows());
+        int64_t{picture.width()} * height >= int64_t{picture.height()} * width; // for its place
+    return wide ? Scale(width, picture.width()) : Scale(height, picture.height());
 }
 
-Picture scaled(tio::FrameBase& picture, Scale scale) {
+Picture scaled(const ffmpeg::Image& picture, Scale scale) {
+    const tio::PixelFormat::Plane plane(tio::Vec<int, 2>(picture.height(), 3 * picture.width()),
+                                        rgbOf(picture).storage);
     const bool smaller = scale <= Scale(1);
-    return picture.toRgb(scale,
-                         smaller ? tio::Resize::Algorithm::Area : tio::Resize::Algorithm::Bilinear);
+    return tio::PixelFormat::RGB::Rgb(
+        {plane}, scale, smaller ? tio::Resize::Algorithm::Area : tio::Resize::Algorithm::Bilinear);
 }
 
 void paste(const Picture& picture, Picture& target, int top, int left) {
@@ -63,19 +67,18 @@ ContactSheet::ContactSheet(const Layout& chosen) : layout(chosen), width(cellWid
 
 // A place is never taller than twice its width, or a picture of one column would make the sheet
 // endless.
-void ContactSheet::begin(const Picture& first) {
-    const int64_t natural = int64_t{width} * first.rows() / first.cols();
+void ContactSheet::begin(const ffmpeg::Image& first) {
+    const int64_t natural = int64_t{width} * first.height() / first.width();
     height = static_cast<int>(std::clamp<int64_t>(natural, 1, int64_t{2} * width));
     lettering.emplace(lineHeightFor(height));
     const auto rows = static_cast<int>((layout.cells + layout.columns - 1) / layout.columns);
     sheet = filled(gap + rows * (height + gap), layout.width, background);
 }
 
-void ContactSheet::add(tio::FrameBase& picture, const std::string& label) {
-    const Picture whole = picture.toRgb();
+void ContactSheet::add(const ffmpeg::Image& picture, const std::string& label) {
     if (added == 0)
-        begin(whole);
-    const Picture small = scaled(picture, fittingScale(whole, height, width));
+        begin(picture);
+    const Picture small = scaled(picture, fittingScale(picture, height, width));
     const auto row = static_cast<int>(added / layout.columns);
     const auto col = static_cast<int>(added % layout.columns);
     const int top = gap + row * (height + gap);

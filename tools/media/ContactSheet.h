@@ -3,7 +3,7 @@
 #include "media/Lettering.h"
 
 #include <TARN/imgproc/PixelFormat.h>
-#include <TARN/videoio/Frame.h>
+#include <TARN/videoio/Image.h>
 
 #include <cstdint>
 #include <optional>
@@ -27,9 +27,10 @@ public:
 
     explicit ContactSheet(const Layout& layout);
 
-    /// Puts the next picture in its place. The first one decides the shape of all places.
+    /// Puts the next picture, 8-bit RGB, in its place. The first one decides the shape of all
+    /// places.
     /// @throws std::runtime_error when no font is installed
-    void add(tio::FrameBase& picture, const std::string& label);
+    void add(const ffmpeg::Image& picture, const std::string& label);
 
     [[nodiscard]] int64_t count() const { return added; }
 
@@ -37,7 +38,7 @@ public:
     [[nodiscard]] const tio::PixelFormat::RgbImage& image() const { return sheet; }
 
 private:
-    void begin(const tio::PixelFormat::RgbImage& first);
+    void begin(const ffmpeg::Image& first);
     void writeLabel(int top, int left, const std::string& label);
 
     Layout layout;

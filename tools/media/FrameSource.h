@@ -3,12 +3,14 @@
 #include "media/Input.h"
 
 #include <TARN/videoio/FrameReader.h>
+#include <TARN/videoio/SampleReader.h>
 #include <TARN/videoio/VideoStreamDecoder.h>
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tio::tool {
 
@@ -24,7 +26,7 @@ struct Reading {
     }
 };
 
-/// One way to read the frames of a clip.
+/// One way to read the frames of a clip, or its sound in pieces.
 class FrameSource {
 public:
     FrameSource() = default;
@@ -36,6 +38,9 @@ public:
     virtual Reading readNext() = 0;
     virtual Reading readAt(int64_t number) = 0;
     virtual int64_t frameCount() = 0;
+
+    /// What it reads, in the plural.
+    [[nodiscard]] virtual std::string unit() const { return "frames"; }
 
     /// A line about how frames were reached; empty when there is nothing to tell.
     [[nodiscard]] virtual std::string remark() const { return {}; }
@@ -56,8 +61,10 @@ private:
 /// The frame reader.
 class ReaderSource : public FrameSource {
 public:
-    ReaderSource(const Clip& clip, ffmpeg::FrameReaderOptions options)
-        : reader(clip, ffmpeg::PixelFormat::RGB, std::move(options)) {}
+    ReaderSource(const std::string& url, ffmpeg::FrameReaderOptions options)
+        : reader(decoding(url, ffmpeg::StreamType::Video, {},
+                          [&] { return ffmpeg::FrameReader(sourceOf(url), std::move(options)); })) {
+    }
     Reading readNext() override;
     Reading readAt(int64_t number) override;
     int64_t frameCount() override { return reader.frameCount(); }
@@ -69,6 +76,25 @@ private:
     ffmpeg::FrameReader reader;
     int64_t next = 0;
     std::array<int64_t, 4> reached{}; // how many frames were, by how they were
+};
+
+/// The sound, in blocks of one length but for the last.
+class SoundBlockSource : public FrameSource {
+public:
+    SoundBlockSource(const std::string& url, ffmpeg::SampleReaderOptions options)
+        : reader(decoding(url, ffmpeg::StreamType::Audio, {}, [&] {
+              return ffmpeg::SampleReader(sourceOf(url), std::move(options));
+          })) {}
+    Reading readNext() override;
+    Reading readAt(int64_t number) override;
+    int64_t frameCount() override;
+    [[nodiscard]] std::string unit() const override;
+
+    [[nodiscard]] ffmpeg::SampleIndex index() const { return reader.index(); }
+
+private:
+    ffmpeg::SampleReader reader;
+    int64_t next = 0;
 };
 
 } // namespace tio::tool

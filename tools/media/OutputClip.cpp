@@ -1,21 +1,82 @@
 #include "media/OutputClip.h"
 
-#include "terminal/Failure.h"
+#include "media/OutputFile.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <vector>
 
 namespace tio::tool {
 
-OutputClip::OutputClip(const std::string& name)
-    : path(name), file(name), output(write([this] {
-          file.makeWay();
-          return std::make_shared<ffmpeg::OutputFormatContext>(file.pathToWrite());
-      })) {}
+namespace fs = std::filesystem;
 
-void OutputClip::publish() {
-    if (!output->readyForPackets())
-        throw Failure(ExitCode::Output, path, "nothing was written");
-    write([this] { output->finish(); });
-    output.reset();
-    file.publish();
+namespace {
+
+using Endings = std::vector<std::string>;
+
+const Endings clipEndings = {".mp4", ".m4v", ".mov", ".mkv", ".webm"};
+const Endings soundEndings = {".wav", ".flac", ".m4a", ".mka"};
+
+bool endsAs(const Endings& endings, const std::string& path) {
+    const std::string ending = CLI::detail::to_lower(fs::path(path).extension().string());
+    return std::find(endings.begin(), endings.end(), ending) != endings.end();
+}
+
+void requireName(const std::string& path, const std::string& what, const Endings& endings) {
+    if (endsAs(endings, path))
+        return;
+    std::string list;
+    for (const std::string& known : endings)
+        list += (list.empty() ? "" : known == endings.back() ? " or " : ", ") + known;
+    throw Failure(ExitCode::Usage, path, what + " is called " + list + " at the end");
+}
+
+/// The hidden file that the writer of a clip holds open. Its name is the writer's own business, but
+/// a signal has to remove it.
+std::string hiddenFile() {
+    std::error_code gone; // one that is closed while others are looked at
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd", gone)) {
+        const fs::path file = fs::read_symlink(entry.path(), gone);
+        if (file.extension() == ".part" && file.filename().string().rfind(".tarn-videoio-", 0) == 0)
+            return file;
+    }
+    return {};
+}
+
+} // namespace
+
+bool isClipName(const std::string& path) {
+    return endsAs(clipEndings, path);
+}
+
+void requireClipName(const std::string& path) {
+    requireName(path, "a clip", clipEndings);
+}
+
+void requireSoundName(const std::string& path) {
+    requireName(path, "sound alone", soundEndings);
+}
+
+OutputClip::OutputClip(const std::string& name, const ffmpeg::ClipWriterOptions& options)
+    : path(name) {
+    requireNotInput(path);
+    const SignalsHeldBack heldBack;
+    writing(path, [&] {
+        try {
+            writer.emplace(path, options);
+        } catch (const ffmpeg::ClipRefusal& refusal) {
+            throw Failure(ExitCode::Usage, path, reasonOf(refusal, path));
+        }
+    });
+    if (const std::string hidden = hiddenFile(); !hidden.empty())
+        cleanup.emplace(hidden);
+}
+
+void OutputClip::finish() {
+    write([](ffmpeg::ClipWriter& clip) { clip.finish(); });
+    cleanup.reset();
 }
 
 } // namespace tio::tool

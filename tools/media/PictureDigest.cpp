@@ -16,11 +16,9 @@ uint64_t mixed(uint64_t state, uint64_t word) noexcept {
 
 } // namespace
 
-uint64_t pictureDigest(const tio::PixelFormat::RgbImage& picture) {
-    uint64_t state =
-        mixed(static_cast<uint64_t>(picture.rows()), static_cast<uint64_t>(picture.cols()));
-    const auto* bytes = reinterpret_cast<const unsigned char*>(picture.data());
-    size_t left = static_cast<size_t>(picture.count) * sizeof *picture.data();
+uint64_t digestOf(const uint8_t* bytes, int rows, int rowBytes) {
+    uint64_t state = mixed(static_cast<uint64_t>(rows), static_cast<uint64_t>(rowBytes));
+    size_t left = static_cast<size_t>(rows) * static_cast<size_t>(rowBytes);
     for (; left >= sizeof(uint64_t); bytes += sizeof(uint64_t), left -= sizeof(uint64_t)) {
         uint64_t word;
         std::memcpy(&word, bytes, sizeof word);
@@ -29,6 +27,10 @@ uint64_t pictureDigest(const tio::PixelFormat::RgbImage& picture) {
     uint64_t rest = 0;
     std::memcpy(&rest, bytes, left);
     return mixed(state, rest);
+}
+
+uint64_t digestOf(const ffmpeg::ConstImageView& picture) {
+    return digestOf(picture.planes[0], picture.height, 3 * picture.width);
 }
 
 } // namespace tio::tool

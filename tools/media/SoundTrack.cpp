@@ -1,7 +1,8 @@
 #include "media/SoundTrack.h"
 
-#include <array>
-#include <utility>
+#include <algorithm>
+#include <limits>
+#include <vector>
 
 namespace tio::tool {
 
@@ -9,75 +10,87 @@ namespace {
 
 using ffmpeg::Rational;
 
-// FFmpeg's masks of the usual layouts by number of channels, for sources that state none.
-int usualLayout(int channels) {
-    constexpr std::array<int, 9> masks = {0, 0x4, 0x3, 0xb, 0x107, 0x37, 0x3f, 0x70f, 0x63f};
-    return channels >= 0 && channels < static_cast<int>(masks.size())
-               ? masks[static_cast<size_t>(channels)]
-               : 0;
-}
+// Containers round the times of sound, some to milliseconds; less than this is no gap.
+constexpr double toleratedGap = 0.05; // seconds
+
+// Times that jump further than this are taken to be wrong rather than silence.
+constexpr double longestSilence = 60.0; // seconds
+
+constexpr int64_t longestBlock = 4096; // samples of silence that are written at a time
 
 } // namespace
 
-SoundTrack::SoundTrack(const std::string& url, const OutputClip& clip, Rational start)
-    : output(clip), reader(url), first(reader.read()) {
-    if (first.samples.count == 0) {
-        atEnd = true; // announced or not, a stream without sound would keep the file from opening
-        return;
-    }
-    const int channels = first.samples.cols();
-    const int layout = first.channelLayout != 0 ? first.channelLayout : usualLayout(channels);
-    output.write([&] {
-        encoder =
-            std::make_unique<ffmpeg::AudioPacketEncoder>(layout, first.sampleRate, Rational());
-        stream = std::make_unique<ffmpeg::OutputStream>(output.context(), encoder->getUnitTime());
-    });
-    blocks.emplace(
-        SoundBlocks::Format{first.sampleRate, channels, static_cast<int>(encoder->getFrameWidth())},
-        start);
+SoundTrack::SoundTrack(SoundSource& from, OutputClip& to, const Rational& begin)
+    : source(from), output(to), start(begin) {
+    source.startAt(start);
+}
+
+/// The sample of the output that is the nearest to a time of the source.
+int64_t SoundTrack::placeOf(const Rational& time) const {
+    const Rational exact = (time - start) * Rational(source.rate(), 1);
+    const Rational half(1, 2);
+    return exact < Rational() ? -(-exact + half).toInteger() : (exact + half).toInteger();
+}
+
+void SoundTrack::writeUpTo(const Rational& time) {
+    writeBefore(placeOf(time));
+}
+
+void SoundTrack::writeRest() {
+    writeBefore(std::numeric_limits<int64_t>::max());
 }
 
 bool SoundTrack::readOn() {
-    const auto frame = first.samples.count != 0 ? std::exchange(first, {}) : reader.read();
-    if (frame.samples.count == 0)
+    if (atEnd)
         return false;
-    blocks->add(frame);
-    return true;
+    block = source.next();
+    used = 0;
+    atEnd = block.samples.count == 0;
+    if (!atEnd)
+        placeBlock();
+    return !atEnd;
 }
 
-void SoundTrack::writeUpTo(Rational time) {
-    while (!atEnd && blocks->endTime() <= time) {
-        atEnd = !readOn();
-        writeBlocks();
+/// Finds out what is missing between where the sound has got to and where the block belongs. Where
+/// it belongs earlier, the sound goes on all the same: times repeat in some containers, and start
+/// over where clips were joined.
+void SoundTrack::placeBlock() {
+    const int64_t gap = placeOf(block.time) - place;
+    const double seconds = static_cast<double>(gap) / source.rate();
+    if (!begun) { // what is heard before the beginning is left out, however early
+        place += std::max<int64_t>(gap, 0);
+        used = std::min<int64_t>(std::max<int64_t>(-gap, 0), block.samples.rows());
+    } else if (seconds >= toleratedGap && seconds <= longestSilence) {
+        silence = gap;
     }
 }
 
-void SoundTrack::finishAt(std::optional<Rational> end) {
-    if (!blocks)
-        return;
-    if (end)
-        blocks->setEnd(*end);
-    while (!atEnd && (!end || blocks->endTime() < *end)) {
-        atEnd = !readOn();
-        writeBlocks();
+void SoundTrack::writeBefore(int64_t end) {
+    while (place < end) {
+        if (silence > 0) {
+            const int64_t count = std::min({silence, end - place, longestBlock});
+            const std::vector<float> zeros(static_cast<size_t>(count * source.channels()));
+            silence -= count;
+            write(zeros.data(), count);
+        } else if (used < block.samples.rows()) {
+            const int64_t count = std::min(block.samples.rows() - used, end - place);
+            const float* const from = block.samples.data() + used * source.channels();
+            used += count;
+            write(from, count);
+        } else if (!readOn()) {
+            return;
+        }
     }
-    while (const auto block = blocks->last())
-        writeBlock(*block);
-    output.write([&] { writePackets(encoder->flush()); });
 }
 
-void SoundTrack::writeBlocks() {
-    while (const auto block = blocks->next())
-        writeBlock(*block);
-}
-
-void SoundTrack::writeBlock(const SoundBlocks::Block& block) {
-    output.write([&] { writePackets(encoder->writeNextFrame(block.samples, block.time)); });
-}
-
-void SoundTrack::writePackets(const std::vector<ffmpeg::OutputPacket>& packets) {
-    for (const auto& packet : packets)
-        stream->writePacket(packet);
+void SoundTrack::write(const float* samples, int64_t count) {
+    const std::optional<Rational> time =
+        begun ? std::nullopt : std::optional(Rational(place, source.rate()));
+    output.write([&](ffmpeg::ClipWriter& clip) {
+        clip.writeSamples(samples, static_cast<size_t>(count), source.channels(), time);
+    });
+    begun = true;
+    place += count;
 }
 
 } // namespace tio::tool

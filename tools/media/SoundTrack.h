@@ -1,44 +1,42 @@
 #pragma once
 
 #include "media/OutputClip.h"
-#include "media/SoundBlocks.h"
-#include "media/SoundReader.h"
+#include "media/SoundSource.h"
 
-#include <TARN/videoio/AudioPacketEncoder.h>
-#include <TARN/videoio/OutputStream.h>
-
-#include <memory>
+#include <cstdint>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace tio::tool {
 
-/// The sound of a clip on its way into another: decoded, cut into the encoder's blocks, encoded.
+/// The sound of a clip on its way into another, from the sample at a given time on. Where sound is
+/// missing in between, silence stands in, so that sound and pictures stay together.
 class SoundTrack {
 public:
-    /// @param start time in seconds from which on there is sound in the output
-    /// @throws Failure naming the input or the output
-    SoundTrack(const std::string& url, const OutputClip& clip, ffmpeg::Rational start);
+    /// Both have to live as long as the track.
+    /// @param begin  time in the source that is 0 in the output, in seconds
+    SoundTrack(SoundSource& from, OutputClip& to, const ffmpeg::Rational& begin);
 
-    /// Writes the sound up to a time, or a little more.
-    void writeUpTo(ffmpeg::Rational time);
+    /// Writes the sound before a time of the source, as far as there is any.
+    void writeUpTo(const ffmpeg::Rational& time);
 
-    /// Writes the rest, up to `end` where one is given.
-    void finishAt(std::optional<ffmpeg::Rational> end);
+    /// Writes all the rest.
+    void writeRest();
 
 private:
-    bool readOn();
-    void writeBlocks();
-    void writeBlock(const SoundBlocks::Block& block);
-    void writePackets(const std::vector<ffmpeg::OutputPacket>& packets);
+    [[nodiscard]] int64_t placeOf(const ffmpeg::Rational& time) const;
+    [[nodiscard]] bool readOn();
+    void placeBlock();
+    void writeBefore(int64_t end);
+    void write(const float* samples, int64_t count);
 
-    const OutputClip& output;
-    SoundReader reader;
-    ffmpeg::AudioPacketDecoder::Frame first;
-    std::unique_ptr<ffmpeg::AudioPacketEncoder> encoder; // packets held by the stream refer to it
-    std::unique_ptr<ffmpeg::OutputStream> stream;
-    std::optional<SoundBlocks> blocks;
+    SoundSource& source;
+    OutputClip& output;
+    ffmpeg::Rational start;
+    SoundSource::Block block;
+    int64_t used = 0;    // samples of the block that were written or left out
+    int64_t silence = 0; // samples that are missing before the rest of the block
+    int64_t place = 0;   // in the output, of the next sample
+    bool begun = false;
     bool atEnd = false;
 };
 

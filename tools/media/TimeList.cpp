@@ -2,7 +2,6 @@
 
 #include "terminal/Failure.h"
 
-#include <optional>
 #include <regex>
 #include <sstream>
 
@@ -27,6 +26,8 @@ Rational decimals(const std::string& digits) {
     return {number(digits), divisor};
 }
 
+} // namespace
+
 std::optional<Rational> parseTime(const std::string& text) {
     std::smatch part;
     if (std::regex_match(text, part, fractionPattern) && number(part[2]) != 0)
@@ -38,15 +39,14 @@ std::optional<Rational> parseTime(const std::string& text) {
     return part[1].length() > 0 ? -time : time;
 }
 
-} // namespace
-
 std::vector<Rational> parseTimes(const std::string& list) {
     std::vector<Rational> times;
     std::istringstream texts(list);
     for (std::string text; std::getline(texts, text, ',');) {
         const auto time = parseTime(text);
         if (!time)
-            throw Failure(ExitCode::Usage, "--times", "\"" + text + "\" is no time");
+            throw Failure(ExitCode::Usage, "--times",
+                          "\"" + text + "\" is no time; write 1.5, 2/3 or 00:01:02.5");
         times.push_back(*time);
     }
     return times;

@@ -81,19 +81,17 @@ void drawAxis(Picture& picture, int top, double seconds) {
 
 } // namespace
 
-void Peaks::add(const ffmpeg::AudioPacketDecoder::Frame& frame) {
-    if (pieces.empty()) {
-        pieces.resize(static_cast<size_t>(frame.samples.cols()));
-        sampleRate = frame.sampleRate;
-    }
-    for (int row = 0; row < frame.samples.rows(); ++row)
-        addSample(frame, row);
+void Peaks::add(const ffmpeg::SampleReader::Samples& block) {
+    if (pieces.empty())
+        pieces.resize(static_cast<size_t>(block.cols()));
+    for (int row = 0; row < block.rows(); ++row)
+        addSample(block, row);
 }
 
-void Peaks::addSample(const ffmpeg::AudioPacketDecoder::Frame& frame, int row) {
+void Peaks::addSample(const ffmpeg::SampleReader::Samples& block, int row) {
     const bool fresh = samples % pieceLength == 0;
     for (int channel = 0; channel < channels(); ++channel) {
-        float value = channel < frame.samples.cols() ? frame.samples(row, channel) : 0;
+        float value = block(row, channel);
         if (!std::isfinite(value))
             value = 0;
         auto& ranges = pieces[static_cast<size_t>(channel)];

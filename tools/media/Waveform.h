@@ -1,7 +1,7 @@
 #pragma once
 
 #include <TARN/imgproc/PixelFormat.h>
-#include <TARN/videoio/AudioPacketDecoder.h>
+#include <TARN/videoio/SampleReader.h>
 
 #include <cstdint>
 #include <vector>
@@ -17,8 +17,10 @@ public:
         float high = 0;
     };
 
-    /// @param frame  with at least as many channels as the first one
-    void add(const ffmpeg::AudioPacketDecoder::Frame& frame);
+    explicit Peaks(int samplesPerSecond) : sampleRate(samplesPerSecond) {}
+
+    /// @param block  with as many channels as the first one
+    void add(const ffmpeg::SampleReader::Samples& block);
 
     [[nodiscard]] int channels() const { return static_cast<int>(pieces.size()); }
     [[nodiscard]] double seconds() const;
@@ -27,13 +29,13 @@ public:
     [[nodiscard]] Range range(int channel, int part, int parts) const;
 
 private:
-    void addSample(const ffmpeg::AudioPacketDecoder::Frame& frame, int row);
+    void addSample(const ffmpeg::SampleReader::Samples& block, int row);
     void halve();
 
     std::vector<std::vector<Range>> pieces; // by channel; the last one may not be full
     int64_t samples = 0;
     int64_t pieceLength = 1; // samples
-    int sampleRate = 0;
+    int sampleRate;
 };
 
 /// Draws a sound of at least one sample: a lane for each channel over an axis of time.

@@ -20,6 +20,10 @@ std::string reasonOf(const std::exception& error, const std::string& file) {
     std::string text = error.what();
     if (const size_t place = text.rfind(" @ ..\\"); place != std::string::npos)
         text.resize(place);
+    const std::string quoted = '"' + file + '"';
+    for (const std::string& mention : {" of " + quoted, " in " + quoted, quoted + ": "})
+        if (const size_t place = text.find(mention); place != std::string::npos)
+            text.erase(place, mention.size());
     const std::string name = ": " + file;
     const bool endsWithName = text.size() > name.size() &&
                               text.compare(text.size() - name.size(), name.size(), name) == 0;

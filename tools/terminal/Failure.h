@@ -23,6 +23,10 @@ public:
     Failure(ExitCode code, const std::string& name, const std::string& reason)
         : std::runtime_error(name + ": " + reason), exitCode(code) {}
 
+    /// The same with more behind it.
+    Failure(const Failure& failure, const std::string& more)
+        : std::runtime_error(failure.what() + more), exitCode(failure.exitCode) {}
+
     [[nodiscard]] ExitCode code() const noexcept { return exitCode; }
 
 private:
@@ -33,7 +37,7 @@ private:
 [[nodiscard]] std::string oneLine(std::string text);
 
 /// What went wrong with `file`, in the library's words, without the place in its source, and
-/// without the file's name behind it, because the caller puts that in front.
+/// without the file's name, because the caller puts that in front.
 [[nodiscard]] std::string reasonOf(const std::exception& error, const std::string& file);
 
 /// Writes "tarn-videoio: " and `text` as one line to standard error.

@@ -1,6 +1,7 @@
 #include "ProgramRun.h"
 #include "support/ByteEdits.h"
 #include "support/ClipMaker.h"
+#include "support/SoundMaker.h"
 #include "support/TemporaryFolder.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 using namespace tio::test;
+using testing::EndsWith;
 using testing::StartsWith;
 
 namespace {
@@ -80,9 +82,11 @@ TEST_F(ErrorReportTest, NamesAFolderThatCannotBeMade) {
 }
 
 TEST_F(ErrorReportTest, NamesAFileInPlaceOfTheFolder) {
-    const ProgramResult result = runProgram({"frames", clip, "-o", clip});
+    const std::string output = folder.file("letter");
+    writeBytes(output, {'D', 'e', 'a', 'r'});
+    const ProgramResult result = runProgram({"frames", clip, "-o", output});
     EXPECT_EQ(result.exitCode, 4);
-    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": Not a directory\n");
+    EXPECT_EQ(result.err, "tarn-videoio: " + output + ": Not a directory\n");
 }
 
 TEST_F(ErrorReportTest, NamesAFolderInPlaceOfTheFile) {
@@ -125,6 +129,65 @@ TEST_F(ErrorReportTest, TellsThatStandardOutputCannotBeWritten) {
     const ProgramResult result = runProgram({"info", clip}, setup);
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.err, "tarn-videoio: standard output: No space left on device\n");
+}
+
+TEST_F(ErrorReportTest, WrongUsageNamesTheHelpOfTheCommand) {
+    EXPECT_THAT(runProgram({"frames", clip}).err, EndsWith("; see tarn-videoio frames --help\n"));
+    EXPECT_THAT(runProgram({"frames", clip, "-o", "x", "--times", "soon"}).err,
+                EndsWith("; see tarn-videoio frames --help\n"));
+    EXPECT_THAT(runProgram({"play"}).err, EndsWith("; see tarn-videoio --help\n"));
+}
+
+TEST_F(ErrorReportTest, NamesTheClipOnce) {
+    const ProgramResult result =
+        runProgram({"frames", clip, "--times", "99", "-o", folder.file("x")});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": No frame is shown at 99/1 s\n");
+}
+
+TEST_F(ErrorReportTest, SaysThatThereAreNoPictures) {
+    const std::string sound = folder.file("sound.m4a");
+    makeSound(sound, {});
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"frames", sound, "-o", folder.file("x")},
+          {"sheet", sound, "-o", folder.file("x.png")},
+          {"verify", sound},
+          {"index", sound, "-o", folder.file("x.index")},
+          {"transcode", sound, folder.file("x.mp4")}}) {
+        const ProgramResult result = runProgram(arguments);
+        EXPECT_EQ(result.exitCode, 3) << arguments[0];
+        EXPECT_EQ(result.err, "tarn-videoio: " + sound + ": there are no pictures in this clip\n");
+    }
+}
+
+TEST_F(ErrorReportTest, SaysThatACodecIsUnknown) {
+    std::vector<uint8_t> bytes = readBytes(clip);
+    const std::string code = "avc1";
+    for (auto at = bytes.begin(); at != bytes.end();) {
+        at = std::search(bytes.begin(), bytes.end(), code.begin(), code.end());
+        if (at != bytes.end())
+            *at = 'z';
+    }
+    writeBytes(clip, bytes);
+    const ProgramResult result = runProgram({"frames", clip, "-o", folder.file("x")});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + clip +
+                  ": the pictures cannot be decoded: FFmpeg does not know their codec\n");
+}
+
+TEST_F(ErrorReportTest, WarnsOfAClipWhoseEndIsMissing) {
+    ClipPlan plan;
+    plan.frameCount = 100;
+    plan.muxerOptions = {{"movflags", "faststart"}};
+    makeClip(clip, plan);
+    truncateFile(clip, std::filesystem::file_size(clip) / 2);
+    const std::string frames = folder.file("frames");
+    const ProgramResult result = runProgram({"frames", clip, "-o", frames});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + clip + ": only 0:0"));
+    EXPECT_THAT(result.err, EndsWith(" can be read of the 0:04.000 that the clip states\n"));
+    EXPECT_FALSE(std::filesystem::is_empty(frames));
 }
 
 class WrongUsageTest : public testing::TestWithParam<std::vector<std::string>> {};

@@ -3,6 +3,7 @@
 #include "support/ByteEdits.h"
 #include "support/ClipMaker.h"
 #include "support/Oracle.h"
+#include "support/SoundMaker.h"
 #include "support/TemporaryFolder.h"
 
 #include <TARN/videoio/FrameReader.h>
@@ -147,29 +148,49 @@ TEST_F(JoinedClipTest, IsEncodedWholeWithTimesThatGoOn) {
             << i;
 }
 
-TEST_F(FrameNumbersTest, FramesAtTimesCostNoMoreOpeningsThanAReader) {
+TEST_F(JoinedClipTest, KeepsItsSoundWhenItIsEncoded) {
+    ClipPlan plan = transportStream();
+    plan.audio = true;
+    makeClip(clip, plan);
+    std::vector<uint8_t> bytes = readBytes(clip);
+    const std::vector<uint8_t> once = bytes;
+    bytes.insert(bytes.end(), once.begin(), once.end());
+    writeBytes(joined, bytes);
+    const std::string out = folder.file("out.mkv");
+    const ProgramResult result = runProgram({"transcode", joined, out, "--audio-codec", "flac"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const auto all = static_cast<double>(oracleSound(joined).count());
+    EXPECT_NEAR(static_cast<double>(oracleSound(out).count()), all, 0.1 * 48000);
+}
+
+// One more than a reader needs: to look at what the clip says of itself.
+TEST_F(FrameNumbersTest, FramesAtTimesCostOneOpeningMoreThanAReader) {
     makeClip(clip, transportStream());
     const int needed = openingsOf(clip, [this] {
-        tio::ffmpeg::FrameReader reader(std::make_shared<tio::ffmpeg::InputFormatContext>(clip),
-                                        tio::ffmpeg::PixelFormat::RGB);
+        tio::ffmpeg::FrameReader reader(clip);
         reader.readFrames({0, 12}, [](const auto&) { return true; });
     });
     ASSERT_GE(needed, 1);
     const int opened = openingsOf(clip, [this] {
         EXPECT_EQ(take(clip, {"--times", "1.5,2"}).exitCode, 0);
     });
-    EXPECT_EQ(opened, needed);
+    EXPECT_EQ(opened, needed + 1);
 }
 
-// The end is not known before it is reached.
-TEST_F(FrameNumbersTest, FramesOfAPipeAreCountedAsTheyCome) {
+TEST_F(FrameNumbersTest, FramesOfAPipeAreThoseOfTheFile) {
     makeClip(clip, transportStream());
     const PipedClip pipe(clip, folder.file("pipe.ts"));
     const ProgramResult result = take(pipe.path, {"--from", "45", "--to", "50"});
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_THAT(result.err, HasSubstr("there is no frame 50: frames run from 0 to 49"));
-    EXPECT_EQ(fileCount(), 5);
-    EXPECT_EQ(pictureNumberIn(frames + "/frame-000049.ppm"), 49);
+    EXPECT_FALSE(fs::exists(frames));
+}
+
+TEST_F(JoinedClipTest, HasAllItsFramesWhenItComesThroughAPipe) {
+    const PipedClip pipe(joined, folder.file("pipe.ts"));
+    ASSERT_EQ(take(pipe.path).exitCode, 0);
+    EXPECT_EQ(fileCount(), 100);
+    EXPECT_EQ(pictureNumberIn(frames + "/frame-000060.ppm"), 10);
 }
 
 TEST_F(FrameNumbersTest, InfoCountsThePicturesOfAPipe) {
@@ -185,20 +206,44 @@ TEST_F(FrameNumbersTest, InfoTakesTheCountFromAnIndexThatKnowsItsClip) {
     EXPECT_THAT(runProgram({"info", clip, "--index", index}).out, HasSubstr("frames        50\n"));
 }
 
-class OnceOnlyTest : public FrameNumbersTest,
-                     public testing::WithParamInterface<std::vector<std::string>> {};
+class PipeTest : public FrameNumbersTest,
+                 public testing::WithParamInterface<std::vector<std::string>> {};
 
-// Before it is opened: nobody need write into it for that.
-TEST_P(OnceOnlyTest, RefusesAPipe) {
-    const std::string pipe = folder.file("pipe.ts");
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+TEST_P(PipeTest, ServesAsAFileDoes) {
+    makeClip(clip, transportStream());
     std::vector<std::string> arguments = GetParam();
-    arguments.insert(arguments.begin() + 1, pipe);
+    for (std::string& word : arguments)
+        word = word == "OUT.png" ? folder.file("out.png")
+               : word == "OUT"   ? folder.file("out")
+                                 : word;
+    arguments.insert(arguments.begin() + 1, clip);
+    const std::string expected = runProgram(arguments).out;
+    const PipedClip pipe(clip, folder.file("pipe.ts"));
+    arguments[1] = pipe.path;
+    const ProgramResult result = runProgram(arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, PipeTest,
+    testing::Values(std::vector<std::string>{"sheet", "-o", "OUT.png"},
+                    std::vector<std::string>{"verify", "--reader"},
+                    std::vector<std::string>{"frames", "-o", "OUT", "--times", "1"},
+                    std::vector<std::string>{"index", "-o", "OUT", "--frames"}));
+
+class OnceOnlyTest : public testing::TestWithParam<std::vector<std::string>> {};
+
+// Before it is opened: there is nobody at the other end.
+TEST_P(OnceOnlyTest, RefusesALiveSource) {
+    const std::string url = "tcp://127.0.0.1:9";
+    std::vector<std::string> arguments = GetParam();
+    arguments.insert(arguments.begin() + 1, url);
     const ProgramResult result = runProgram(arguments);
     EXPECT_EQ(result.exitCode, 3);
-    EXPECT_EQ(result.err, "tarn-videoio: " + pipe +
+    EXPECT_EQ(result.err, "tarn-videoio: " + url +
                               ": this needs a clip that can be read more than once, such as a "
-                              "file\n");
+                              "file or a pipe\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, OnceOnlyTest,

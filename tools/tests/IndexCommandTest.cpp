@@ -105,6 +105,29 @@ TEST_F(IndexCommandTest, WritesBehindALink) {
     EXPECT_EQ(numbersIn(folder.file("elsewhere/old")).size(), 26);
 }
 
+TEST_F(IndexCommandTest, PointsToTheOtherIndexWhereFramesHaveNoTime) {
+    ClipPlan plan;
+    plan.format = "h264";
+    const std::string raw = folder.file("clip.h264");
+    makeClip(raw, plan);
+    const ProgramResult result = runProgram({"index", raw, "-o", index});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + raw +
+                  ": no index can be stored: frames have no time, or times do not rise; "
+                  "index --frames stores one of any clip\n");
+    EXPECT_EQ(runProgram({"index", raw, "-o", index, "--frames"}).exitCode, 0);
+    EXPECT_THAT(runProgram({"verify", raw}).err, testing::HasSubstr("verify --reader checks"));
+}
+
+TEST_F(IndexCommandTest, OfFramesIsNotForBareSeeking) {
+    ASSERT_EQ(runProgram({"index", clip, "-o", index, "--frames"}).exitCode, 0);
+    const ProgramResult result = runProgram({"verify", clip, "--index", index});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + index + ": an index of index --frames is for verify --reader\n");
+}
+
 TEST_F(IndexCommandTest, RefusesAClipInWhichFramesShareATime) {
     ClipPlan plan;
     plan.encoder = "mjpeg";

@@ -1,7 +1,9 @@
 #include "ProgramRun.h"
 #include "support/ByteEdits.h"
 #include "support/ClipMaker.h"
+#include "support/MediaFolder.h"
 #include "support/Oracle.h"
+#include "support/SoundMaker.h"
 #include "support/TemporaryFolder.h"
 
 #include <algorithm>
@@ -194,12 +196,106 @@ TEST_F(TranscodeCommandTest, SoundAndPictureStayTogether) {
     }
 }
 
+TEST_F(TranscodeCommandTest, TheNameDecidesTheContainer) {
+    make({});
+    const std::vector<std::pair<std::string, std::string>> containers = {
+        {"a.mp4", "mov,mp4,m4a"}, {"a.mkv", "matroska"}, {"a.webm", "matroska"}};
+    for (const auto& [name, container] : containers) {
+        out = folder.file(name);
+        const ProgramResult result = transcode();
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_THAT(runProgram({"info", out}).out, HasSubstr("container     " + container)) << name;
+        EXPECT_EQ(oracleFrames(out).size(), 25U);
+    }
+    EXPECT_THAT(runProgram({"info", out}).out, HasSubstr("video, vp9"));
+}
+
+TEST_F(TranscodeCommandTest, RefusesANameThatIsNotThatOfAClipBeforeItReads) {
+    clip = folder.file("absent.mp4");
+    out = folder.file("out.xyz");
+    const ProgramResult result = transcode();
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, "tarn-videoio: " + out +
+                              ": a clip is called .mp4, .m4v, .mov, .mkv or .webm at the end; see "
+                              "tarn-videoio transcode --help\n");
+}
+
+TEST_F(TranscodeCommandTest, ALosslessCodecGivesEveryPictureBack) {
+    for (const char* format : {"yuv420p", "yuv422p", "yuv444p10le"}) {
+        ClipPlan plan;
+        plan.encoder = "ffv1";
+        plan.format = "matroska";
+        plan.maxBFrames = 0;
+        plan.pixelFormat = format;
+        make(plan, "clip.mkv");
+        out = folder.file("out.mkv");
+        ASSERT_EQ(transcode({"--codec", "ffv1"}).exitCode, 0);
+        EXPECT_THAT(runProgram({"info", out}).out,
+                    HasSubstr("pixel format  " + std::string(format) + "\n"));
+        const auto original = oracleFrames(clip);
+        const auto written = oracleFrames(out);
+        ASSERT_EQ(written.size(), original.size());
+        for (size_t i = 0; i < original.size(); ++i)
+            EXPECT_EQ(written[i].hash, original[i].hash) << format << i;
+    }
+}
+
+TEST_F(TranscodeCommandTest, ARateRepeatsAndLeavesOutPictures) {
+    make({}); // 25 pictures in a second
+    out = folder.file("out.mkv");
+    const auto original = oracleFrames(clip);
+    for (const int rate : {50, 10}) {
+        ASSERT_EQ(transcode({"--rate", std::to_string(rate), "--codec", "ffv1"}).exitCode, 0);
+        const auto written = oracleFrames(out);
+        ASSERT_EQ(written.size(), static_cast<size_t>(rate));
+        for (size_t i = 0; i < written.size(); ++i) {
+            EXPECT_EQ(written[i].time().numerator * rate,
+                      static_cast<int64_t>(i) * written[i].time().denominator);
+            EXPECT_EQ(written[i].hash, original.at(i * 25 / static_cast<size_t>(rate)).hash) << i;
+        }
+    }
+}
+
+TEST_F(TranscodeCommandTest, PicturesAreScaledAndStoredAsAskedFor) {
+    make({});
+    ASSERT_EQ(transcode({"--size", "48x", "--format", "yuv444p"}).exitCode, 0);
+    const std::string info = runProgram({"info", out}).out;
+    EXPECT_THAT(info, HasSubstr("coded size    48 x 32"));
+    EXPECT_THAT(info, HasSubstr("pixel format  yuv444p"));
+}
+
+TEST_F(TranscodeCommandTest, ACutBeginsAndEndsAtTheVerySample) {
+    if (!haveFfmpegProgram())
+        GTEST_SKIP() << "the ffmpeg program is not installed";
+    clip = folder.file("clip.mkv");
+    run("ffmpeg -v error -f lavfi -i testsrc2=s=64x64:r=25:d=4 -f lavfi -i "
+        "\"aevalsrc=sin(n*n/7e4):s=48000:d=4\" -c:v ffv1 -c:a pcm_s16le -y " +
+        clip);
+    out = folder.file("out.mkv");
+    ASSERT_EQ(transcode({"--from", "25", "--to", "49", "--audio-codec", "flac"}).exitCode, 0);
+    const OracleSound whole = oracleSound(clip);
+    const OracleSound cut = oracleSound(out);
+    EXPECT_EQ(cut.samples,
+              std::vector<float>(whole.samples.begin() + 48000, whole.samples.begin() + 96000));
+}
+
+TEST_F(TranscodeCommandTest, LosesNothingOfARealClipWhoseSoundHasNoTimes) {
+    const auto file = mediaFile("video/bear_mpeg4asp_mp3.avi");
+    if (!file)
+        GTEST_SKIP() << mediaMissingMessage();
+    clip = *file;
+    out = folder.file("out.mkv");
+    ASSERT_EQ(transcode({"--audio-codec", "pcm_f32le"}).exitCode, 0);
+    EXPECT_EQ(oracleSound(out).samples, oracleSound(clip).samples);
+}
+
 TEST_F(TranscodeCommandTest, RefusesARangeTheWrongWayRoundAndAFrameThatIsNotThere) {
     make({});
     EXPECT_EQ(transcode({"--from", "5", "--to", "4"}).exitCode, 2);
     const ProgramResult result = transcode({"--from", "25"});
     EXPECT_EQ(result.exitCode, 3);
-    EXPECT_EQ(result.err, "tarn-videoio: " + clip + ": there is no frame 25\n");
+    EXPECT_EQ(result.err,
+              "tarn-videoio: " + clip + ": there is no frame 25: frames run from 0 to 24\n");
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 
