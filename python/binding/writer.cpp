@@ -62,6 +62,7 @@ ClipWriterOptions optionsOf(const py::dict& given) {
     take(given, "audio_bit_rate", options.audioBitRate);
     take(given, "overwrite", options.overwrite);
     take(given, "faststart", options.faststart);
+    take(given, "fragmented", options.fragmented);
     std::string word;
     take(given, "colours", word);
     options.colours = coloursOf(word);

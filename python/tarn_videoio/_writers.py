@@ -151,9 +151,8 @@ class VideoWriter(_Writer):
             "faststart": _checks.flag(faststart, "faststart"),
             "overwrite": _checks.flag(overwrite, "overwrite"),
             "origin": _checks.word(origin, "origin", ("given", "first")),
+            "fragmented": _checks.flag(fragmented, "fragmented"),
         }
-        if _checks.flag(fragmented, "fragmented"):
-            raise NotImplementedError("clips in fragments cannot be written yet")
         self._open(path, (".mp4", ".mov", ".mkv"), given)
 
     def __enter__(self) -> "VideoWriter":

@@ -323,6 +323,39 @@ def test_colours_are_tagged(tmp_path, colours, height, expected):
     assert np.abs(tv.VideoReader(path)[0].astype(int) - (32, 192, 64)).max() <= 3
 
 
+DYING = """
+import os, sys
+import numpy as np
+import tarn_videoio as tv
+w = tv.VideoWriter(sys.argv[1], rate=25, fragmented=True, preset="ultrafast", options={"tune": "zerolatency"})
+for n in range(150):
+    w.write(np.full((48, 64, 3), n, np.uint8))
+os._exit(0)
+"""
+
+
+def test_fragments_begin_at_least_every_second_with_a_key_picture(tmp_path, pictures):
+    path = tmp_path / "clip.mp4"
+    with tv.VideoWriter(path, rate=25, fragmented=True) as w:
+        for _ in range(3):
+            w.write(pictures)
+    assert path.read_bytes().count(b"moof") >= 4  # 120 pictures are 4.8 s
+    flags = [line.split(",")[1] for line in sorted(
+        ffprobe(path, "packet=pts,flags"), key=lambda line: int(line.split(",")[0]))]
+    keys = [place for place, flag in enumerate(flags) if "K" in flag]
+    assert keys[0] == 0 and max(np.diff(keys + [len(flags)])) <= 25
+    assert times_of(path) == [Fraction(n, 25) for n in range(120)]
+
+
+def test_what_a_process_that_dies_leaves_in_fragments_plays(tmp_path):
+    path = tmp_path / "clip.mp4"
+    subprocess.run([sys.executable, "-c", DYING, str(path)], check=True)
+    luma = np.frombuffer(ffmpeg("-i", path, "-f", "rawvideo", "-pix_fmt", "gray", "-"),
+                         np.uint8).reshape(-1, 48, 64)
+    assert len(luma) >= 75  # of 6 s, all but what was under way
+    assert np.abs(luma[:, 5, 5].astype(int) - np.arange(len(luma))).max() <= 3
+
+
 # Sound
 
 def tone(count, channels=1, rate=48000):
