@@ -84,6 +84,7 @@ class AudioReader:
 
     @property
     def channels(self) -> int:
+        """How many channels there are: the columns of what is read."""
         len(self)
         return self._channels
 
