@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import operator
+from fractions import Fraction
 from typing import Any, Dict, Mapping, Optional, Sequence
 
 import numpy as np
@@ -10,8 +11,8 @@ import numpy as np
 LARGEST: int = 2**31 - 1
 
 
-def integer(value: Any, name: str, least: int = 0, most: int = LARGEST) -> int:
-    """A whole number; True and False are none."""
+def integer(value: Any, name: str, least: int = 0, most: Optional[int] = LARGEST) -> int:
+    """A whole number; True and False are none. It may be as large as it likes with `most` None."""
     if isinstance(value, (bool, np.bool_)):
         raise TypeError(f"{name} has to be a whole number, not {value!r}")
     try:
@@ -19,8 +20,9 @@ def integer(value: Any, name: str, least: int = 0, most: int = LARGEST) -> int:
     except TypeError:
         raise TypeError(
             f"{name} has to be a whole number, not {type(value).__name__}") from None
-    if not least <= number <= most:
-        raise ValueError(f"{name} has to be {least} to {most}, not {number}")
+    if number < least or (most is not None and number > most):
+        wanted = f"{least} or more" if most is None else f"{least} to {most}"
+        raise ValueError(f"{name} has to be {wanted}, not {number}")
     return number
 
 
@@ -72,7 +74,7 @@ def texts(value: Any, name: str) -> Dict[str, str]:
 def number(value: Any, name: str) -> float:
     """A finite number."""
     if isinstance(value, (bool, np.bool_)) or not isinstance(
-            value, (int, float, np.integer, np.floating)):
+            value, (int, float, Fraction, np.integer, np.floating)):
         raise TypeError(f"{name} has to be a number, not {type(value).__name__}")
     try:
         found = float(value)

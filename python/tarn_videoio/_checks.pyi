@@ -1,11 +1,12 @@
 # Made of _checks.py by python/make-stubs; what is changed there is changed here by running it.
 from __future__ import annotations
 import operator
+from fractions import Fraction
 from typing import Any, Dict, Mapping, Optional, Sequence
 import numpy as np
 LARGEST: int
 
-def integer(value: Any, name: str, least: int=0, most: int=LARGEST) -> int:
+def integer(value: Any, name: str, least: int=0, most: Optional[int]=LARGEST) -> int:
     ...
 
 def optional_integer(value: Any, name: str, least: int=0, most: int=LARGEST) -> Optional[int]:

@@ -95,7 +95,13 @@ def name_of_file(file: Any) -> str:
     name = getattr(file, "name", None)
     if isinstance(name, bytes):
         return os.fsdecode(name)
-    return name if isinstance(name, str) else f"<{type(file).__name__}>"
+    if not isinstance(name, str):
+        return f"<{type(file).__name__}>"
+    try:
+        os.fsencode(name)
+    except UnicodeEncodeError:  # half a surrogate pair, which no file of the system has
+        return name.encode("utf-8", "backslashreplace").decode()
+    return name
 
 
 def local_path(source: Any) -> str:

@@ -259,7 +259,9 @@ class VideoReader:
         there are as many as there are such places.
         """
         frames = len(self)
-        most = max(frames, 1) if count is None else _checks.integer(count, "count", 1)
+        most = max(frames, 1)
+        if count is not None:
+            most = min(most, _checks.integer(count, "count", 1, None))
         return self._call(self._native.partitions, most)
 
     def digest(self, first: int = 0, stop: Optional[int] = None) -> bytes:

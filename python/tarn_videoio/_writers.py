@@ -27,6 +27,9 @@ if TYPE_CHECKING:
 Path = Union[str, "os.PathLike[str]"]
 Times = Union[_times.Time, Sequence[_times.Time]]
 
+# SVT-AV1 writes to standard error, unless this says otherwise when it is opened.
+os.environ.setdefault("SVT_LOG", "-2")
+
 _FINEST = 2**31 - 1  # ticks a second in MP4 and MOV
 _MOST_SAMPLES_A_SECOND = 10**7
 _MOST_CHANNELS = 255

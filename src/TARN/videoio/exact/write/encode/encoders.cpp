@@ -71,6 +71,18 @@ private:
     const std::string& clip;
 };
 
+// x265 writes to standard error, past FFmpeg's log. What the caller says of it comes later and
+// wins.
+void silence(const Settings& settings, const std::map<std::string, std::string>& options) {
+    const std::string key = "x265-params";
+    if (!settings.knows(key))
+        return;
+    const auto given = options.find(key);
+    settings.set(key, "log-level=none" + (given == options.end() || given->second.empty()
+                                              ? std::string()
+                                              : ":" + given->second));
+}
+
 CodecContextHandle makeContext(const AVCodec& codec, const std::string& path) {
     CodecContextHandle context(avcodec_alloc_context3(&codec));
     checkResult(context ? 0 : AVERROR(ENOMEM), {"encoders", 10}, path);
@@ -126,9 +138,25 @@ void setQuality(AVCodecContext& context, const Settings& settings, const ClipWri
     }
 }
 
+// x264 takes numbers, too. It writes to standard error when it does not know a name.
+void requirePresetOfX264(const std::string& preset, const std::string& path) {
+    constexpr std::array<const char*, 10> names = {"ultrafast", "superfast", "veryfast", "faster",
+                                                   "fast",      "medium",    "slow",     "slower",
+                                                   "veryslow",  "placebo"};
+    std::string all;
+    for (std::size_t number = 0; number < names.size(); ++number) {
+        if (preset == names[number] || preset == std::to_string(number))
+            return;
+        all += std::string(number == 0 ? "" : ", ") + names[number];
+    }
+    refuse(path, "there is no preset \"" + preset + "\" of x264; it has " + all);
+}
+
 void setPreset(const Settings& settings, const std::string& preset, const std::string& path) {
     if (preset.empty())
         return;
+    if (settings.encoder().rfind("libx264", 0) == 0)
+        requirePresetOfX264(preset, path);
     if (settings.knows("preset"))
         settings.set("preset", preset);
     else if (settings.knows("cpu-used"))
@@ -171,6 +199,7 @@ CodecContextHandle makePictureContext(const AVCodec& codec, const ClipWriterOpti
     setQuality(*context, settings, options, path);
     for (const auto& [key, value] : options.options)
         settings.set(key, value);
+    silence(settings, options.options);
     return context;
 }
 
