@@ -131,6 +131,7 @@ class VideoWriter(_Writer):
         self._grid = self._step if time_base is None else _times.positive(time_base, "time_base")
         self._scale = 1
         self._last: Optional[Fraction] = None
+        self._end: Optional[Fraction] = None  # of the last picture, where it came with a duration
         given: Dict[str, Any] = {
             "rate": None if self._step is None else _times.pair(1 / self._step, "rate"),
             "time_base": None if time_base is None else _times.pair(
@@ -166,23 +167,27 @@ class VideoWriter(_Writer):
               duration: Optional[_times.Time] = None) -> None:
         """Writes a picture, or a batch of them with one axis more in front.
 
-        Without a time it is shown 1/rate after the one before. `time` is in seconds; of a batch it
-        is a list of one for each picture, or that of the first, which the others follow at the
-        rate. `duration` is for how long the last picture of the clip is shown. What is refused, for
+        Without a time it is shown at the end of the one before, where that has a duration, and else
+        1/rate after it. `time` is in seconds; of a batch it is a list of one for each picture, or
+        that of the first, which the others follow at the rate. `duration` is for how long a picture
+        is shown if no other follows, or one without a time. What is refused, for
         a wrong shape or time (ValueError) or type (TypeError), changes nothing.
         """
         native = self._opened()
         batch, height, width = batch_of(picture, self._format)
-        if duration is not None and time is None:
-            raise ValueError("a duration needs a time")
+        length = None if duration is None else _times.positive(duration, "duration")
+        lasts = None if length is None else _times.pair(length, "duration")
+        if time is None and length is not None:
+            begin = self._next()
+            time = [begin + place * length for place in range(len(batch))]
+        if time is None and self._step is None and len(batch) > 1:
+            raise ValueError(f"{self._name}: {len(batch)} pictures without times need a rate")
         times = None if time is None else self._times_of(time, len(batch))
-        lasts = None if duration is None else _times.pair(_times.positive(duration, "duration"),
-                                                          "duration")
         if not len(batch):
             return
         pairs = None if times is None else [_times.pair(one) for one in times]
         self._call(native.write_pictures, self._format, batch, height, width, pairs, lasts)
-        self._note(times, len(batch))
+        self._note(times, len(batch), length)
 
     def write_audio(self, samples: "_Samples", *, time: Optional[_times.Time] = None) -> None:
         """Writes sound behind what came before: float32 (n,) or (n, channels), 1.0 full scale.
@@ -225,12 +230,25 @@ class VideoWriter(_Writer):
         if self._grid is None and scale > _FINEST and not self._name.lower().endswith(".mkv"):
             raise ValueError(f"{self._name}: no tick that a track can have holds these times")
 
-    def _note(self, times: Optional[List[Fraction]], count: int) -> None:
+    def _next(self) -> Fraction:
+        """When a picture without a time is shown."""
+        if self._end is not None:
+            return self._end
+        if self._last is None:
+            return Fraction(0)
+        if self._step is None:
+            raise ValueError(f"{self._name}: a picture without a time needs a rate, or a duration "
+                             "of the one before")
+        return self._last + self._step
+
+    def _note(self, times: Optional[List[Fraction]], count: int,
+              length: Optional[Fraction]) -> None:
         if times is None:
-            step = self._step or Fraction(0)
-            self._last = (count - 1) * step if self._last is None else self._last + count * step
+            self._last = self._next() + (count - 1) * (self._step or Fraction(0))
+            self._end = None
             return
         self._last = times[-1]
+        self._end = None if length is None else self._last + length
         for time in times:
             self._scale = self._scale * time.denominator // gcd(self._scale, time.denominator)
 

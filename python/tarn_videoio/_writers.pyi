@@ -75,7 +75,10 @@ class VideoWriter(_Writer):
     def _check_grid(self, times: List[Fraction]) -> None:
         ...
 
-    def _note(self, times: Optional[List[Fraction]], count: int) -> None:
+    def _next(self) -> Fraction:
+        ...
+
+    def _note(self, times: Optional[List[Fraction]], count: int, length: Optional[Fraction]) -> None:
         ...
 
 class AudioWriter(_Writer):

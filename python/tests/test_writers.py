@@ -607,3 +607,24 @@ def test_no_references_are_left(tmp_path, pictures):
     for _ in range(5):
         use()
     assert [sys.getrefcount(one) for one in held] == before
+
+
+def test_pictures_may_have_durations_alone(tmp_path):
+    picture = np.zeros((48, 64, 3), np.uint8)
+    path = tmp_path / "lasting.mp4"
+    with tv.VideoWriter(path) as w:
+        with pytest.raises(ValueError):
+            w.write(picture)
+        w.write(picture, duration=Fraction(1, 10))
+        w.write(picture, duration=Fraction(1, 4))
+        w.write(picture)
+        for more in ({}, {"duration": 1}):
+            with pytest.raises(ValueError):
+                w.write(picture, **more)
+        with pytest.raises(ValueError):
+            w.write(np.stack([picture] * 2))
+        w.write(picture, time=1, duration=Fraction(1, 3))
+        w.write(np.stack([picture] * 2), duration=Fraction(1, 6))
+    v = tv.VideoReader(path)
+    assert [v.time(number) for number in range(len(v))] == [
+        0, Fraction(1, 10), Fraction(7, 20), 1, Fraction(4, 3), Fraction(3, 2)]

@@ -2,6 +2,7 @@
 #include "ReadBack.h"
 
 #include <TARN/videoio/ClipWriter.h>
+#include <TARN/videoio/FrameReader.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -174,6 +175,25 @@ TEST_F(ClipWriterTest, SoundOfEveryCodecLeavesThePicturesOfMatroskaWhereTheyAre)
                     0.5, 0.0006)
             << codec;
     }
+}
+
+// Each begins where the one before ends; the first one at 0.
+TEST_F(ClipWriterTest, PicturesMayHaveADurationAloneWithoutARate) {
+    ClipWriter clip(file("clip.mp4"));
+    EXPECT_THROW(clip.writePicture(rgbPicture(0)), ClipRefusal);
+    clip.writePicture(rgbPicture(0), std::nullopt, Fraction(1, 10));
+    clip.writePicture(rgbPicture(1), std::nullopt, Fraction(1, 4));
+    clip.writePicture(rgbPicture(2), Fraction(1, 2));
+    EXPECT_THROW(clip.writePicture(rgbPicture(3)), ClipRefusal);
+    EXPECT_THROW(clip.writePicture(rgbPicture(3), std::nullopt, Fraction(1)), ClipRefusal);
+    clip.writePicture(rgbPicture(3), Fraction(1), Fraction(1, 3));
+    clip.finish();
+    const FrameReader reader{Source(file("clip.mp4"))};
+    ASSERT_EQ(reader.frameCount(), 4);
+    EXPECT_EQ(reader.frameTime(1), Fraction(1, 10));
+    EXPECT_EQ(reader.frameTime(2), Fraction(1, 2));
+    EXPECT_EQ(reader.frameTime(3), Fraction(1));
+    EXPECT_EQ(durationIn(file("clip.mp4")), Fraction(4, 3));
 }
 
 } // namespace

@@ -84,10 +84,15 @@ public:
                       std::optional<Time> duration = std::nullopt);
     void writePicture(const Image& picture, Time time, std::optional<Time> duration = std::nullopt);
 
-    /// Adds a picture 1 / rate after the one before; the first one at 0.
-    /// @throws as above; ClipRefusal without a rate
+    /// Adds a picture at the end of the one before, where that has a duration, and else 1 / rate
+    /// after it; the first one at 0.
+    /// @throws as above; ClipRefusal without a rate where the picture before has no duration
     void writePicture(const ConstImageView& picture);
     void writePicture(const Image& picture);
+
+    /// The same, with how long it lasts, in seconds.
+    void writePicture(const ConstImageView& picture, std::nullopt_t, Time duration);
+    void writePicture(const Image& picture, std::nullopt_t, Time duration);
 
     /// Adds sound after what came before, 1.0 being full scale.
     /// @param samples   `count` times `channels` values, those of one time side by side

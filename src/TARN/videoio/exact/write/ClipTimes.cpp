@@ -223,7 +223,8 @@ Fraction ClipTimes::next() const {
         return 0;
     const Fraction step = rules.step.value_or(Fraction(0));
     const Fraction zero = origin.value_or(Fraction(0));
-    return sum(sum(times.back(), step).value_or(times.back()), zero).value_or(times.back());
+    const Fraction end = lastEndIsGiven ? lastEnd : sum(times.back(), step).value_or(times.back());
+    return sum(end, zero).value_or(times.back());
 }
 
 int64_t ClipTimes::scale() const {

@@ -69,6 +69,9 @@ public:
     /// Time for the next picture, `rate` being known.
     [[nodiscard]] Fraction next() const;
 
+    /// Whether the last picture came with a duration.
+    [[nodiscard]] bool lastHasDuration() const noexcept { return lastEndIsGiven; }
+
     /// What the caller's times count from; nothing until it is known.
     [[nodiscard]] std::optional<Fraction> zero() const noexcept { return origin; }
 

@@ -213,8 +213,9 @@ void ClipWriter::Core::writePicture(const ConstImageView& picture, std::optional
     if (plan.codec == nullptr)
         refuse(name, std::string(plan.container->extension) + " is for sound alone");
     requireView(picture, name);
-    if (!time && !options.rate)
-        refuse(name, "a picture without a time needs a rate");
+    const bool follows = times.count() == 0 ? duration.has_value() : times.lastHasDuration();
+    if (!time && !options.rate && !follows)
+        refuse(name, "a picture without a time needs a rate, or a duration of the one before");
     const auto candidate = times.check(time.value_or(times.next()), duration, name);
     if (times.count() == 0)
         requireBeginnings(candidate.time, soundBegin, true);
@@ -370,6 +371,14 @@ void ClipWriter::writePicture(const ConstImageView& picture) {
 
 void ClipWriter::writePicture(const Image& picture) {
     core->writePicture(picture.view(), std::nullopt, std::nullopt);
+}
+
+void ClipWriter::writePicture(const ConstImageView& picture, std::nullopt_t, Time duration) {
+    core->writePicture(picture, std::nullopt, duration);
+}
+
+void ClipWriter::writePicture(const Image& picture, std::nullopt_t, Time duration) {
+    core->writePicture(picture.view(), std::nullopt, duration);
 }
 
 void ClipWriter::writeSamples(const float* samples, std::size_t count, int channels,
