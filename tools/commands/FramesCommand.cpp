@@ -58,9 +58,10 @@ void checkFormats(const FramesOptions& options) {
     if (options.intoClip())
         return;
     if (!options.encoding.areUsual())
-        throw Failure(ExitCode::Usage, options.output,
-                      "--codec, --preset, --crf, --bitrate and --rate are for a clip, which is "
-                      "called .mp4, .m4v, .mov, .mkv or .webm at the end");
+        throw Failure(
+            ExitCode::Usage, options.output,
+            "--codec, --preset, --crf, --bitrate, --rate and --fragmented are for a clip, which is "
+            "called .mp4, .m4v, .mov, .mkv or .webm at the end");
     const auto names = imageFormatNames();
     if (!options.format.empty() &&
         std::find(names.begin(), names.end(), options.format) == names.end())

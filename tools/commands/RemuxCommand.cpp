@@ -59,7 +59,13 @@ public:
 
     [[nodiscard]] bool isOpen() const { return output != nullptr; }
 
+    /// Whether the waiting packet has a time, later than that of the one before, as MP4 wants it.
+    [[nodiscard]] bool isInOrder() const {
+        return waiting.front()->hasDts() && (!copiedDts || *copiedDts < waiting.front()->getDts());
+    }
+
     void copyOne() {
+        copiedDts = waiting.front()->getDts();
         output->writePacket(*waiting.front());
         waiting.pop_front();
     }
@@ -75,7 +81,8 @@ private:
 
     std::unique_ptr<ffmpeg::OutputStream> output; // its packets refer to the input
     std::deque<std::shared_ptr<ffmpeg::InputPacket>> waiting;
-    std::optional<ffmpeg::Rational> lastDts;
+    std::optional<ffmpeg::Rational> lastDts;   // of what was added
+    std::optional<ffmpeg::Rational> copiedDts; // of what was written
 };
 
 std::vector<int> streamsToCopy(ffmpeg::InputFormatContext& input) {
@@ -165,6 +172,10 @@ private:
             throw Failure(ExitCode::Input, input->getUrl(),
                           "stream " + std::to_string(stream.index) +
                               " begins too far behind the others");
+        if (!stream.isInOrder())
+            throw Failure(ExitCode::Input, input->getUrl(),
+                          "stream " + std::to_string(stream.index) +
+                              " cannot be copied: its packets have no times, or times start over");
         clip.write([&] { stream.copyOne(); });
         ++copied;
         progress.advance();

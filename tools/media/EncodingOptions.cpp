@@ -30,7 +30,8 @@ void setRate(ffmpeg::ClipWriterOptions& clip, const std::string& text) {
 } // namespace
 
 bool EncodingOptions::areUsual() const {
-    return clip.codec.empty() && clip.preset.empty() && !clip.crf && !clip.bitRate && !clip.rate;
+    return clip.codec.empty() && clip.preset.empty() && !clip.crf && !clip.bitRate && !clip.rate &&
+           !clip.fragmented;
 }
 
 ffmpeg::ClipWriterOptions EncodingOptions::forClip(const std::string& path) const {
@@ -72,6 +73,8 @@ void addEncodingOptions(CLI::App& command, EncodingOptions& options) {
             "--rate", [&clip](const std::string& text) { setRate(clip, text); },
             "Pictures per second, as 25 or 30000/1001 [at their own times]")
         ->type_name("R");
+    command.add_flag("--fragmented", clip.fragmented,
+                     "Write the clip while it grows: what is there plays, whatever happens");
 }
 
 } // namespace tio::tool

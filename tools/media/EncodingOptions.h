@@ -18,7 +18,8 @@ struct EncodingOptions {
     [[nodiscard]] ffmpeg::ClipWriterOptions forClip(const std::string& path) const;
 };
 
-/// Adds --codec, --preset, --crf, --bitrate and --rate to a command. `options` must outlive it.
+/// Adds --codec, --preset, --crf, --bitrate, --rate and --fragmented to a command. `options` must
+/// outlive it.
 void addEncodingOptions(CLI::App& command, EncodingOptions& options);
 
 } // namespace tio::tool

@@ -249,8 +249,22 @@ TEST_F(RemuxCommandTest, EndsCleanlyWhenPacketsHaveNoTimes) {
     plan.format = "h264";
     make(plan, "clip.h264");
     const ProgramResult result = remux();
-    EXPECT_EQ(result.exitCode, 4);
-    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + copy + ": "));
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "tarn-videoio: " + clip +
+                              ": stream 0 cannot be copied: its packets have no times, or times "
+                              "start over\n");
+    EXPECT_FALSE(std::filesystem::exists(copy));
+}
+
+TEST_F(RemuxCommandTest, NamesTheClipWhoseTimesStartOver) {
+    makeTransportStream();
+    std::vector<uint8_t> bytes = readBytes(clip);
+    const std::vector<uint8_t> once = bytes;
+    bytes.insert(bytes.end(), once.begin(), once.end());
+    writeBytes(clip, bytes);
+    const ProgramResult result = remux();
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.err, StartsWith("tarn-videoio: " + clip + ": stream "));
     EXPECT_FALSE(std::filesystem::exists(copy));
 }
 
