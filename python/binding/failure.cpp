@@ -32,6 +32,7 @@ void raiseOfFfmpeg(const ffmpeg::Exception& failure) {
     raise(kind, failure.what(), failure.code());
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as pybind11 calls it
 void translate(std::exception_ptr thrown) {
     try {
         if (thrown)
