@@ -104,6 +104,9 @@ class Held:
 def read_array(prepared: Prepared, first: int, stop: int) -> Any:
     ...
 
+def read_samples(recipe: bytes, first: int, stop: int) -> Any:
+    ...
+
 @dataclass(frozen=True)
 class Failure:
     error: BaseException

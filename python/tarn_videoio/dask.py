@@ -6,10 +6,8 @@
     with distributed.Client("tcp://scheduler:8786"):
         counts = tvd.map(count_faces, paths)   # for each path a list, in frame order
 
-Nothing but paths, options and indices travels to workers; each part of a clip is read by one
-thread. Workers have to find a clip under the path or URL that is given. A worker that dies costs
-what it was working on, which others do once more. A file that changes meanwhile ends in an
-exception, never in pictures of both.
+Nothing but paths, options and indices travels to workers; each part is read by one thread. Others
+do what a worker that dies was doing. A file that changes meanwhile ends in an exception.
 """
 
 from __future__ import annotations
@@ -18,6 +16,7 @@ import asyncio
 import concurrent.futures
 import inspect
 import os
+import pickle
 import queue
 from collections import deque
 from contextlib import contextmanager
@@ -35,6 +34,7 @@ from ._calls import Progress, ProgressFunction
 from ._errors import Error
 from ._index import FrameIndex, index_of
 from ._jobs import Job, Task
+from ._sound import AudioReader
 from ._video import FrameBatch, VideoReader
 
 Given = Union[FrameIndex, str, "os.PathLike[str]", None]
@@ -55,7 +55,7 @@ else:
     except ImportError:  # Dask alone has schedulers for one machine
         distributed = None
 
-__all__ = ["frames", "index", "map"]
+__all__ = ["frames", "index", "map", "sounds"]
 
 # Of a future whose task the scheduler does not know any more.
 _CANCELLED = (asyncio.CancelledError, concurrent.futures.CancelledError)
@@ -97,8 +97,32 @@ def frames(source: Any, *, chunk: Optional[int] = None,
     for place, (first, stop) in enumerate(parts):
         layer[(name, place) + zeros] = (_parts.read_array, index_name, first, stop)
     chunks = (tuple(stop - first for first, stop in parts),) + tuple((n,) for n in shape)
+    return _array(name, layer, chunks, kind)
+
+
+def sounds(source: Any, *, chunk: Optional[int] = None, **reader_options: Any) -> Any:
+    """The sound of a clip as a dask.array: float32 (samples, channels).
+
+    `chunk` is how many samples a chunk has, a minute of them unless told. The index is made here;
+    samples are read when they are computed, by workers. `reader_options` are those of AudioReader.
+    """
+    size = _checks.optional_integer(chunk, "chunk", 1)
+    with AudioReader(_parts.clip_of(source, {}, False).content(), **reader_options) as reader:
+        count, channels, size = len(reader), reader.channels, size or 60 * reader.rate
+        recipe = pickle.dumps(reader)  # a path, options and the index
+    mark = dask.base.tokenize(recipe, size)
+    name, held = "tarn-sounds-" + mark, "tarn-index-" + mark
+    layer: Dict[Any, Any] = {held: (_parts.Held(recipe),)}
+    ends = [min(first + size, count) for first in range(0, count, size)] or [0]
+    for place, stop in enumerate(ends):
+        layer[(name, place, 0)] = (_parts.read_samples, held, place * size, stop)
+    chunks = (tuple(stop - place * size for place, stop in enumerate(ends)), (channels,))
+    return _array(name, layer, chunks, np.dtype(np.float32))
+
+
+def _array(name: str, layer: Dict[Any, Any], chunks: Any, kind: "np.dtype[Any]") -> Any:
     graph = dask.highlevelgraph.HighLevelGraph.from_collections(name, layer)
-    return dask.array.Array(graph, name, chunks, meta=np.empty((0,) * (1 + len(shape)), kind))
+    return dask.array.Array(graph, name, chunks, meta=np.empty((0,) * len(chunks), kind))
 
 
 def map(function: Callable[[FrameBatch], Any], sources: Iterable[Any], *,
@@ -169,11 +193,10 @@ def _reader_options(options: Mapping[str, Any]) -> Dict[str, Any]:
     """Options that a reader on a worker takes."""
     known = set(inspect.signature(VideoReader.__init__).parameters) - _NOT_OPTIONS
     for name in options:
-        if name == "threads" and options[name] == 1:
-            continue
         if name == "threads":
-            raise ValueError("threads has to be 1: parts are what is done side by side")
-        if name not in known:
+            if options[name] != 1:
+                raise ValueError("threads has to be 1: parts are what is done side by side")
+        elif name not in known:
             raise TypeError(f"{name} is no option of a reader on workers")
     return {name: value for name, value in options.items() if name != "threads"}
 
@@ -315,14 +338,11 @@ class _OnCluster:
                 self._take(future, task)
                 self._fill()
         finally:
-            left = [future for future, _ in self.running.values()]
-            left += [future for future, _ in self.prepared.values()]
+            left = [one for one, _ in (*self.running.values(), *self.prepared.values())]
             if left and self.client.status == "running":
                 self.client.cancel(left, force=True)
 
     def _fill(self) -> None:
-        if not self.waiting:
-            return
         if self.fills % 16 == 0:  # workers come and go
             self.most = max(8, 4 * _thread_count(self.client))
         self.fills += 1

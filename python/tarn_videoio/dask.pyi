@@ -4,6 +4,7 @@ import asyncio
 import concurrent.futures
 import inspect
 import os
+import pickle
 import queue
 from collections import deque
 from contextlib import contextmanager
@@ -18,13 +19,20 @@ from ._calls import Progress, ProgressFunction
 from ._errors import Error
 from ._index import FrameIndex, index_of
 from ._jobs import Job, Task
+from ._sound import AudioReader
 from ._video import FrameBatch, VideoReader
 Given = Union[FrameIndex, str, 'os.PathLike[str]', None]
 dask: Any
 distributed: Any
-__all__ = ['frames', 'index', 'map']
+__all__ = ['frames', 'index', 'map', 'sounds']
 
 def frames(source: Any, *, chunk: Optional[int]=None, **reader_options: Any) -> Any:
+    ...
+
+def sounds(source: Any, *, chunk: Optional[int]=None, **reader_options: Any) -> Any:
+    ...
+
+def _array(name: str, layer: Dict[Any, Any], chunks: Any, kind: 'np.dtype[Any]') -> Any:
     ...
 
 def map(function: Callable[[FrameBatch], Any], sources: Iterable[Any], *, chunk: Optional[int]=None, checksums: bool=True, index: Union[Given, Sequence[Given]]=None, on_error: str='raise', progress: Optional[ProgressFunction]=None, **reader_options: Any) -> List[Any]:

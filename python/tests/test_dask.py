@@ -84,6 +84,22 @@ def test_arrays_of_one_clip_have_one_name(tmp_path, clip, other_clip):
         tvd.frames(clip, chunk=10, size=(24, 32)))}) == 4
 
 
+def test_sounds_are_the_clip(in_threads, tmp_path):
+    path = tmp_path / "sound.flac"
+    ffmpeg("-f", "lavfi", "-i", "sine=r=8000:d=3", "-f", "lavfi", "-i", "sine=f=70:r=8000:d=3",
+           "-filter_complex", "amerge", path)
+    whole = np.frombuffer(ffmpeg("-i", path, "-f", "f32le", "-"), np.float32).reshape(-1, 2)
+    array = tvd.sounds(path, chunk=7001)
+    assert array.chunks == ((7001, 7001, 7001, 2997), (2,)) and array.dtype == np.float32
+    np.testing.assert_array_equal(array.compute(), whole)
+    np.testing.assert_array_equal(array[6990:14010:3, 1].compute(), whole[6990:14010:3, 1])
+    np.testing.assert_array_equal(tvd.sounds(path).compute(), whole)
+    packed = [len(pickle.dumps(task)) for task in dict(array.__dask_graph__()).values()]
+    assert sum(packed) < whole.nbytes / 2
+    with pytest.raises(TypeError, match="travel"):
+        tvd.sounds(path.read_bytes())
+
+
 # What travels
 
 def test_an_index_travels_once_and_pictures_never(large_clip, noise):
