@@ -22,9 +22,9 @@ int main(int argc, char** argv) try {
                 pixel[0] = static_cast<uint8_t>(4 * n + column); // red
         }
         clip.writePicture(picture);
-        std::vector<float> tone;
+        std::vector<float> tone(samples);
         for (int i = 0; i < samples; ++i)
-            tone.push_back(0.2F * std::sin(0.0576F * static_cast<float>(n * samples + i)));
+            tone[i] = 0.2F * std::sin(0.0576F * static_cast<float>(n * samples + i));
         clip.writeSamples(tone.data(), tone.size(), 1);
     }
     clip.finish(); // completes the file, or throws

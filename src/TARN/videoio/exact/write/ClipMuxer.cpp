@@ -61,7 +61,8 @@ void ClipMuxer::requireDisk(int place) const {
 
 AVStream& ClipMuxer::addStream(AVRational timeBase) {
     AVStream* stream = avformat_new_stream(context, nullptr);
-    require(stream != nullptr ? 0 : AVERROR(ENOMEM), 20);
+    if (stream == nullptr)
+        throwFfmpegFailure(AVERROR(ENOMEM), at(20), &name);
     stream->time_base = timeBase;
     tracks.push_back({timeBase, {}});
     return *stream;
@@ -143,7 +144,8 @@ void ClipMuxer::describe(const ClipWriterOptions& options) {
 void ClipMuxer::addChapters(const ClipWriterOptions& options) {
     for (const ClipChapter& chapter : options.chapters) {
         auto* made = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-        require(made != nullptr ? 0 : AVERROR(ENOMEM), 60);
+        if (made == nullptr)
+            throwFfmpegFailure(AVERROR(ENOMEM), at(60), &name);
         made->id = static_cast<int>(context->nb_chapters) + 1;
         made->time_base = {1, nanoseconds};
         made->start = static_cast<int64_t>(roundedProduct(chapter.begin, nanoseconds));

@@ -123,8 +123,9 @@ void FragmentWriter::begin(bool last) {
     }
     if (sound.encoder != nullptr)
         sound.stream = muxer.addSound(*sound.encoder, options);
-    const int64_t fine = scale > 1 ? scale : std::max(sound.encoder->sample_rate, 1);
-    const Fraction heard(soundBegin, sound.encoder != nullptr ? sound.encoder->sample_rate : 1);
+    const int rate = sound.encoder != nullptr ? sound.encoder->sample_rate : 1;
+    const int64_t fine = scale > 1 ? scale : rate;
+    const Fraction heard(soundBegin, rate);
     constexpr int64_t milliseconds = 1000;
     muxer.begin(
         channel, options,
