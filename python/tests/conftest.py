@@ -34,11 +34,15 @@ def ffprobe(path, entries):
     return [line.rstrip(",") for line in told]
 
 
+# Every picture, whatever its time: FFmpeg before 5.1 has another name for it.
+EVERY_PICTURE = ("-fps_mode" if b"-fps_mode" in ffmpeg("-h", "full") else "-vsync", "passthrough")
+
+
 def raw(path, pixel_format, height, width, channels=None, dtype=np.uint8, *options):
     """All pictures as the ffmpeg program gives them."""
     shape = (-1, height, width) + (() if channels is None else (channels,))
-    return np.frombuffer(ffmpeg("-i", path, *options, "-fps_mode", "passthrough", "-f", "rawvideo",
-                                "-pix_fmt", pixel_format, "-"), dtype).reshape(shape)
+    return np.frombuffer(ffmpeg("-i", path, *options, *EVERY_PICTURE, "-f", "rawvideo", "-pix_fmt",
+                                pixel_format, "-"), dtype).reshape(shape)
 
 
 def make_pictures(count=COUNT, height=HEIGHT, width=WIDTH, seed=1):
@@ -88,8 +92,8 @@ def large_clip(tmp_path_factory, noise):
 def uneven(tmp_path_factory, pictures):
     """The same pictures at the times n * n / 1000 s after 1 s."""
     path = tmp_path_factory.mktemp("clips") / "uneven.mkv"
-    return encode(path, pictures, "1000", ("-vf", "settb=1/1000,setpts=1000+N*N", "-fps_mode",
-                                           "passthrough", "-c:v", "libx264rgb", "-qp", "0", "-g",
+    return encode(path, pictures, "1000", ("-vf", "settb=1/1000,setpts=1000+N*N", *EVERY_PICTURE,
+                                           "-c:v", "libx264rgb", "-qp", "0", "-g",
                                            "10", "-sc_threshold", "0"))
 
 
