@@ -5,7 +5,7 @@ from __future__ import annotations
 import errno
 import os
 from fractions import Fraction
-from typing import Any, NoReturn, Optional, Tuple
+from typing import Any, FrozenSet, NoReturn, Optional, Tuple
 
 
 class Error(Exception):
@@ -39,6 +39,8 @@ _OF_OPENING = frozenset(
     (errno.ENOENT, errno.EACCES, errno.EPERM, errno.EISDIR, errno.ENOTDIR, errno.ELOOP,
      errno.ENAMETOOLONG, errno.EMFILE, errno.ENFILE, errno.EEXIST, errno.EROFS)
 )
+# What can only happen to the file that is written.
+OF_A_FULL_DISK: FrozenSet[int] = frozenset((errno.ENOSPC, errno.EDQUOT, errno.EFBIG))
 # What may happen to a file while it is written.
 _OF_WRITING = _OF_OPENING | {errno.ENOSPC, errno.EDQUOT, errno.EFBIG, errno.EIO, errno.EBADF,
                              errno.EPIPE, errno.ENXIO, errno.ENODEV, errno.ETXTBSY, errno.EBUSY}

@@ -3,7 +3,7 @@ from __future__ import annotations
 import errno
 import os
 from fractions import Fraction
-from typing import Any, NoReturn, Optional, Tuple
+from typing import Any, FrozenSet, NoReturn, Optional, Tuple
 
 class Error(Exception):
 
@@ -21,6 +21,7 @@ class IndexMismatch(Error):
 
 class Cancelled(Error):
     ...
+OF_A_FULL_DISK: FrozenSet[int]
 
 def _system_error(code: int, path: Optional[str], writing: bool) -> Optional[OSError]:
     ...

@@ -129,7 +129,7 @@ class AudioReader:
         len(self)
         time = _times.exact(t)
         try:
-            return self._call(self._native.number_at, *self._pair(time))
+            return self._number_at(time)
         except Error:
             len(self)  # raises when it is closed
             raise ValueError(f"no sample of {self._origin.name} is heard at {time} s") from None
@@ -220,8 +220,15 @@ class AudioReader:
             return 0
         if time >= self.start_time + self.duration:
             return count
-        number = self._call(self._native.number_at, *self._pair(time))
+        number = self._number_at(time)
         return number if self.time(number) == time else number + 1
+
+    def _number_at(self, time: Fraction) -> int:
+        number = self._call(self._native.number_at, *self._pair(time))
+        # A time that was rounded down may have come before the sample that it lies on.
+        if number + 1 < len(self) and self.time(number + 1) <= time:
+            number += 1
+        return number
 
     @staticmethod
     def _pair(time: Fraction) -> Tuple[int, int]:

@@ -97,6 +97,9 @@ class AudioReader:
     def _first_from(self, time: Fraction) -> int:
         ...
 
+    def _number_at(self, time: Fraction) -> int:
+        ...
+
     @staticmethod
     def _pair(time: Fraction) -> Tuple[int, int]:
         ...

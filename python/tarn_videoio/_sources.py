@@ -116,8 +116,9 @@ def local_path(source: Any) -> str:
 
 
 def plain_path(path: str) -> str:
-    """A path that FFmpeg does not take for a URL."""
-    return "./" + path if re.match(r"[^/]*[:,]", path) else path
+    """A path that FFmpeg does not take for a URL, and that stays what it is when the process goes
+    into another folder. Links and ".." are left to the system."""
+    return os.path.join(os.getcwd(), path) if path and not os.path.isabs(path) else path
 
 
 class Settings(NamedTuple):
@@ -161,9 +162,7 @@ class Origin(NamedTuple):
         if self.kind == "file":
             raise TypeError(f"a reader of the file object {self.name} cannot be pickled: "
                             "only one of a path or of bytes can")
-        if self.path is None:
-            return self.content
-        return os.path.abspath(self.path)
+        return self.content
 
     def open(self, how: Settings = Settings()) -> _native.Source:
         content = os.fsencode(self.content) if self.kind == "path" else self.content

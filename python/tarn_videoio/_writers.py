@@ -13,7 +13,7 @@ import numpy as np
 
 from . import _checks, _native, _times
 from ._calls import call
-from ._errors import Error
+from ._errors import OF_A_FULL_DISK, Error
 from ._native import ClipWriter as NativeWriter
 from ._sources import Source, local_path, origin_of, plain_path
 from ._video import FORMATS, picture_type
@@ -295,8 +295,13 @@ def remux(source: Source, path: Path, *, overwrite: bool = True) -> None:
     if origin.path is not None:
         os.stat(origin.path)
     writing = os.path.isdir(name) or (not overwrite and os.path.exists(name))
-    call(name if writing else origin.name, _native.remux, opened, os.fsencode(plain_path(name)),
-         overwrite, path=name if writing or origin.path is None else origin.path, writing=True)
+    try:
+        call(name if writing else origin.name, _native.remux, opened, os.fsencode(plain_path(name)),
+             overwrite, path=name if writing or origin.path is None else origin.path, writing=True)
+    except OSError as error:
+        if error.errno not in OF_A_FULL_DISK:
+            raise
+        raise OSError(error.errno, error.strerror, name) from None
 
 
 def _array_of(value: Any, what: str) -> "NDArray[Any]":

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Callable, Dict, List, Mapping, Optional, 
 import numpy as np
 from . import _checks, _native, _times
 from ._calls import call
-from ._errors import Error
+from ._errors import OF_A_FULL_DISK, Error
 from ._native import ClipWriter as NativeWriter
 from ._sources import Source, local_path, origin_of, plain_path
 from ._video import FORMATS, picture_type

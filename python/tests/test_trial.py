@@ -1,12 +1,15 @@
 """What a user tries who does not trust it."""
 
 import io
+import os
+import shutil
 import subprocess
 import sys
 from fractions import Fraction
 
 import numpy as np
 import pytest
+from conftest import in_child
 
 import tarn_videoio as tv
 
@@ -58,3 +61,63 @@ def test_more_parts_than_frames_may_be_asked_for(clip):
 def test_timeouts_may_be_fractions(clip):
     with tv.VideoReader(clip, open_timeout=Fraction(99, 2), read_timeout=np.float32(30)) as v:
         assert len(v) == 40
+
+
+@pytest.fixture
+def elsewhere(clip, tmp_path, monkeypatch):
+    """A clip in the current folder, and another folder to go to."""
+    here = tmp_path / "here"
+    here.mkdir()
+    shutil.copy(clip, here / "clip.mp4")
+    (tmp_path / "there").mkdir()
+    monkeypatch.chdir(here)
+    return tmp_path / "there"
+
+
+def test_a_relative_path_outlives_a_change_of_folder(elsewhere, pictures, monkeypatch):
+    with tv.VideoReader("clip.mp4") as v:
+        monkeypatch.chdir(elsewhere)
+        assert v.metadata.width == pictures.shape[2]
+        assert np.array_equal(v[39], pictures[39])
+
+        def child():
+            assert np.array_equal(v[20], pictures[20])
+
+        in_child(child)
+
+
+def test_what_is_written_stands_where_it_was_meant_to(elsewhere, pictures, monkeypatch):
+    here = os.getcwd()
+    with tv.VideoWriter("made.mkv", rate=25, codec="ffv1") as w:
+        w.write(pictures[:2])
+        monkeypatch.chdir(elsewhere)
+    assert os.listdir(".") == []
+    assert np.array_equal(tv.VideoReader(os.path.join(here, "made.mkv"))[:], pictures[:2])
+
+
+def test_a_copy_that_cannot_grow_tells_the_name_of_the_copy(tmp_path, large_clip):
+    code = """
+import resource, signal, sys, tarn_videoio as tv
+signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+resource.setrlimit(resource.RLIMIT_FSIZE, (20000, 20000))
+try:
+    tv.remux(sys.argv[1], "copy.mkv")
+except OSError as error:
+    print(error.filename)
+"""
+    done = subprocess.run([sys.executable, "-c", code, large_clip], cwd=tmp_path, check=True,
+                          stdout=subprocess.PIPE)
+    assert done.stdout == b"copy.mkv\n"
+    assert os.listdir(tmp_path) == []
+
+
+def test_floats_between_samples_are_taken_at_their_exact_value(tmp_path):
+    path = tmp_path / "sound.wav"
+    sound = np.random.default_rng(4).random((48000, 1), dtype=np.float32)
+    with tv.AudioWriter(path, 48000) as w:
+        w.write(sound)
+    with tv.AudioReader(path) as a:
+        for time in (place / 48000 for place in range(100)):
+            exact = Fraction(time) * 48000
+            assert a.number_at(time) == exact // 1
+            assert np.array_equal(a.between(time, 1), sound[-(-exact // 1):])
