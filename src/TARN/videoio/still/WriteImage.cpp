@@ -193,7 +193,7 @@ RgbImage packed(const ConstImageView& picture) {
     for (int row = 0; row < picture.height; ++row) {
         const uint8_t* from = picture.planes[0] + row * picture.strides[0];
         for (int col = 0; col < picture.width; ++col, from += channels)
-            image(row, col) = {from[0], from[channels / 3], from[channels / 3 * 2]};
+            image(row, col) = {from[0], from[channels == 3 ? 1 : 0], from[channels == 3 ? 2 : 0]};
     }
     return image;
 }
