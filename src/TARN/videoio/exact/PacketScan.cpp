@@ -19,12 +19,55 @@ constexpr unsigned layerShift = 5;
 // Up to here a packet's number fits the columns of the index, with room for what is added to it.
 constexpr size_t mostPackets = UINT32_MAX - 1024;
 
+/// In ticks; 0 where the container says nothing of it.
 int64_t usualDistance(const AVStream& stream) {
     const AVRational rate =
         stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
     if (rate.num <= 0 || rate.den <= 0 || stream.time_base.num <= 0)
-        return 1;
+        return 0;
     return std::max<int64_t>(1, av_rescale_q(1, av_inv_q(rate), stream.time_base));
+}
+
+/// Where the pictures end, in ticks, if the container says so.
+int64_t statedEnd(const AVFormatContext& format, const AVStream& stream) {
+    if (stream.start_time != AV_NOPTS_VALUE && stream.duration > 0 &&
+        format.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
+        return av_sat_add64(stream.start_time, stream.duration);
+    // Matroska has it as a tag of the track.
+    const AVDictionaryEntry* tag = av_dict_get(stream.metadata, "DURATION", nullptr, 0);
+    int64_t end = 0;
+    if (tag == nullptr || av_parse_time(&end, tag->value, 1) < 0)
+        return AV_NOPTS_VALUE;
+    return av_rescale_q(end, AV_TIME_BASE_Q, stream.time_base);
+}
+
+/// The two latest times of pictures, in ticks.
+struct LatestTimes {
+    int64_t last = AV_NOPTS_VALUE;
+    int64_t before = AV_NOPTS_VALUE;
+
+    /// @returns whether it is the last one now
+    bool add(int64_t pts) {
+        if (pts < last) {
+            before = std::max(before, pts);
+            return false;
+        }
+        if (pts > last)
+            before = last;
+        last = pts;
+        return true;
+    }
+};
+
+/// For how long the last picture is shown where its packet does not say it.
+int64_t lengthOfLast(const AVFormatContext& format, const AVStream& stream,
+                     const LatestTimes& latest) {
+    const int64_t end = statedEnd(format, stream);
+    if (latest.last != AV_NOPTS_VALUE && end != AV_NOPTS_VALUE && end > latest.last)
+        return av_sat_sub64(end, latest.last);
+    if (const int64_t usual = usualDistance(stream); usual > 0)
+        return usual;
+    return latest.before != AV_NOPTS_VALUE ? av_sat_sub64(latest.last, latest.before) : 1;
 }
 
 uint8_t flagsOf(const AVPacket& packet, const PacketFacts& facts) {
@@ -88,7 +131,7 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     const int64_t total = io != nullptr ? std::max<int64_t>(avio_size(io), 0) : 0;
     SeekingIndex seeking;
     const bool seeksByPts = (source.format().iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
-    int64_t latest = AV_NOPTS_VALUE;
+    LatestTimes latest;
     bool palette = false;
     while (source.read()) {
         const AVPacket& packet = source.packet();
@@ -97,16 +140,14 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
                        seeksByPts);
         palette = palette || bringsPalette(packet);
         scan.damaged = scan.damaged || (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
-        if (packet.pts >= latest && !index.hasFlag(index.packetCount() - 1, IndexData::discarded)) {
-            latest = packet.pts;
+        if (!index.hasFlag(index.packetCount() - 1, IndexData::discarded) && latest.add(packet.pts))
             index.lastTicks = packet.duration;
-        }
         progress.tell(IndexProgress::Step::Packets, std::max<int64_t>(packet.pos, 0), total);
     }
     index.maxPtsDtsDifference = seeking.maxPtsDtsDifference;
-    index.frameTicks = usualDistance(source.stream());
+    index.frameTicks = std::max<int64_t>(1, usualDistance(source.stream()));
     if (index.lastTicks <= 0)
-        index.lastTicks = index.frameTicks;
+        index.lastTicks = lengthOfLast(source.format(), source.stream(), latest);
     dropLayers(index.flags, inspector.highestLayer());
     if (palette)
         dropLaterKeys(index);

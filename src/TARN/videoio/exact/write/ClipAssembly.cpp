@@ -75,7 +75,7 @@ void assembleClip(const std::string& path, const std::string& clip, const ClipCo
     int64_t soundBegin = 0;
     if (pictures != nullptr) {
         video.emplace(pictures->spool, muxer.addPictures(pictures->encoder, options, scale));
-        shown.emplace(pictures->times, pictures->order, scale);
+        shown.emplace(pictures->times, pictures->order, scale, !container.isMatroska());
     }
     if (sound != nullptr) {
         soundTicks.den = sound->encoder.sample_rate;

@@ -74,23 +74,17 @@ void ClipTimes::requireGrid(const Fraction& time, const std::string& name) const
     if (!rules.grid)
         return;
     const Fraction& grid = *rules.grid;
-    const Fraction perSecond(grid.denominator, grid.numerator);
-    const Wide step = roundedProduct(time, perSecond.numerator) / perSecond.denominator;
-    Fraction nearest;
-    Wide smallest = -1;
-    for (Wide candidate = step - 1; candidate <= step + 1; ++candidate) {
-        const auto point = makeFraction(candidate * grid.numerator, grid.denominator);
-        const auto far = point ? difference(time, *point) : std::nullopt;
-        if (!far)
-            continue;
-        if (far->numerator == 0)
-            return;
-        const Wide off = roundedProduct(*far < 0 ? -*far : *far, finestScale);
-        if (smallest < 0 || off < smallest) {
-            smallest = off;
-            nearest = *point;
-        }
-    }
+    // time / grid, in full: both have 64 bits.
+    const Wide steps = Wide{time.numerator} * grid.denominator;
+    const Wide whole = Wide{time.denominator} * grid.numerator;
+    Wide step = steps / whole;
+    const Wide rest = steps - step * whole;
+    if (rest == 0)
+        return;
+    const Wide off = rest < 0 ? -rest : rest;
+    if (off >= whole - off)
+        step += rest < 0 ? -1 : 1;
+    const Fraction nearest = makeFraction(step * grid.numerator, grid.denominator).value_or(time);
     refuse(name, time, "it is no multiple of " + toText(grid) + " s", nearest);
 }
 

@@ -5,8 +5,9 @@
 
 namespace tio::ffmpeg::detail {
 
-PictureTrack::PictureTrack(const ClipTimes& clipTimes, const PacketOrder& packets, int64_t ticks)
-    : times(clipTimes), order(packets), scale(ticks) {
+PictureTrack::PictureTrack(const ClipTimes& clipTimes, const PacketOrder& packets, int64_t ticks,
+                           bool counts)
+    : times(clipTimes), order(packets), scale(ticks), countsOn(counts) {
     if (order.delay == 0)
         return;
     shortestGap = findShortestGap();
@@ -48,7 +49,7 @@ void PictureTrack::giveTimes(AVPacket& packet, int64_t index) const {
     packet.pts = shown(number);
     packet.dts = decoded(index);
     packet.duration = shown(number + 1) - packet.pts;
-    if (index == order.count - 1) // all packets together last as long as all pictures
+    if (countsOn && index == order.count - 1) // all packets together last as long as all pictures
         packet.duration = shown(order.count) - shown(0) - (packet.dts - decoded(0));
 }
 

@@ -42,7 +42,8 @@ private:
 /// decoding and showing.
 class PictureTrack {
 public:
-    PictureTrack(const ClipTimes& times, const PacketOrder& order, int64_t scale);
+    /// @param countsOn  whether the muxer counts on: a packet begins where the one before ends
+    PictureTrack(const ClipTimes& times, const PacketOrder& order, int64_t scale, bool countsOn);
 
     /// Gives the packet in place `index` the times of its picture.
     /// @param packet  its pts is the number of the picture
@@ -57,6 +58,7 @@ private:
     const ClipTimes& times;
     const PacketOrder& order;
     int64_t scale;
+    bool countsOn;
     int64_t shortestGap = 0;
     int64_t lead = 0; ///< from the first decoding to the first picture
 };

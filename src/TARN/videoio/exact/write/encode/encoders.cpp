@@ -139,7 +139,8 @@ void setQuality(AVCodecContext& context, const Settings& settings, const ClipWri
 }
 
 // x264 takes numbers, too. It writes to standard error when it does not know a name.
-void requirePresetOfX264(const std::string& preset, const std::string& path) {
+void requirePresetOfX264(const std::string& encoder, const std::string& preset,
+                         const std::string& path) {
     constexpr std::array<const char*, 10> names = {"ultrafast", "superfast", "veryfast", "faster",
                                                    "fast",      "medium",    "slow",     "slower",
                                                    "veryslow",  "placebo"};
@@ -149,14 +150,14 @@ void requirePresetOfX264(const std::string& preset, const std::string& path) {
             return;
         all += std::string(number == 0 ? "" : ", ") + names[number];
     }
-    refuse(path, "there is no preset \"" + preset + "\" of x264; it has " + all);
+    refuse(path, "the encoder " + encoder + " has no preset \"" + preset + "\"; it has " + all);
 }
 
 void setPreset(const Settings& settings, const std::string& preset, const std::string& path) {
     if (preset.empty())
         return;
     if (settings.encoder().rfind("libx264", 0) == 0)
-        requirePresetOfX264(preset, path);
+        requirePresetOfX264(settings.encoder(), preset, path);
     if (settings.knows("preset"))
         settings.set("preset", preset);
     else if (settings.knows("cpu-used"))

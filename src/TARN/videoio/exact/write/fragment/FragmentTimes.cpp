@@ -29,11 +29,14 @@ int64_t FragmentTimes::decoded(int64_t index) const {
     return shown(start) - lead + place * lead / delay;
 }
 
-// The muxer counts on: a packet begins where the one before ends.
 void FragmentTimes::giveTimes(AVPacket& packet, int64_t index, Next next) const {
     const int64_t number = packet.pts;
     packet.pts = shown(number);
     packet.dts = decoded(index);
+    if (!countsOn) {
+        packet.duration = shown(number + 1) - packet.pts;
+        return;
+    }
     int64_t end = 0;
     if (next == Next::Packet)
         end = decoded(index + 1);

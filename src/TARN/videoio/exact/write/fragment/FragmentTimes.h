@@ -12,7 +12,9 @@ namespace tio::ffmpeg::detail {
 class FragmentTimes {
 public:
     /// @param times  of the pictures so far, and of the first one of the next group
-    FragmentTimes(const ClipTimes& clipTimes, int64_t ticks) : times(clipTimes), scale(ticks) {}
+    /// @param counts  whether the muxer counts on: a packet begins where the one before ends
+    FragmentTimes(const ClipTimes& clipTimes, int64_t ticks, bool counts)
+        : times(clipTimes), scale(ticks), countsOn(counts) {}
 
     /// Begins with the first group.
     /// @param delay  packets by which any is decoded ahead of its turn
@@ -40,6 +42,7 @@ private:
 
     const ClipTimes& times;
     int64_t scale;
+    bool countsOn;
     int64_t delay = 0;
     int64_t step = 1;  ///< the shortest between two pictures of the first group
     int64_t start = 0; ///< first picture, and packet, since the last pause

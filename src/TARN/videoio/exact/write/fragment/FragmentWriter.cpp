@@ -118,7 +118,7 @@ void FragmentWriter::begin(bool last) {
         for (std::size_t i = 0; i < pictures.packets.size(); ++i)
             ahead = std::max(ahead, static_cast<int64_t>(i) - pictures.packets[i]->pts);
         const int64_t group = groups.size() > 1 ? groups[1] : pictures.taken;
-        shown.emplace(times, scale);
+        shown.emplace(times, scale, !plan.container->isMatroska());
         shown->begin(ahead, last ? pictures.taken : group);
     }
     if (sound.encoder != nullptr)
