@@ -102,7 +102,7 @@ std::string versionText() {
     return text;
 }
 
-// Prints footers as they are written: newer releases of CLI11 would fill their lines anew.
+// Prints footers as they are written: newer releases of CLI11 would break their lines again.
 class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_help(const CLI::App* app, std::string name,

@@ -10,7 +10,7 @@
 namespace tio::python {
 
 /// A reader of the library that threads of Python take turns with. It can be closed, and is made
-/// anew in a forked process when another thread was in the middle of a call.
+/// again in a forked process when another thread was in the middle of a call.
 template <typename Engine>
 class Shared {
 public:

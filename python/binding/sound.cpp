@@ -84,7 +84,7 @@ public:
     }
 
 private:
-    // Keeps the index, so that it is there when the reader has to be made anew.
+    // Keeps the index, so that it is there when the reader has to be made again.
     std::unique_ptr<SampleReader> open() {
         auto made = std::make_unique<SampleReader>(source, options);
         options.index = made->index();

@@ -37,7 +37,7 @@ Pairs pairsOf(const std::vector<Range>& ranges) {
     return pairs;
 }
 
-/// Thirty packets, all pictures in their order, that begin anew with packets 0, 10 and 20.
+/// Thirty packets, all pictures in their order, that begin again with packets 0, 10 and 20.
 detail::IndexData threeGroups() {
     detail::IndexData index;
     index.timeBase = {1, 25};

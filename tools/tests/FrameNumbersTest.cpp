@@ -100,7 +100,7 @@ protected:
     std::string frames = folder.file("frames");
 };
 
-/// A transport stream joined to itself, whose times begin anew in the middle.
+/// A transport stream joined to itself, whose times begin again in the middle.
 class JoinedClipTest : public FrameNumbersTest {
 protected:
     void SetUp() override {

@@ -176,7 +176,7 @@ void SampleReader::Engine::failReading(int64_t first, int64_t count, const char*
                           "false", at(4));
 }
 
-/// What comes out may show that the samples have to be counted anew, by decoding.
+/// What comes out may show that the samples have to be counted again, by decoding.
 void SampleReader::Engine::read(int64_t first, int64_t number, float* to) {
     requireRange(first, number);
     requireFormat(first + number);

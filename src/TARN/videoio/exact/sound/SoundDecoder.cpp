@@ -9,7 +9,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-/// Damage fails the same way each time, and is passed over. What is missing for want of memory
+/// Damage fails the same way each time, and is passed over. What is missing because memory ran out
 /// would be taken for something that the stream does not have.
 template <typename Call>
 void passOverDamage(Call call) {

@@ -14,7 +14,7 @@ namespace tio::ffmpeg::detail {
 [[nodiscard]] SoundIndexData buildSoundIndex(const Source& source,
                                              const SampleIndexOptions& options);
 
-/// Counts the samples anew by decoding all of them, which gives the checksums as well.
+/// Counts the samples again by decoding all of them, which gives the checksums as well.
 /// @throws as buildSoundIndex()
 void countSamples(const Source& source, SoundIndexData& index, const SampleIndexOptions& options);
 

@@ -32,7 +32,7 @@ public:
     /// @returns false when the packet cannot be found again
     [[nodiscard]] bool enterAt(uint32_t number);
 
-    /// Goes on from the start, with the source opened anew.
+    /// Goes on from the start, with the source opened again.
     void startOver();
 
     /// Goes to the next frame; false when no more come, because the stream is at its end or cannot
