@@ -226,6 +226,8 @@ FrameReader::Picture FrameReader::Engine::goTo(int64_t frame, const std::vector<
         find(frame, wanted);
         ++done.picturesConverted;
     }
+    // The caller may have changed the tag of his own context since; this one is as it was opened.
+    delivery.turnAs(finder->decoder().stream());
     const AVFrame& decoded = finder->decoder().decoded();
     Picture picture;
     picture.number = frame;

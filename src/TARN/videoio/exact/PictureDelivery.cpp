@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <utility>
 
 namespace tio::ffmpeg::detail {
 
@@ -61,8 +62,13 @@ void copyPixels(const ImageView& from, const ImageView& to) {
 PictureDelivery::PictureDelivery(const PictureConverter::Target& wanted)
     : target(wanted), converter(wanted) {}
 
-// Asked once: a tag that cannot be read is logged each time.
+// A tag that cannot be read is logged each time that it is asked for.
 void PictureDelivery::turnAs(const AVStream& stream) {
+    const AVDictionaryEntry* entry = av_dict_get(stream.metadata, "rotate", nullptr, 0);
+    std::string text = entry != nullptr ? entry->value : "";
+    if (tag == text)
+        return;
+    tag = std::move(text);
     constexpr std::array<int, 4> turns = {1, 6, 3, 8};
     quartersOfTag = getStreamRotation(&stream) & 3;
     turning = compat::displayMatrix(stream) != nullptr

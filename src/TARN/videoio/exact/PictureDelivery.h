@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace tio::ffmpeg::detail {
@@ -20,7 +22,7 @@ class PictureDelivery {
 public:
     explicit PictureDelivery(const PictureConverter::Target& target);
 
-    /// Turns pictures from now on as their stream says.
+    /// Turns pictures from now on as their stream says. Costs nothing where its tag is as before.
     void turnAs(const AVStream& stream);
 
     /// Whether an upright picture is as wide as the stored one is high.
@@ -48,6 +50,7 @@ private:
 
     PictureConverter::Target target;
     PictureConverter converter;
+    std::optional<std::string> tag; // by which pictures are turned; empty where there is none
     Turning turning;
     int quartersOfTag = 0;   // clockwise, by which stream decoders turn
     std::vector<Size> sizes; // of the pictures so far
