@@ -38,7 +38,7 @@ CLI::Validator atLeast(int64_t least) {
 namespace {
 
 constexpr const char* description = "Looks into video clips, takes frames out by number, checks "
-                                    "that seeking is exact, and writes MP4 and pictures.";
+                                    "that seeking is exact, and writes clips and pictures.";
 
 constexpr const char* footer = R"(Examples:
   tarn-videoio info clip.mp4
