@@ -12,25 +12,21 @@ do what a worker that dies was doing. A file that changes meanwhile ends in an e
 
 from __future__ import annotations
 
-import asyncio
-import concurrent.futures
 import inspect
 import os
 import pickle
-import queue
-from collections import deque
 from contextlib import contextmanager
 from dataclasses import replace
 from functools import partial
 from hashlib import blake2b
-from typing import (TYPE_CHECKING, Any, Callable, Deque, Dict, Iterable, Iterator, List, Mapping,
-                    Optional, Sequence, Tuple, Union)
-from uuid import uuid4
+from typing import (TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional,
+                    Sequence, Union)
 
 import numpy as np
 
 from . import _checks, _parts
 from ._calls import Progress, ProgressFunction
+from ._cluster import OnCluster, thread_count
 from ._errors import Error
 from ._index import FrameIndex, index_of
 from ._jobs import Job, Task
@@ -50,19 +46,14 @@ else:
 
     try:
         import distributed
-        import distributed.scheduler
         import distributed.worker
     except ImportError:  # Dask alone has schedulers for one machine
         distributed = None
 
 __all__ = ["frames", "index", "map", "sounds"]
 
-# Of a future whose task the scheduler does not know any more.
-_CANCELLED = (asyncio.CancelledError, concurrent.futures.CancelledError)
 # What is no option of a reader on a worker.
 _NOT_OPTIONS = {"self", "source", "threads", "index", "checksums", "progress"}
-_NO_WORKERS = 300  # seconds without any worker until a job fails
-_LOOK = 2  # seconds between looks at whether there are workers
 _ROUND = 2000  # tasks that a scheduler of this machine is given at once
 
 
@@ -258,23 +249,17 @@ def _spread(work: Any, preparing: Any, clips: List[_parts.Clip], on_error: str,
     told = Progress(progress)
     try:
         with _current_client() as client:
-            threads = max(1, _thread_count(client))
+            threads = max(1, thread_count(client))
             job = Job(clips, on_error == "raise", told)
             tasks = job.plan(threads, preparing is not None)
             if client is None:
                 _run_here(replace(work, stops=on_error == "raise"), preparing, job, tasks)
             else:
-                _OnCluster(client, work, preparing, job).run(tasks)
+                OnCluster(client, work, preparing, job).run(tasks)
         told.finish(len(clips), f"{len(clips)} sources", "sources")
         return job.found()
     finally:
         _parts.readers.close()
-
-
-def _thread_count(client: Any) -> int:
-    if client is None:
-        return dask.config.get("num_workers", None) or os.cpu_count() or 1
-    return sum(client.nthreads().values())
 
 
 def _run_here(work: Any, preparing: Any, job: Job, tasks: Sequence[Task]) -> None:
@@ -305,95 +290,3 @@ def _run_here(work: Any, preparing: Any, job: Job, tasks: Sequence[Task]) -> Non
 def _delayed(function: Any, *arguments: Any) -> Any:
     """A task whose arguments Dask does not look into."""
     return dask.delayed(partial(function, *arguments), pure=False, traverse=False)
-
-
-class _OnCluster:
-    """Keeps the workers of a cluster busy, a few tasks for each at a time: so neither the scheduler
-    nor the workers hold more than that, however many clips there are."""
-
-    def __init__(self, client: Any, work: Any, preparing: Any, job: Job) -> None:
-        self.client, self.work, self.preparing, self.job = client, work, preparing, job
-        self.mark = uuid4().hex[:12]
-        self.serial = 0
-        self.waiting: Deque[Task] = deque()
-        self.running: Dict[str, Tuple[Any, Task]] = {}
-        self.prepared: Dict[int, Tuple[Any, int]] = {}  # by clip, with how many tasks need it
-        self.finished: "queue.Queue[Any]" = queue.Queue()
-        self.most = 8  # tasks at a time
-        self.fills = 0
-        self.seconds_alone = 0.0
-
-    def run(self, tasks: Sequence[Task]) -> None:
-        self.waiting.extend(tasks)
-        try:
-            self._fill()
-            while self.running:
-                try:
-                    future = self.finished.get(timeout=_LOOK)
-                except queue.Empty:
-                    self._look()
-                    continue
-                self.seconds_alone = 0
-                _, task = self.running.pop(future.key)
-                self._take(future, task)
-                self._fill()
-        finally:
-            left = [one for one, _ in (*self.running.values(), *self.prepared.values())]
-            if left and self.client.status == "running":
-                self.client.cancel(left, force=True)
-
-    def _fill(self) -> None:
-        if self.fills % 16 == 0:  # workers come and go
-            self.most = max(8, 4 * _thread_count(self.client))
-        self.fills += 1
-        while self.waiting and len(self.running) < self.most:
-            task = self.waiting.popleft()
-            if not all(self.job.has_failed(number) for number in task.clips):
-                self._submit(task)
-
-    def _submit(self, task: Task) -> None:
-        number = task.clips[0]
-        prepared = None
-        if task.of > 1 and task.deaths == 0:
-            if number not in self.prepared:
-                self.prepared[number] = (self._call("prepare", self.preparing,
-                                                    self.job.clips[number]), task.of)
-            prepared = self.prepared[number][0]
-        future = self._call("read", self.work, self.job.clips_of(task, prepared is None),
-                            task.place, task.of, prepared)
-        self.running[future.key] = future, task
-        future.add_done_callback(self.finished.put)
-
-    def _call(self, what: str, function: Any, *arguments: Any) -> Any:
-        self.serial += 1
-        return self.client.submit(function, *arguments, pure=False,
-                                  key=f"tarn-{what}-{self.mark}-{self.serial}")
-
-    def _take(self, future: Any, task: Task) -> None:
-        number = task.clips[0]
-        if task.of > 1 and task.deaths == 0 and number in self.prepared:
-            kept, users = self.prepared.pop(number)
-            if users > 1:
-                self.prepared[number] = kept, users - 1
-        try:
-            pieces = future.result()
-        except (distributed.scheduler.KilledWorker, *_CANCELLED) as error:
-            self._require_cluster()
-            self.waiting.extendleft(self.job.once_more(task, error))
-        except Exception as error:  # what the function gave cannot travel
-            self.job.fail(task, error)
-        else:
-            self.job.take(task, pieces)
-
-    def _require_cluster(self) -> None:
-        if self.client.status != "running":
-            raise Error(f"the cluster is gone; not done are {self.job.names()}")
-
-    def _look(self) -> None:
-        self._require_cluster()
-        if self.client.nthreads():
-            self.seconds_alone = 0
-            return
-        self.seconds_alone += _LOOK
-        if self.seconds_alone >= dask.config.get("tarn-videoio.no-workers-timeout", _NO_WORKERS):
-            raise Error(f"the cluster has no workers any more; not done are {self.job.names()}")

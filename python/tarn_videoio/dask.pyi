@@ -1,21 +1,17 @@
 # Made of dask.py by python/make-stubs; what is changed there is changed here by running it.
 from __future__ import annotations
-import asyncio
-import concurrent.futures
 import inspect
 import os
 import pickle
-import queue
-from collections import deque
 from contextlib import contextmanager
 from dataclasses import replace
 from functools import partial
 from hashlib import blake2b
-from typing import TYPE_CHECKING, Any, Callable, Deque, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
-from uuid import uuid4
+from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Union
 import numpy as np
 from . import _checks, _parts
 from ._calls import Progress, ProgressFunction
+from ._cluster import OnCluster, thread_count
 from ._errors import Error
 from ._index import FrameIndex, index_of
 from ._jobs import Job, Task
@@ -60,37 +56,8 @@ def _current_client() -> Iterator[Any]:
 def _spread(work: Any, preparing: Any, clips: List[_parts.Clip], on_error: str, progress: Optional[ProgressFunction]) -> List[Any]:
     ...
 
-def _thread_count(client: Any) -> int:
-    ...
-
 def _run_here(work: Any, preparing: Any, job: Job, tasks: Sequence[Task]) -> None:
     ...
 
 def _delayed(function: Any, *arguments: Any) -> Any:
     ...
-
-class _OnCluster:
-
-    def __init__(self, client: Any, work: Any, preparing: Any, job: Job) -> None:
-        ...
-
-    def run(self, tasks: Sequence[Task]) -> None:
-        ...
-
-    def _fill(self) -> None:
-        ...
-
-    def _submit(self, task: Task) -> None:
-        ...
-
-    def _call(self, what: str, function: Any, *arguments: Any) -> Any:
-        ...
-
-    def _take(self, future: Any, task: Task) -> None:
-        ...
-
-    def _require_cluster(self) -> None:
-        ...
-
-    def _look(self) -> None:
-        ...

@@ -1,0 +1,42 @@
+# Made of _cluster.py by python/make-stubs; what is changed there is changed here by running it.
+from __future__ import annotations
+import asyncio
+import concurrent.futures
+import os
+import queue
+from collections import deque
+from typing import TYPE_CHECKING, Any, Deque, Dict, Sequence, Tuple
+from uuid import uuid4
+from ._errors import Error
+from ._jobs import Job, Task
+dask: Any
+distributed: Any
+
+def thread_count(client: Any) -> int:
+    ...
+
+class OnCluster:
+
+    def __init__(self, client: Any, work: Any, preparing: Any, job: Job) -> None:
+        ...
+
+    def run(self, tasks: Sequence[Task]) -> None:
+        ...
+
+    def _fill(self) -> None:
+        ...
+
+    def _submit(self, task: Task) -> None:
+        ...
+
+    def _call(self, what: str, function: Any, *arguments: Any) -> Any:
+        ...
+
+    def _take(self, future: Any, task: Task) -> None:
+        ...
+
+    def _require_cluster(self) -> None:
+        ...
+
+    def _look(self) -> None:
+        ...
