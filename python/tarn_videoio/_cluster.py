@@ -1,13 +1,14 @@
-"""The tasks of a job on a cluster of Dask: handed out, taken back, and done by others when workers die."""
+"""The tasks of a job on a cluster of Dask: handed out, taken back, given to others when lost."""
 
 from __future__ import annotations
 
 import asyncio
 import concurrent.futures
+import inspect
 import os
 import queue
 from collections import deque
-from typing import TYPE_CHECKING, Any, Deque, Dict, Sequence, Tuple
+from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Sequence, Tuple
 from uuid import uuid4
 
 from ._errors import Error
@@ -28,7 +29,8 @@ else:
 # Of a future whose task the scheduler does not know any more.
 _CANCELLED = (asyncio.CancelledError, concurrent.futures.CancelledError)
 _NO_WORKERS = 300  # seconds without any worker until a job fails
-_LOOK = 2  # seconds between looks at whether there are workers
+_IDLE = 60  # seconds in which workers leave what they are given, until they are given it once more
+_LOOK = 2  # seconds between looks at what the workers do
 
 
 def thread_count(client: Any) -> int:
@@ -51,7 +53,7 @@ class OnCluster:
         self.finished: "queue.Queue[Any]" = queue.Queue()
         self.most = 8  # tasks at a time
         self.fills = 0
-        self.seconds_alone = 0.0
+        self.seconds_alone = self.seconds_idle = 0.0
 
     def run(self, tasks: Sequence[Task]) -> None:
         self.waiting.extend(tasks)
@@ -63,14 +65,20 @@ class OnCluster:
                 except queue.Empty:
                     self._look()
                     continue
-                self.seconds_alone = 0
-                _, task = self.running.pop(future.key)
-                self._take(future, task)
+                self.seconds_alone = self.seconds_idle = 0
+                if future.key in self.running:  # else it was given to others
+                    _, task = self.running.pop(future.key)
+                    self._take(future, task)
                 self._fill()
         finally:
-            left = [one for one, _ in (*self.running.values(), *self.prepared.values())]
-            if left and self.client.status == "running":
-                self.client.cancel(left, force=True)
+            self._cancel()
+
+    def _cancel(self) -> None:
+        left = [one for one, _ in (*self.running.values(), *self.prepared.values())]
+        self.running.clear()
+        self.prepared.clear()
+        if left and self.client.status == "running":
+            self.client.cancel(left, force=True)
 
     def _fill(self) -> None:
         if self.fills % 16 == 0:  # workers come and go
@@ -96,8 +104,10 @@ class OnCluster:
 
     def _call(self, what: str, function: Any, *arguments: Any) -> Any:
         self.serial += 1
-        return self.client.submit(function, *arguments, pure=False,
-                                  key=f"tarn-{what}-{self.mark}-{self.serial}")
+        # A key of this form makes a group of the task alone. Of a large group Dask holds tasks back
+        # in a queue, and until 2024.6 those wait for ever when what they need dies with its worker.
+        key = f"tarn-{what}-{self.mark}-{self.serial}", 0
+        return self.client.submit(function, *arguments, pure=False, key=str(key))
 
     def _take(self, future: Any, task: Task) -> None:
         number = task.clips[0]
@@ -109,7 +119,8 @@ class OnCluster:
             pieces = future.result()
         except (distributed.scheduler.KilledWorker, *_CANCELLED) as error:
             self._require_cluster()
-            self.waiting.extendleft(self.job.once_more(task, error))
+            self.waiting.extendleft(self.job.once_more(
+                task, f"the workers that read {{}} died, one after another: {error}"))
         except Exception as error:  # what the function gave cannot travel
             self.job.fail(task, error)
         else:
@@ -121,9 +132,41 @@ class OnCluster:
 
     def _look(self) -> None:
         self._require_cluster()
-        if self.client.nthreads():
-            self.seconds_alone = 0
+        if not self.client.nthreads():
+            self.seconds_alone += _LOOK
+            if self.seconds_alone >= _seconds("no-workers-timeout", _NO_WORKERS):
+                raise Error(f"the cluster has no workers any more; not done are {self.job.names()}")
             return
-        self.seconds_alone += _LOOK
-        if self.seconds_alone >= dask.config.get("tarn-videoio.no-workers-timeout", _NO_WORKERS):
-            raise Error(f"the cluster has no workers any more; not done are {self.job.names()}")
+        self.seconds_alone = 0
+        self.seconds_idle = self.seconds_idle + _LOOK if self._is_idle() else 0
+        if self.seconds_idle >= _seconds("idle-timeout", _IDLE):
+            self._give_out_again()
+
+    def _is_idle(self) -> bool:
+        """Whether there are workers that could do something, and none of the cluster does."""
+        asked = self.client.scheduler_info
+        newer = "n_workers" in inspect.signature(asked).parameters  # tells of a few unless asked
+        workers = list((asked(n_workers=-1) if newer else asked())["workers"].values())
+        return any(worker.get("status", "running") == "running" for worker in workers) and all(
+            _executing(worker.get("metrics", {})) == 0 for worker in workers)
+
+    def _give_out_again(self) -> None:
+        """The scheduler takes tasks for running that no worker knows of: a message was lost, or one
+        of them has lost its place. Each is done by itself then, and needs no other one."""
+        lost = [task for _, task in self.running.values()]
+        self._cancel()
+        self.seconds_idle = 0
+        for task in lost:
+            self.waiting.extendleft(self.job.once_more(
+                task, "the workers that are to read {} do nothing, again and again"))
+        self._fill()
+
+
+def _seconds(setting: str, otherwise: float) -> float:
+    return float(dask.config.get("tarn-videoio." + setting, otherwise))
+
+
+def _executing(metrics: Mapping[str, Any]) -> int:
+    """How many tasks a worker is doing, as it said a moment ago; 1 where it does not tell."""
+    counts = metrics.get("task_counts", metrics)
+    return int(counts.get("executing", 0 if counts is not metrics else 1))

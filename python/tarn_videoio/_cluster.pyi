@@ -2,10 +2,11 @@
 from __future__ import annotations
 import asyncio
 import concurrent.futures
+import inspect
 import os
 import queue
 from collections import deque
-from typing import TYPE_CHECKING, Any, Deque, Dict, Sequence, Tuple
+from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Sequence, Tuple
 from uuid import uuid4
 from ._errors import Error
 from ._jobs import Job, Task
@@ -21,6 +22,9 @@ class OnCluster:
         ...
 
     def run(self, tasks: Sequence[Task]) -> None:
+        ...
+
+    def _cancel(self) -> None:
         ...
 
     def _fill(self) -> None:
@@ -40,3 +44,15 @@ class OnCluster:
 
     def _look(self) -> None:
         ...
+
+    def _is_idle(self) -> bool:
+        ...
+
+    def _give_out_again(self) -> None:
+        ...
+
+def _seconds(setting: str, otherwise: float) -> float:
+    ...
+
+def _executing(metrics: Mapping[str, Any]) -> int:
+    ...

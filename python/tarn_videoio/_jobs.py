@@ -111,14 +111,14 @@ class Job:
     def has_failed(self, number: int) -> bool:
         return isinstance(self._found.get(number), BaseException)
 
-    def once_more(self, task: Task, error: BaseException) -> List[Task]:
+    def once_more(self, task: Task, why: str) -> List[Task]:
         """What to do instead of a task that died with its worker: each clip by itself, so that it
-        shows which one it is."""
+        shows which one it is. After a few times it fails; `why` has {} for the clip's name."""
         if task.deaths + 1 < _DEATHS:
             return [replace(task, clips=(number,), deaths=task.deaths + 1)
                     for number in task.clips]
         name = self.clips[task.clips[0]].name
-        self.fail(task, Error(f"the workers that read {name} died, one after another: {error}"))
+        self.fail(task, Error(why.replace("{}", name, 1)))
         return []
 
     def names(self, tasks: Optional[Sequence[Task]] = None) -> str:

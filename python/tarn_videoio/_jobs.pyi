@@ -43,7 +43,7 @@ class Job:
     def has_failed(self, number: int) -> bool:
         ...
 
-    def once_more(self, task: Task, error: BaseException) -> List[Task]:
+    def once_more(self, task: Task, why: str) -> List[Task]:
         ...
 
     def names(self, tasks: Optional[Sequence[Task]]=None) -> str:

@@ -137,7 +137,8 @@ def map(function: Callable[[FrameBatch], Any], sources: Iterable[Any], *,
     `on_error="return"` the others are done, and the exception stands in place of the list of the
     source that failed. Workers may die: their work is done by others; what has killed its workers
     again and again is a failure, and so is a cluster that has had no worker for 300 s
-    (Dask's setting "tarn-videoio.no-workers-timeout").
+    (Dask's setting "tarn-videoio.no-workers-timeout"). When no worker of the cluster does anything
+    for 60 s ("tarn-videoio.idle-timeout") the tasks are handed out once more, at most twice.
 
     `progress("sources", done, total)` may return False or raise to stop.
     """

@@ -1,5 +1,6 @@
 """Clips whose pictures are known, made by the ffmpeg program."""
 
+import faulthandler
 import os
 import signal
 import subprocess
@@ -15,6 +16,13 @@ settings.register_profile("here", database=None, deadline=None)
 settings.load_profile("here")
 
 COUNT, HEIGHT, WIDTH = 40, 48, 64
+
+shown = {"stderr": 2}
+
+
+def pytest_configure():
+    """While tests run, pytest has a file of its own in the place of standard error."""
+    shown["stderr"] = os.dup(2)
 
 
 def ffmpeg(*arguments, stdin=None):
@@ -107,8 +115,14 @@ def yuv_clip(tmp_path_factory, pictures):
 
 @contextmanager
 def within(seconds):
-    """Ends the test program, rather than hang for ever."""
-    timer = threading.Timer(seconds, lambda: (sys.stderr.write("hangs\n"), os._exit(70)))
+    """Ends the test program, rather than hang for ever, and says which test it was and where."""
+    def end():
+        name = os.environ.get("PYTEST_CURRENT_TEST", "a test")
+        os.write(shown["stderr"], f"\n{name} hangs for {seconds} s\n".encode())
+        faulthandler.dump_traceback(shown["stderr"], all_threads=True)
+        os._exit(70)
+
+    timer = threading.Timer(seconds, end)
     timer.daemon = True
     timer.start()
     try:

@@ -3,7 +3,9 @@
 import os
 import signal
 import threading
+import time
 from contextlib import suppress
+from itertools import count
 
 import pytest
 from clusters import (HERE, check, clips, dask, distributed, in_processes, in_threads,  # noqa: F401
@@ -149,6 +151,53 @@ def test_a_worker_that_is_killed(in_processes, tmp_path, clips):
     assert (tmp_path / "died").exists()
     for results, (_, pictures) in zip(found, clips):
         check(results, pictures)
+
+
+def lose(cluster, lost):
+    """What workers say of finished tasks does not arrive, if `lost()`."""
+    def wrapped(send):
+        return lambda message: (None if message["op"] == "task-finished" and lost()
+                                else send(message))
+
+    for worker in cluster.workers.values():
+        worker.batched_send = wrapped(worker.batched_send)
+
+
+def test_tasks_that_the_scheduler_waits_for_in_vain(in_threads, clips):
+    """They are done once more, and those that run already are waited for."""
+    times = count(1)
+    lose(in_threads.cluster, lambda: next(times) in (1, 4))
+
+    def rests(batch):
+        time.sleep(0.5)
+        return told(batch)
+
+    with dask.config.set({"tarn-videoio.idle-timeout": 4}):
+        found = tvd.map(rests, [path for path, _ in clips], chunk=10)
+    assert next(times) > 4
+    for results, (_, pictures) in zip(found, clips):
+        check(results, pictures)
+
+
+def test_workers_that_do_nothing(in_threads, clips):
+    lose(in_threads.cluster, lambda: True)
+    with dask.config.set({"tarn-videoio.idle-timeout": 2}):
+        found = tvd.map(len, [clips[0][0], clips[4][0]], on_error="return")
+    for failure, (path, _) in zip(found, (clips[0], clips[4])):
+        assert type(failure) is tv.Error and path in str(failure) and "nothing" in str(failure)
+
+
+def test_a_task_that_takes_long(in_threads, tmp_path, clip):
+    """Workers that do something are waited for."""
+    def sleeps(batch):
+        with open(tmp_path / "calls", "a") as calls:
+            calls.write("called ")
+        time.sleep(7)
+        return len(batch)
+
+    with dask.config.set({"tarn-videoio.idle-timeout": 2}):
+        assert tvd.map(sleeps, [clip], chunk=40) == [[40]]
+    assert (tmp_path / "calls").read_text() == "called "
 
 
 def test_a_clip_that_kills_workers(in_processes, clips):
