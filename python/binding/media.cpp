@@ -93,6 +93,7 @@ py::list describe(const ffmpeg::Source& source) {
     const std::vector<Metadata> streams = inLibrary([&] {
         const ffmpeg::InputFormatContext input(source);
         std::vector<Metadata> found;
+        found.reserve(static_cast<std::size_t>(input.getStreamCount()));
         for (int stream = 0; stream < input.getStreamCount(); ++stream)
             found.push_back(metadataOf(input, stream));
         return found;

@@ -63,8 +63,8 @@ ffmpeg::FrameReaderOptions optionsOf(const py::dict& settings, std::optional<Fra
 
 class Reader {
 public:
-    Reader(ffmpeg::Source origin, const py::dict& settings, std::optional<FrameIndex> given)
-        : source(std::move(origin)),
+    Reader(const ffmpeg::Source& origin, const py::dict& settings, std::optional<FrameIndex> given)
+        : source(origin),
           options(optionsOf(settings, std::move(given))),
           reader([this] { return open(); },
                  [this](const FrameReader& used) { frames.store(used.frameCount()); }) {}

@@ -41,8 +41,9 @@ ffmpeg::SampleReaderOptions optionsOf(const py::dict& settings, std::optional<Sa
 
 class Sound {
 public:
-    Sound(ffmpeg::Source origin, const py::dict& settings, const std::optional<py::bytes>& index)
-        : source(std::move(origin)),
+    Sound(const ffmpeg::Source& origin, const py::dict& settings,
+          const std::optional<py::bytes>& index)
+        : source(origin),
           options(optionsOf(settings, indexOf(index))),
           reader([this] { return open(); },
                  [this](const SampleReader& used) { samples.store(used.sampleCount()); }) {}
