@@ -8,7 +8,7 @@ import inspect
 import os
 import queue
 from collections import deque
-from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Sequence, Tuple
+from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Optional, Sequence, Tuple
 from uuid import uuid4
 
 from ._errors import Error
@@ -61,14 +61,13 @@ class OnCluster:
             self._fill()
             while self.running:
                 try:
-                    future = self.finished.get(timeout=_LOOK)
+                    key, pieces, error = self.finished.get(timeout=_LOOK)
                 except queue.Empty:
                     self._look()
                     continue
                 self.seconds_alone = self.seconds_idle = 0
-                if future.key in self.running:  # else it was given to others
-                    _, task = self.running.pop(future.key)
-                    self._take(future, task)
+                if key in self.running:  # else it was given to others
+                    self._take(self.running.pop(key)[1], pieces, error)
                 self._fill()
         finally:
             self._cancel()
@@ -100,7 +99,17 @@ class OnCluster:
         future = self._call("read", self.work, self.job.clips_of(task, prepared is None),
                             task.place, task.of, prepared)
         self.running[future.key] = future, task
-        future.add_done_callback(self.finished.put)
+        future.add_done_callback(self._fetch)
+
+    def _fetch(self, future: Any) -> None:
+        """In a thread of the client's: a result that is lost on its way is made once more, and it
+        has to be seen meanwhile whether somebody makes it."""
+        pieces, error = None, None
+        try:
+            pieces = future.result()
+        except (Exception, *_CANCELLED) as found:
+            error = found
+        self.finished.put((future.key, pieces, error))
 
     def _call(self, what: str, function: Any, *arguments: Any) -> Any:
         self.serial += 1
@@ -109,22 +118,20 @@ class OnCluster:
         key = f"tarn-{what}-{self.mark}-{self.serial}", 0
         return self.client.submit(function, *arguments, pure=False, key=str(key))
 
-    def _take(self, future: Any, task: Task) -> None:
+    def _take(self, task: Task, pieces: Any, error: Optional[BaseException]) -> None:
         number = task.clips[0]
         if task.of > 1 and task.deaths == 0 and number in self.prepared:
             kept, users = self.prepared.pop(number)
             if users > 1:
                 self.prepared[number] = kept, users - 1
-        try:
-            pieces = future.result()
-        except (distributed.scheduler.KilledWorker, *_CANCELLED) as error:
+        if error is None:
+            self.job.take(task, pieces)
+        elif isinstance(error, (distributed.scheduler.KilledWorker, *_CANCELLED)):
             self._require_cluster()
             self.waiting.extendleft(self.job.once_more(
                 task, f"the workers that read {{}} died, one after another: {error}"))
-        except Exception as error:  # what the function gave cannot travel
+        else:  # what the function gave cannot travel
             self.job.fail(task, error)
-        else:
-            self.job.take(task, pieces)
 
     def _require_cluster(self) -> None:
         if self.client.status != "running":

@@ -6,7 +6,7 @@ import inspect
 import os
 import queue
 from collections import deque
-from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Sequence, Tuple
+from typing import TYPE_CHECKING, Any, Deque, Dict, Mapping, Optional, Sequence, Tuple
 from uuid import uuid4
 from ._errors import Error
 from ._jobs import Job, Task
@@ -33,10 +33,13 @@ class OnCluster:
     def _submit(self, task: Task) -> None:
         ...
 
+    def _fetch(self, future: Any) -> None:
+        ...
+
     def _call(self, what: str, function: Any, *arguments: Any) -> Any:
         ...
 
-    def _take(self, future: Any, task: Task) -> None:
+    def _take(self, task: Task, pieces: Any, error: Optional[BaseException]) -> None:
         ...
 
     def _require_cluster(self) -> None:
