@@ -5,6 +5,7 @@
 #include <TARN/videoio/Exception.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -106,6 +107,38 @@ TEST_F(ClipWriterTest, ABrokenSinkIsToldWithTheClipsName) {
         }
     }
     EXPECT_THROW(ClipWriter(nullptr, "line.mp4"), ClipRefusal);
+}
+
+TEST_F(ClipWriterTest, ASinkGetsItsClipWhateverLiesInTheFolderForTemporaryFiles) {
+    const std::string folder = file("temporary");
+    const char* const usual = std::getenv("TMPDIR");
+    const std::string before = usual != nullptr ? usual : "/tmp";
+    ASSERT_EQ(::setenv("TMPDIR", folder.c_str(), 1), 0);
+    const auto write = [&] {
+        ClipWriterOptions options;
+        options.rate = 25;
+        const auto sink = std::make_shared<KeepingSink>();
+        ClipWriter writer(sink, "line.mp4", options);
+        for (int i = 0; i < 5; ++i)
+            writer.writePicture(rgbPicture(i));
+        writer.finish();
+        return sink->bytes;
+    };
+    try {
+        write();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const Exception& failure) {
+        EXPECT_THAT(failure.what(), HasSubstr("line.mp4"));
+    }
+    std::filesystem::create_directories(folder + "/clip");
+    std::ofstream(file("clip.mp4"), std::ios::binary) << write();
+    EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate25(5)));
+    std::filesystem::remove(folder + "/clip");
+    ASSERT_EQ(::mkfifo((folder + "/clip").c_str(), 0600), 0);
+    std::ofstream(file("clip.mp4"), std::ios::binary) << write();
+    EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate25(5)));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+    ::setenv("TMPDIR", before.c_str(), 1);
 }
 
 TEST_F(ClipWriterTest, APipeGetsFragmentsAsTheyCome) {

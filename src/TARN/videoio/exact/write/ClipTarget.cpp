@@ -1,7 +1,7 @@
 #include "exact/write/ClipTarget.h"
 
 #include "base/checks.h"
-#include "base/fileHandle.h"
+#include "base/unnamedFile.h"
 #include "exact/write/SinkChannel.h"
 #include "exact/write/fragment/FileSink.h"
 
@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace tio::ffmpeg::detail {
@@ -42,8 +44,12 @@ ClipTarget::ClipTarget(std::shared_ptr<ByteSink> taker, std::string clip)
     : name(std::move(clip)), sink(std::move(taker)) {}
 
 std::string ClipTarget::folder() const {
-    if (!file)
-        return fs::temp_directory_path().string();
+    if (!file) {
+        std::error_code error;
+        const fs::path temporary = fs::temp_directory_path(error);
+        checkResult(AVERROR(error.value()), at(1), name);
+        return temporary.string();
+    }
     const fs::path parent = fs::path(file->pathToWrite()).parent_path();
     return parent.empty() ? "." : parent.string();
 }
@@ -51,8 +57,15 @@ std::string ClipTarget::folder() const {
 std::string ClipTarget::pathToWrite() {
     if (file)
         return file->pathToWrite();
-    whole.emplace((fs::path(folder()) / "clip").string());
-    return whole->pathToWrite();
+    const int opened = openUnnamed(folder());
+    checkResult(opened < 0 ? AVERROR(errno) : 0, at(2), name);
+    whole.reset(::fdopen(opened, "r"));
+    if (!whole) {
+        const int reason = AVERROR(errno);
+        ::close(opened);
+        checkResult(reason, at(3), name);
+    }
+    return "/proc/self/fd/" + std::to_string(opened);
 }
 
 void ClipTarget::complete() {
@@ -66,14 +79,12 @@ void ClipTarget::complete() {
 void ClipTarget::pour() {
     constexpr std::size_t blockBytes = std::size_t{64} << 10;
     SinkChannel channel(*sink, name);
-    const FileHandle from(std::fopen(whole->pathToWrite().c_str(), "rbe"));
-    checkResult(from ? 0 : AVERROR(errno), at(10), name);
     std::array<uint8_t, blockBytes> block{};
     std::size_t count = 0;
-    while ((count = std::fread(block.data(), 1, block.size(), from.get())) > 0 &&
+    while ((count = std::fread(block.data(), 1, block.size(), whole.get())) > 0 &&
            channel.io()->error >= 0)
         avio_write(channel.io(), block.data(), static_cast<int>(count));
-    checkResult(std::ferror(from.get()) != 0 ? AVERROR(EIO) : 0, at(11), name);
+    checkResult(std::ferror(whole.get()) != 0 ? AVERROR(EIO) : 0, at(11), name);
     avio_flush(channel.io());
     channel.rethrowFailure();
     checkResult(channel.io()->error, at(12), name);

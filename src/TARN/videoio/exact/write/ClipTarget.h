@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/fileHandle.h"
+
 #include <TARN/videoio/AtomicFile.h>
 #include <TARN/videoio/ByteSink.h>
 
@@ -45,7 +47,7 @@ private:
     std::string name;
     std::optional<AtomicFile> file;
     std::shared_ptr<ByteSink> sink;
-    std::optional<AtomicFile> whole; ///< until the sink gets it
+    FileHandle whole; ///< without a name, until the sink gets it
 };
 
 } // namespace tio::ffmpeg::detail

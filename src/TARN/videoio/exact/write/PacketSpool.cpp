@@ -1,11 +1,11 @@
 #include "exact/write/PacketSpool.h"
 
 #include "base/checks.h"
+#include "base/unnamedFile.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -29,19 +29,6 @@ struct SideHead {
     int64_t size;
     int64_t type;
 };
-
-// Where the file system cannot make a file without a name, its name is taken away at once.
-int openUnnamed(const std::string& folder) {
-    constexpr mode_t ownerAlone = 0600;
-    const int opened = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, ownerAlone);
-    if (opened >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL))
-        return opened;
-    std::string name = folder + "/.tarn-videoio-XXXXXX.part";
-    const int named = ::mkostemps(name.data(), 5, O_CLOEXEC);
-    if (named >= 0)
-        ::unlink(name.c_str());
-    return named;
-}
 
 } // namespace
 
