@@ -137,6 +137,13 @@ TEST_F(ClipCopierTest, PicturesThatLeanOnWhatWasCutAwayAreLeftOut) {
     EXPECT_EQ(seenIn(file("copy.mp4")).times, part(whole, first, 100).times);
 }
 
+TEST_F(ClipCopierTest, AnEndFarAfterTheClipLeavesNothingOut) {
+    make("source.mp4", longClip());
+    const int64_t all = copy("source.mp4", "whole.mp4").packets;
+    for (const Fraction& end : {Fraction(1000), Fraction(INT64_MAX), Fraction(INT64_MAX, 1 << 30)})
+        EXPECT_EQ(copy("source.mp4", "copy.mp4", range(std::nullopt, end)).packets, all);
+}
+
 TEST_F(ClipCopierTest, ARangeWithoutSenseIsRefused) {
     make("source.mp4", longClip());
     EXPECT_THROW(copy("source.mp4", "copy.mp4", range(Fraction(2), Fraction(1))), ClipRefusal);
@@ -191,6 +198,22 @@ TEST_F(ClipCopierTest, ACopierRunsOnce) {
     copier.run();
     EXPECT_THROW(copier.run(), ClipRefusal);
     EXPECT_EQ(seenIn(file("copy.mp4")).hashes.size(), 100U);
+}
+
+TEST_F(ClipCopierTest, ACopierDoesNotRunWithinItsRun) {
+    make("source.mp4", longClip());
+    ClipCopier copier(file("source.mp4"), file("copy.mp4"));
+    int refused = 0;
+    copier.run([&](const CopyProgress&) {
+        try {
+            copier.run();
+        } catch (const ClipRefusal&) {
+            ++refused;
+        }
+        return true;
+    });
+    EXPECT_GT(refused, 1);
+    EXPECT_EQ(seenIn(file("copy.mp4")).hashes, seenIn(file("source.mp4")).hashes);
 }
 
 TEST_F(ClipCopierTest, CopiesFromMemory) {

@@ -1,5 +1,6 @@
 #include "exact/write/fractions.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -79,6 +80,14 @@ Wide roundedProduct(const Fraction& value, Wide factor) {
     const Wide rest = value.numerator - whole * value.denominator;
     const Wide wide = value.denominator;
     return whole * factor + (2 * rest * factor + wide) / (2 * wide);
+}
+
+int64_t roundedTicks(const Fraction& time, int num, int den) {
+    constexpr Wide furthest = Wide{1} << 62;
+    const Wide top = Wide{time.numerator} * den;
+    const Wide bottom = Wide{time.denominator} * num;
+    const Wide ticks = roundedDown(2 * top + bottom, 2 * bottom);
+    return static_cast<int64_t>(std::clamp(ticks, -furthest, furthest));
 }
 
 // Walks down the continued fraction of the value. The best fraction is the last convergent whose

@@ -30,6 +30,10 @@ __extension__ typedef __int128 Wide;
 /// Whole number next to value × factor, halves upward.
 [[nodiscard]] Wide roundedProduct(const Fraction& value, Wide factor);
 
+/// The tick next to a time, halves upward; at most 2^62 from 0.
+/// @param num, den  a tick lasts num / den
+[[nodiscard]] int64_t roundedTicks(const Fraction& time, int num, int den);
+
 /// The fraction with a denominator of at most `limit` that is nearest to a value.
 [[nodiscard]] Fraction nearestFraction(const Fraction& value, int64_t limit);
 

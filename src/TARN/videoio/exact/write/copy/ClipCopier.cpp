@@ -20,8 +20,9 @@ public:
     }
 
     CopiedClip run(const CopyProgressCallback& progress) {
-        if (!copy)
-            detail::refuse(name, "the clip was copied already, or that failed");
+        if (!copy || running)
+            detail::refuse(name, "the clip was copied already, or that failed, or goes on");
+        running = true;
         try {
             CopiedClip copied = copy->copyTo(file->pathToWrite(), progress);
             copy.reset();
@@ -40,6 +41,7 @@ private:
     const detail::ClipContainer& container;
     std::optional<AtomicFile> file;
     std::optional<detail::CopyRun> copy;
+    bool running = false; ///< also when it has ended
 };
 
 ClipCopier::ClipCopier(const Source& source, const std::string& path,

@@ -18,6 +18,13 @@ constexpr std::size_t reorderReach = 20;
 // So many packets wait for the first one with a decoding time.
 constexpr std::size_t mostGuessed = 64;
 
+// Up to here, a few times can be added without leaving 64 bits. In nanoseconds it is 63 years.
+constexpr int64_t furthestTime = 2000000000000000000;
+
+bool isNear(int64_t time) {
+    return time >= -furthestTime && time <= furthestTime;
+}
+
 bool isHidden(const AVPacket& packet) {
     return (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
 }
@@ -68,8 +75,11 @@ void CopiedStream::add(PacketHandle packet) {
     if (packet->duration < 0 || packet->duration > INT32_MAX)
         packet->duration = 0; // of a damaged file, and more than a file holds
     requireSameHeaders(*packet);
-    if (setting.joins && !ordered)
+    requireNear(*packet);
+    if (setting.joins && !ordered) {
         setting.joined.move(*packet, stream.time_base, place);
+        requireNear(*packet);
+    }
     arriving.push_back(std::move(packet));
     if (started)
         settle();
@@ -83,8 +93,14 @@ void CopiedStream::close() {
 
 void CopiedStream::forget() {
     arriving.clear();
+    beyond.clear();
+    leaving.clear();
     lastDts = AV_NOPTS_VALUE;
     closed = false;
+    past = false;
+    begun = false;
+    shown = false;
+    extra = 0;
     cut = true;
     met = {};
 }
@@ -99,6 +115,15 @@ void CopiedStream::requireSameHeaders(const AVPacket& packet) const {
             (size != static_cast<size_t>(codec.extradata_size) ||
              std::memcmp(side.data, codec.extradata, size) != 0))
             fail("changes its headers, of which a copy holds one set");
+    }
+}
+
+// Of a damaged file, or one that was made to do harm.
+void CopiedStream::requireNear(const AVPacket& packet) const {
+    for (const int64_t time : {packet.pts, packet.dts}) {
+        if (time != AV_NOPTS_VALUE &&
+            !(isNear(time) && isNear(av_rescale_q(time, stream.time_base, ticks()))))
+            fail("has a time that no clip holds, at byte " + std::to_string(packet.pos));
     }
 }
 
@@ -132,8 +157,10 @@ void CopiedStream::settle() {
         return;
     if (ordered) {
         for (; !arriving.empty(); arriving.pop_front()) {
-            if (ordered->giveTimes(*arriving.front(), numbered++))
-                select(std::move(arriving.front()));
+            if (!ordered->giveTimes(*arriving.front(), numbered++))
+                continue;
+            requireNear(*arriving.front());
+            select(std::move(arriving.front()));
         }
         return;
     }
@@ -270,10 +297,11 @@ int CopiedStream::runIn() const {
 
 void CopiedStream::shiftBy(const Fraction& origin) {
     const AVRational base = stream.time_base;
-    shift = static_cast<int64_t>(roundedProduct(origin / Fraction(base.num), Wide{base.den}));
+    shift = roundedTicks(origin, base.num, base.den);
     const bool known = stream.start_time != AV_NOPTS_VALUE && stream.duration > 0 && !setting.to;
     if (setting.tellsDecodingLengths)
-        times.setEnd(known ? stream.start_time + stream.duration - shift : AV_NOPTS_VALUE);
+        times.setEnd(known ? av_sat_sub64(av_sat_add64(stream.start_time, stream.duration), shift)
+                           : AV_NOPTS_VALUE);
 }
 
 PacketHandle CopiedStream::next() {
@@ -283,6 +311,7 @@ PacketHandle CopiedStream::next() {
     leaving.pop_front();
     packet->pts -= shift;
     packet->dts -= shift;
+    requireNear(*packet);
     times.give(*packet, leaving.empty() && hasEnded());
     return packet;
 }

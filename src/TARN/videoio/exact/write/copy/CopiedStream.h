@@ -96,6 +96,7 @@ private:
     void fillDecodingTimes();
     void requireTimes(AVPacket& packet) const;
     void requireSameHeaders(const AVPacket& packet) const;
+    void requireNear(const AVPacket& packet) const;
     void select(PacketHandle packet);
     [[nodiscard]] bool begins(const AVPacket& packet);
     [[nodiscard]] bool findsKey(const AVPacket& packet);

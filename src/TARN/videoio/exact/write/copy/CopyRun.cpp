@@ -181,10 +181,7 @@ bool CopyRun::seekBefore(const Fraction& seconds) {
     const AVStream& stream = leader()->original();
     const AVRational base = stream.time_base;
     const Fraction place = difference(*options.from, seconds).value_or(*options.from);
-    constexpr Wide furthest = Wide{1} << 62;
-    const Wide ticks = roundedProduct(place / Fraction(base.num), Wide{base.den});
-    if (!input->seek(stream.index,
-                     static_cast<int64_t>(std::clamp<Wide>(ticks, -furthest, furthest)))) {
+    if (!input->seek(stream.index, roundedTicks(place, base.num, base.den))) {
         open();
         return false;
     }
@@ -216,7 +213,8 @@ void CopyRun::refuseBeginning(const KeysAround& keys) const {
 }
 
 bool CopyRun::arePast() const {
-    if (options.to && latest > *options.to + mostApart)
+    const auto end = options.to ? sum(*options.to, mostApart) : std::nullopt;
+    if (end && latest > *end)
         return true;
     return std::all_of(streams.begin(), streams.end(),
                        [](const CopiedStream& one) { return one.isPast(); });

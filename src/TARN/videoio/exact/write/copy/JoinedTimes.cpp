@@ -9,11 +9,6 @@ namespace {
 // By less, times may go back in one part: streams are cut off in the middle, and clocks waver.
 const Fraction leastStep{1, 2};
 
-int64_t toTicks(const Fraction& seconds, AVRational base) {
-    return static_cast<int64_t>(
-        roundedProduct(seconds / Fraction(base.num), static_cast<Wide>(base.den)));
-}
-
 } // namespace
 
 void JoinedTimes::move(AVPacket& packet, AVRational base, Place& place) {
@@ -27,7 +22,7 @@ void JoinedTimes::move(AVPacket& packet, AVRational base, Place& place) {
         }
         place.lastDts = packet.dts;
     }
-    const int64_t shift = toTicks(shifts[place.part], base);
+    const int64_t shift = roundedTicks(shifts[place.part], base.num, base.den);
     if (packet.pts != AV_NOPTS_VALUE)
         packet.pts += shift;
     if (packet.dts != AV_NOPTS_VALUE) {

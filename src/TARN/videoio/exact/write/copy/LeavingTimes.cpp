@@ -77,7 +77,8 @@ void LeavingTimes::give(AVPacket& packet, bool last) {
 
 /// In samples; 0 where that is not known. Coarse ticks round it.
 int64_t LeavingTimes::lengthOf(const AVPacket& packet) const {
-    const int64_t stated = av_rescale_q(packet.duration, stream.time_base, target);
+    const int64_t stated =
+        std::max<int64_t>(av_rescale_q(packet.duration, stream.time_base, target), 0);
     const int64_t whole = av_get_audio_frame_duration2(stream.codecpar, packet.size);
     const int64_t tick = av_rescale_q_rnd(1, stream.time_base, target, AV_ROUND_UP);
     return whole > 0 && (stated <= 0 || std::abs(whole - stated) < tick) ? whole : stated;

@@ -1,5 +1,7 @@
 #include "exact/write/copy/OrderedTimes.h"
 
+#include "base/ticks.h"
+
 #include <algorithm>
 
 namespace tio::ffmpeg::detail {
@@ -15,7 +17,7 @@ OrderedTimes::OrderedTimes(const IndexData& index) {
         else
             times.push_back({shown[frame], static_cast<int64_t>(frame), index.durationOf(frame)});
     }
-    giveDecodingTimes(shown, std::max<int64_t>(index.frameTicks, 1));
+    giveDecodingTimes(shown, std::clamp<int64_t>(index.frameTicks, 1, INT32_MAX));
 }
 
 // A picture is decoded at the time of the one that is shown as many places earlier as any has to be
@@ -32,10 +34,10 @@ void OrderedTimes::giveDecodingTimes(const std::vector<int64_t>& shown, int64_t 
     for (Times& one : times) {
         if (one.pts == AV_NOPTS_VALUE) {
             if (last != AV_NOPTS_VALUE)
-                one.dts = last + 1;
+                one.dts = wrappingSum(last, 1);
         } else {
             one.dts = place >= delay ? shown[static_cast<std::size_t>(place - delay)]
-                                     : shown.front() - (delay - place) * step;
+                                     : wrappingDifference(shown.front(), (delay - place) * step);
             ++place;
         }
         last = one.dts == AV_NOPTS_VALUE ? last : one.dts;
