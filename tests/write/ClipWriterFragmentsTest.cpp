@@ -205,6 +205,36 @@ TEST_F(ClipWriterTest, FragmentsWaitForTheOtherTrackNotForEver) {
     EXPECT_EQ(readHeard(file("sound.mp4")).samples.size(), 11U * 48000);
 }
 
+TEST_F(ClipWriterTest, PicturesThatAnEncoderDropsAreMissed) {
+    if (avcodec_find_encoder_by_name("libvpx") == nullptr)
+        GTEST_SKIP() << "an encoder that drops pictures is missing";
+    for (const bool fragmented : {false, true}) {
+        ClipWriterOptions options;
+        options.fragmented = fragmented;
+        options.rate = 25;
+        options.codec = "libvpx";
+        options.bitRate = 5000;
+        options.options = {
+            {"drop-threshold", "90"}, {"deadline", "realtime"}, {"lag-in-frames", "0"}};
+        ClipWriter writer(file("clip.webm"), options);
+        Image noise(PictureFormat::Grey8, 120, 160);
+        uint32_t state = 1;
+        for (int i = 0; i < 50; ++i) {
+            for (int64_t byte = 0; byte < noise.byteCount(); ++byte) {
+                state = state * 1664525 + 1013904223;
+                noise.view().planes[0][byte] = static_cast<uint8_t>(state >> 24);
+            }
+            writer.writePicture(noise);
+        }
+        try {
+            writer.finish();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const tio::Exception& failure) {
+            EXPECT_THAT(failure.what(), HasSubstr("of 50 pictures the encoder gave"));
+        }
+    }
+}
+
 TEST_F(ClipWriterTest, SoundAloneInFragments) {
     for (const char* name : {"clip.m4a", "clip.mka"}) {
         ClipWriterOptions options = inFragments();

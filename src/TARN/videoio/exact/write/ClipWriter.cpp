@@ -312,6 +312,11 @@ void ClipWriter::Core::finish() {
             pictures->flush([this](AVPacket& packet) { takePicture(packet); });
         if (sound)
             sound->flush([this](AVPacket& packet) { takeSound(packet); });
+        const int64_t given = fragments ? fragments->pictureCount() : order.count;
+        if (given != static_cast<int64_t>(times.count()))
+            detail::failAssertion("\"" + name + "\": of " + std::to_string(times.count()) +
+                                      " pictures the encoder gave " + std::to_string(given),
+                                  "false", {"ClipWriter", 10});
         if (fragments) {
             fragments->finish();
             target.close();
@@ -326,13 +331,8 @@ void ClipWriter::Core::finish() {
 void ClipWriter::Core::assemble() {
     std::optional<EncodedPictures> shown;
     std::optional<EncodedSound> heard;
-    if (times.count() > 0) {
-        if (order.count != static_cast<int64_t>(times.count()))
-            detail::failAssertion("\"" + name + "\": of " + std::to_string(times.count()) +
-                                      " pictures the encoder gave " + std::to_string(order.count),
-                                  "false", {"ClipWriter", 10});
+    if (times.count() > 0)
         shown.emplace(EncodedPictures{pictures->codec(), *pictureSpool, times, order});
-    }
     if (sound)
         heard.emplace(EncodedSound{sound->codec(), *soundSpool, soundBegin});
     detail::assembleClip(target.pathToWrite(), name, *plan.container, options,

@@ -48,6 +48,9 @@ public:
     /// @param packet  its pts is the number of its picture; it is blank after that
     void addPicture(AVPacket& packet);
 
+    /// Those that came.
+    [[nodiscard]] int64_t pictureCount() const noexcept { return pictures.taken; }
+
     /// @param packet  its pts counts samples from the first one of all; it is blank after that
     void addSound(AVPacket& packet);
 
