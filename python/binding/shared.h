@@ -45,13 +45,13 @@ public:
     template <typename Function>
     auto use(Function&& function) {
         requireOpen();
-        if (turns.noticeFork()) {
+        if (turns.noticeFork())
             static_cast<void>(engine.release());
-            inLibrary([&] { renew(); });
-        }
         return inLibrary([&] {
             const Turns::Turn turn(turns);
             requireOpen();
+            if (!engine) // also where that has failed before
+                renew();
             const Noting noting(*this);
             return function(*engine);
         });

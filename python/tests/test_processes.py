@@ -78,8 +78,11 @@ def test_a_fork_in_the_middle_of_a_call_of_another_thread(large_clip, noise):
 
     class Waiting(io.BytesIO):
         waits = False
+        breaks = False
 
         def read(self, count=-1):
+            if self.breaks:
+                raise OSError(5, "broken")
             if self.waits:
                 started.set()
                 go_on.wait(30)
@@ -95,6 +98,11 @@ def test_a_fork_in_the_middle_of_a_call_of_another_thread(large_clip, noise):
 
         def child():
             file.waits = False
+            file.breaks = True
+            for _ in range(2):
+                with pytest.raises(OSError, match="broken"):
+                    v[35]
+            file.breaks = False
             read_all(v, (35, 2), noise)
             v.close()
 
