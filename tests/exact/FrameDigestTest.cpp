@@ -10,6 +10,7 @@
 #include <TARN/videoio/FrameReader.h>
 #include <TARN/videoio/Source.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -208,6 +209,13 @@ TEST_F(FrameDigestTest, TravelsAsBytes) {
     auto negative = bytes;
     negative[7] = 0x80;
     EXPECT_THROW(static_cast<void>(FrameDigest::fromBytes(negative)), Exception);
+    auto many = bytes;
+    std::fill_n(many.begin(), 7, uint8_t{0xFF});
+    many[7] = 0x7F;
+    FrameDigest most = FrameDigest::fromBytes(many); // which no clip has, and bytes can say
+    EXPECT_EQ(most.followedBy(most).pictures, -2);
+    most.add(0);
+    EXPECT_EQ(most.pictures, INT64_MIN);
     auto large = bytes;
     large[15] = 0x20;
     EXPECT_THROW(static_cast<void>(FrameDigest::fromBytes(large)), Exception);

@@ -221,6 +221,27 @@ TEST_F(SampleIndexFileTest, DamageIsFoundWhereverItIs) {
     EXPECT_THROW(static_cast<void>(SampleIndex::fromBytes(longer)), tio::Exception);
 }
 
+TEST_F(SampleIndexFileTest, EndsThatNoPacketsHaveAreRefused) {
+    for (const std::vector<int64_t>& ends :
+         {std::vector<int64_t>{5, INT64_MIN}, {INT64_MIN, INT64_MAX}, {0, INT64_MAX}, {5, 4}}) {
+        detail::SoundIndexData index;
+        index.packets.stream = 0;
+        index.packets.timeBase = {1, 1000};
+        index.format = {1000, 1, 0, "mono"};
+        index.times = {{0, Rational(0)}};
+        for (auto* column : {&index.packets.pts, &index.packets.keyDts, &index.packets.positions})
+            column->resize(ends.size());
+        index.packets.hashes.resize(ends.size());
+        index.packets.flags.resize(ends.size());
+        index.ends = {5, 9};
+        Bytes bytes = detail::bytesOfSoundIndex(index);
+        EXPECT_TRUE(detail::soundIndexOfBytes(bytes.data(), bytes.size()).has_value());
+        index.ends = ends;
+        bytes = detail::bytesOfSoundIndex(index);
+        EXPECT_FALSE(detail::soundIndexOfBytes(bytes.data(), bytes.size()).has_value()) << ends[1];
+    }
+}
+
 TEST_F(SampleIndexFileTest, ADamagedFileIsToldByItsName) {
     build(ramp()).save(file);
     Bytes bytes = test::readBytes(file);

@@ -1,5 +1,6 @@
 #include "base/checks.h"
 #include "base/littleEndian.h"
+#include "base/ticks.h"
 
 #include <TARN/videoio/FrameDigest.h>
 
@@ -32,12 +33,13 @@ uint64_t powerOfBase(int64_t exponent) noexcept {
 
 // One more than the checksum, so that a picture with checksum 0 counts.
 void FrameDigest::add(uint32_t checksum) noexcept {
-    ++pictures;
+    pictures = detail::wrappingSum(pictures, 1);
     value = sum(product(value, base), uint64_t{checksum} + 1);
 }
 
 FrameDigest FrameDigest::followedBy(const FrameDigest& next) const noexcept {
-    return {pictures + next.pictures, sum(product(value, powerOfBase(next.pictures)), next.value)};
+    return {detail::wrappingSum(pictures, next.pictures),
+            sum(product(value, powerOfBase(next.pictures)), next.value)};
 }
 
 std::array<uint8_t, FrameDigest::byteCount> FrameDigest::toBytes() const noexcept {

@@ -201,9 +201,11 @@ bool areConsistent(const Header& header, const SoundIndexData& index, const Colu
 /// Whether each packet keeps as many samples as its cut says, and the format is one of samples.
 bool isConsistent(const SoundIndexData& index) {
     for (uint32_t packet = 0; packet < index.packetCount(); ++packet) {
+        if (index.ends[packet] < index.startOf(packet)) // and so none is below 0
+            return false;
         const int64_t kept = index.ends[packet] - index.startOf(packet);
         const auto cut = index.cuts.find(packet);
-        if (index.ends[packet] < index.startOf(packet) || kept > UINT32_MAX)
+        if (kept > UINT32_MAX)
             return false;
         if (cut == index.cuts.end())
             continue;
