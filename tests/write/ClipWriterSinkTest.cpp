@@ -141,6 +141,31 @@ TEST_F(ClipWriterTest, ASinkGetsItsClipWhateverLiesInTheFolderForTemporaryFiles)
     ::setenv("TMPDIR", before.c_str(), 1);
 }
 
+TEST_F(ClipWriterTest, ASinkCannotCallItsWriter) {
+    class Caller : public KeepingSink {
+    public:
+        void write(const uint8_t* data, std::size_t count) override {
+            KeepingSink::write(data, count);
+            EXPECT_THROW(writer->writePicture(rgbPicture(0)), ClipRefusal);
+            EXPECT_THROW(writer->finish(), ClipRefusal);
+        }
+        ClipWriter* writer = nullptr;
+    };
+    for (const bool fragmented : {false, true}) {
+        ClipWriterOptions options;
+        options.fragmented = fragmented;
+        options.rate = 25;
+        const auto sink = std::make_shared<Caller>();
+        ClipWriter writer(sink, "line.mp4", options);
+        sink->writer = &writer;
+        for (int i = 0; i < 120; ++i)
+            writer.writePicture(rgbPicture(i));
+        writer.finish();
+        std::ofstream(file("clip.mp4"), std::ios::binary) << sink->bytes;
+        EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate25(120)));
+    }
+}
+
 TEST_F(ClipWriterTest, APipeGetsFragmentsAsTheyCome) {
     const std::string pipe = file("pipe.mp4");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);

@@ -86,8 +86,10 @@ private:
     /// After a failure within, nothing can be written any more: what is lost cannot be made up for.
     template <typename Work>
     void orBreak(const Work& work) {
+        failure = std::make_exception_ptr(ClipRefusal("\"" + name + "\" is being written"));
         try {
             work();
+            failure = nullptr;
         } catch (...) {
             failure = std::current_exception();
             throw;
