@@ -20,6 +20,10 @@ function(tarn_target_defaults target)
     if(TARN_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${TARN_SANITIZE}
             -fno-omit-frame-pointer -fno-sanitize-recover=all)
+        # With a sanitizer g++ sees uninitialised values in a std::optional that has none.
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
+        endif()
         target_link_options(${target} PUBLIC -fsanitize=${TARN_SANITIZE})
     endif()
     if(TARN_BUILD_FUZZ)

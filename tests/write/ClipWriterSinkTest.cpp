@@ -64,6 +64,7 @@ TEST_F(ClipWriterTest, ASinkGetsTheWholeClip) {
             options.fragmented = fragmented;
             options.rate = 25;
             options.audioRate = 48000;
+            options.options["sc_threshold"] = "0"; // no key picture but the first of each second
             const auto sink = std::make_shared<KeepingSink>();
             ClipWriter writer(sink, name, options);
             const std::vector<float> samples = click(96000, 72000);
@@ -110,10 +111,10 @@ TEST_F(ClipWriterTest, ABrokenSinkIsToldWithTheClipsName) {
 }
 
 TEST_F(ClipWriterTest, ASinkGetsItsClipWhateverLiesInTheFolderForTemporaryFiles) {
-    const std::string folder = file("temporary");
+    const std::string temporary = file("temporary");
     const char* const usual = std::getenv("TMPDIR");
     const std::string before = usual != nullptr ? usual : "/tmp";
-    ASSERT_EQ(::setenv("TMPDIR", folder.c_str(), 1), 0);
+    ASSERT_EQ(::setenv("TMPDIR", temporary.c_str(), 1), 0);
     const auto write = [&] {
         ClipWriterOptions options;
         options.rate = 25;
@@ -130,14 +131,14 @@ TEST_F(ClipWriterTest, ASinkGetsItsClipWhateverLiesInTheFolderForTemporaryFiles)
     } catch (const Exception& failure) {
         EXPECT_THAT(failure.what(), HasSubstr("line.mp4"));
     }
-    std::filesystem::create_directories(folder + "/clip");
+    std::filesystem::create_directories(temporary + "/clip");
     std::ofstream(file("clip.mp4"), std::ios::binary) << write();
     EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate25(5)));
-    std::filesystem::remove(folder + "/clip");
-    ASSERT_EQ(::mkfifo((folder + "/clip").c_str(), 0600), 0);
+    std::filesystem::remove(temporary + "/clip");
+    ASSERT_EQ(::mkfifo((temporary + "/clip").c_str(), 0600), 0);
     std::ofstream(file("clip.mp4"), std::ios::binary) << write();
     EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(atRate25(5)));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(temporary), {}), 1);
     ::setenv("TMPDIR", before.c_str(), 1);
 }
 

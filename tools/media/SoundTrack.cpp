@@ -1,6 +1,7 @@
 #include "media/SoundTrack.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -87,7 +88,18 @@ void SoundTrack::write(const float* samples, int64_t count) {
     const std::optional<Rational> time =
         begun ? std::nullopt : std::optional(Rational(place, source.rate()));
     output.write([&](ffmpeg::ClipWriter& clip) {
-        clip.writeSamples(samples, static_cast<size_t>(count), source.channels(), time);
+        const auto give = [&](std::optional<Rational> at) {
+            clip.writeSamples(samples, static_cast<size_t>(count), source.channels(), at);
+        };
+        try {
+            give(time);
+        } catch (const ffmpeg::TimeRefusal& refusal) {
+            // FFmpeg before 5 begins the tracks of MP4 at whole milliseconds alone.
+            const double off = time ? (refusal.nearest() - *time).toDouble() : 1;
+            if (std::abs(off) > 0.001)
+                throw;
+            give(refusal.nearest());
+        }
     });
     begun = true;
     place += count;
