@@ -212,11 +212,11 @@ class Held:
         return self.value
 
 
-def read_array(prepared: Prepared, first: int, stop: int) -> Any:
+def read_array(prepared: Prepared, first: int, stop: int, _: Any = None) -> Any:
     return read(prepared, first, stop).data
 
 
-def read_samples(recipe: bytes, first: int, stop: int) -> Any:
+def read_samples(recipe: bytes, first: int, stop: int, _: Any = None) -> Any:
     """The samples `first` to `stop` - 1 of a pickled AudioReader, which has its index with it."""
     with pickle.loads(recipe) as reader:
         return reader[first:stop]

@@ -101,10 +101,10 @@ class Held:
     def __call__(self) -> Any:
         ...
 
-def read_array(prepared: Prepared, first: int, stop: int) -> Any:
+def read_array(prepared: Prepared, first: int, stop: int, _: Any=None) -> Any:
     ...
 
-def read_samples(recipe: bytes, first: int, stop: int) -> Any:
+def read_samples(recipe: bytes, first: int, stop: int, _: Any=None) -> Any:
     ...
 
 @dataclass(frozen=True)

@@ -20,7 +20,7 @@ from dataclasses import replace
 from functools import partial
 from hashlib import blake2b
 from typing import (TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional,
-                    Sequence, Union)
+                    Sequence, Tuple, Union)
 
 import numpy as np
 
@@ -80,13 +80,12 @@ def frames(source: Any, *, chunk: Optional[int] = None,
         shape, kind = _parts.picture_layout(reader)
         found = _parts.prepared_of(clip, reader, size)
     name = "tarn-frames-" + dask.base.tokenize(found.key, found.parts)
-    # The index is a task of its own, so that it travels to each worker once.
     index_name = "tarn-index-" + dask.base.tokenize(found.key)
-    layer: Dict[Any, Any] = {index_name: (_parts.Held(found),)}
+    layer, others = _held(index_name, found)
     parts = found.parts or ((0, 0),)
     zeros = (0,) * len(shape)
     for place, (first, stop) in enumerate(parts):
-        layer[(name, place) + zeros] = (_parts.read_array, index_name, first, stop)
+        layer[(name, place) + zeros] = (_parts.read_array, index_name, first, stop, others)
     chunks = (tuple(stop - first for first, stop in parts),) + tuple((n,) for n in shape)
     return _array(name, layer, chunks, kind)
 
@@ -103,12 +102,31 @@ def sounds(source: Any, *, chunk: Optional[int] = None, **reader_options: Any) -
         recipe = pickle.dumps(reader)  # a path, options and the index
     mark = dask.base.tokenize(recipe, size)
     name, held = "tarn-sounds-" + mark, "tarn-index-" + mark
-    layer: Dict[Any, Any] = {held: (_parts.Held(recipe),)}
+    layer, others = _held(held, recipe)
     ends = [min(first + size, count) for first in range(0, count, size)] or [0]
     for place, stop in enumerate(ends):
-        layer[(name, place, 0)] = (_parts.read_samples, held, place * size, stop)
+        layer[(name, place, 0)] = (_parts.read_samples, held, place * size, stop, others)
     chunks = (tuple(stop - place * size for place, stop in enumerate(ends)), (channels,))
     return _array(name, layer, chunks, np.dtype(np.float32))
+
+
+def _held(name: str, value: Any) -> Tuple[Dict[Any, Any], List[Any]]:
+    """What the tasks of an array need is a task of its own, so that it travels to each worker once.
+
+    With it come tasks that give nothing and are needed, too. Dask from 2022.11 to 2024.6 holds
+    tasks back that need fewer than five others, and those wait for ever when one of them dies with
+    the last worker that has it.
+    """
+    others = [(name + "-other", place) for place in range(4 if _forgets_waiting() else 0)]
+    return {key: (_parts.Held(value if key == name else None),) for key in (name, *others)}, others
+
+
+def _forgets_waiting() -> bool:
+    try:
+        version = tuple(int(number) for number in distributed.__version__.split(".")[:2])
+    except (AttributeError, ValueError):  # there is none, or it is nobody's release
+        return False
+    return (2022, 11) <= version < (2024, 7)
 
 
 def _array(name: str, layer: Dict[Any, Any], chunks: Any, kind: "np.dtype[Any]") -> Any:

@@ -7,7 +7,7 @@ from contextlib import contextmanager
 from dataclasses import replace
 from functools import partial
 from hashlib import blake2b
-from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Union
+from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
 import numpy as np
 from . import _checks, _parts
 from ._calls import Progress, ProgressFunction
@@ -26,6 +26,12 @@ def frames(source: Any, *, chunk: Optional[int]=None, **reader_options: Any) -> 
     ...
 
 def sounds(source: Any, *, chunk: Optional[int]=None, **reader_options: Any) -> Any:
+    ...
+
+def _held(name: str, value: Any) -> Tuple[Dict[Any, Any], List[Any]]:
+    ...
+
+def _forgets_waiting() -> bool:
     ...
 
 def _array(name: str, layer: Dict[Any, Any], chunks: Any, kind: 'np.dtype[Any]') -> Any:

@@ -7,6 +7,7 @@ import time
 from contextlib import suppress
 from itertools import count
 
+import numpy as np
 import pytest
 from clusters import (HERE, check, clips, dask, distributed, in_processes, in_threads,  # noqa: F401
                       limited, no_cluster, told)
@@ -151,6 +152,33 @@ def test_a_worker_that_is_killed(in_processes, tmp_path, clips):
     assert (tmp_path / "died").exists()
     for results, (_, pictures) in zip(found, clips):
         check(results, pictures)
+
+
+def test_an_array_whose_only_worker_is_killed(tmp_path):
+    pictures = make_pictures(200)
+    clip = encode(tmp_path / "long.mp4", pictures)
+    marker = str(tmp_path / "died")
+
+    def weigh(block):
+        if block.shape[0] > 1:  # Dask asks with less
+            try:
+                os.close(os.open(marker, os.O_CREAT | os.O_EXCL))
+            except FileExistsError:
+                pass
+            else:
+                time.sleep(0.5)  # until the scheduler knows who has the index
+                os.kill(os.getpid(), signal.SIGKILL)
+        return block
+
+    with distributed.LocalCluster(n_workers=1, threads_per_worker=1, processes=True,
+                                  local_directory=str(tmp_path), **HERE) as cluster, \
+            distributed.Client(cluster):
+        array = tvd.frames(clip, chunk=10)
+        assert array.numblocks[0] == 20
+        weighed = array.map_blocks(weigh, dtype=array.dtype, meta=array._meta)
+        found = weighed.sum(axis=(1, 2, 3), dtype=np.int64).compute()
+    assert os.path.exists(marker)
+    assert np.array_equal(found, pictures.sum(axis=(1, 2, 3), dtype=np.int64))
 
 
 def lose(cluster, lost):
