@@ -115,9 +115,9 @@ private:
             auto next = last ? Picture() : frames.read(number + 1);
             const Rational end =
                 next.image.empty() ? time + durationOf(picture) : timeAfter(time, next);
+            pictures.write(picture.image, time - start, end - start);
             if (sound != nullptr)
                 sound->writeUpTo(end);
-            pictures.write(picture.image, time - start, end - start);
             progress.advance();
             usual = end - time;
             time = end;
