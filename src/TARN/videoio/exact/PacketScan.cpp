@@ -38,7 +38,7 @@ int64_t statedEnd(const AVFormatContext& format, const AVStream& stream) {
     int64_t end = 0;
     if (tag == nullptr || av_parse_time(&end, tag->value, 1) < 0)
         return AV_NOPTS_VALUE;
-    return av_rescale_q(end, AV_TIME_BASE_Q, stream.time_base);
+    return av_rescale_q(end, {1, AV_TIME_BASE}, stream.time_base);
 }
 
 /// The two latest times of pictures, in ticks.
