@@ -107,7 +107,9 @@ def test_an_index_travels_once_and_pictures_never(large_clip, noise):
     graph = dict(array.__dask_graph__())
     index = tv.FrameIndex.build(large_clip).to_bytes()
     packed = [pickle.dumps(task) for task in graph.values()]
-    assert array.numblocks[0] == 4 and 5 <= len(graph) <= 9  # some give nothing
+    fillers = [key for key in graph if isinstance(key, tuple) and key[0].endswith("-other")]
+    assert len(fillers) in (0, 4)  # by the release of Dask; they give nothing
+    assert array.numblocks[0] == 4 and len(graph) - len(fillers) == 5
     assert sum(index in one for one in packed) == 1
     assert sum(map(len, packed)) < len(index) + 5000 < noise[0].nbytes
     np.testing.assert_array_equal(array[35].compute(), noise[35])
