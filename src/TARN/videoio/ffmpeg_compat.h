@@ -229,6 +229,13 @@ inline void makeBlank(AVPacket& packet) {
     av_packet_unref(&packet);
 }
 
+/// Frees a codec context, with the one table that FFmpeg 5.1 leaves behind.
+inline void freeCodecContext(AVCodecContext* context) {
+    if (context != nullptr)
+        av_freep(&context->chroma_intra_matrix);
+    avcodec_free_context(&context);
+}
+
 /// Closes an encoder. Up to FFmpeg 7 the context's own block stays allocated: kept, see
 /// PacketEncoder. FFmpeg 8 removed the call, so that the context goes as a whole there.
 inline void closeEncoder(AVCodecContext* context) {

@@ -6,7 +6,7 @@
 namespace tio::ffmpeg::detail {
 
 void Release::operator()(AVCodecContext* context) const noexcept {
-    avcodec_free_context(&context);
+    compat::freeCodecContext(context);
 }
 
 void Release::operator()(AVCodecParameters* parameters) const noexcept {
