@@ -4,6 +4,12 @@
 #include "support/ClipMaker.h"
 #include "support/Ffmpeg.h"
 
+extern "C" {
+#include <libavcodec/bsf.h>
+#include <libavutil/opt.h>
+}
+
+#include <memory>
 #include <utility>
 
 namespace tio::test {
@@ -88,6 +94,23 @@ void makePaletted(const std::string& path) {
     writePackets(path, "avi", {track});
 }
 
+/// Six columns are cut off at the left, which a decoder does not do: such a row would begin at an
+/// address that does not suit the processor. What comes out is larger than the clip says.
+void makeCroppedLeft(const std::string& path) {
+    ClipPlan plan;
+    plan.frameCount = 40;
+    Track track = encodeVideo(plan);
+    AVBSFContext* made = nullptr;
+    check(av_bsf_alloc(checkFound(av_bsf_get_by_name("h264_metadata"), "filter"), &made), "filter");
+    const auto release = [](AVBSFContext* filter) { av_bsf_free(&filter); };
+    const std::unique_ptr<AVBSFContext, decltype(release)> filter(made, release);
+    check(avcodec_parameters_copy(filter->par_in, track.parameters.get()), "parameters");
+    check(av_opt_set_int(filter->priv_data, "crop_left", 6, 0), "crop_left");
+    check(av_bsf_init(filter.get()), "filter");
+    check(avcodec_parameters_copy(track.parameters.get(), filter->par_out), "parameters");
+    writePackets(path, "mp4", {track});
+}
+
 void makeDamaged(const std::string& path) {
     ClipPlan plan;
     plan.frameCount = 40;
@@ -126,6 +149,7 @@ const std::vector<MadeClip>& readerClips() {
         {"AcrossClockWrap", "ts", every, makeAcrossClockWrap},
         {"LyingKeys", "mkv", every, makeWithLyingKeys},
         {"PaletteComesOnce", "avi", every, makePaletted},
+        {"CroppedLeft", "mp4", every, makeCroppedLeft},
         {"DamagedInTheMiddle", "mp4", every, makeDamaged},
     };
     return clips;
@@ -145,6 +169,7 @@ const std::vector<std::string>& readerRealClips() {
         "4pics.264",             // four pictures
         "hevc.265",              // raw HEVC
         "A4.ogv",                // Theora
+        "black29x19offset.ogv",  // Theora, whose pictures are larger than it says
         "vp8.ivf",               // VP8
         "sample_av1.mp4",        // AV1
         "bbb_642x642_768kbps_30fps_vp9.webm",

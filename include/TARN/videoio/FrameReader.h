@@ -196,7 +196,7 @@ public:
     /// Number of the stream in the container.
     [[nodiscard]] int stream() const noexcept;
 
-    /// Size of the pictures as the container announces it, upright, or the size asked for.
+    /// Size of the first picture, upright, or the size asked for. Others may have another one.
     [[nodiscard]] int height() const noexcept;
     [[nodiscard]] int width() const noexcept;
 

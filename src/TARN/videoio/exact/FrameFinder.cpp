@@ -21,9 +21,9 @@ constexpr uint32_t worthSeeking = 4;
 
 } // namespace
 
-FrameFinder::FrameFinder(std::shared_ptr<InputFormatContext> input, const IndexData& ofStream,
+FrameFinder::FrameFinder(std::shared_ptr<PacketSource> source, const IndexData& ofStream,
                          PixelFormat format, int threads)
-    : index(ofStream), notes(ofStream.notes), run(std::move(input), ofStream, format, threads) {}
+    : index(ofStream), notes(ofStream.notes), run(std::move(source), ofStream, format, threads) {}
 
 FrameFinder::Outcome FrameFinder::find(int64_t frame, const std::vector<int64_t>& wanted) {
     Aim aim{frame, wanted, notes.mayLeaveOut};

@@ -4,7 +4,6 @@
 #include "exact/run/DecodingRun.h"
 
 #include <TARN/videoio/Frame.h>
-#include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Types.h>
 
 #include <cstdint>
@@ -33,8 +32,8 @@ public:
     };
 
     /// The index must outlive the finder.
-    FrameFinder(std::shared_ptr<InputFormatContext> input, const IndexData& index,
-                PixelFormat format, int threads);
+    FrameFinder(std::shared_ptr<PacketSource> source, const IndexData& index, PixelFormat format,
+                int threads);
 
     /// Decodes up to a frame. `wanted` are the frames, rising, that are asked for together with it:
     /// those are not left out on the way.

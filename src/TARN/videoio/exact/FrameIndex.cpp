@@ -49,8 +49,10 @@ FrameIndex FrameIndex::build(const Source& source, const FrameIndexOptions& opti
 FrameIndex FrameIndex::build(const std::shared_ptr<InputFormatContext>& input,
                              const FrameIndexOptions& options) {
     requireInput(input);
-    return FrameIndex(std::make_shared<const detail::IndexData>(
-        detail::buildIndex(input, detail::videoStreamOf(*input, options.stream), options)));
+    const int stream = detail::videoStreamOf(*input, options.stream);
+    const auto source = std::make_shared<detail::PacketSource>(input, stream);
+    return FrameIndex(
+        std::make_shared<const detail::IndexData>(detail::buildIndex(*input, source, options)));
 }
 
 FrameIndex::Loaded FrameIndex::load(const std::string& path,

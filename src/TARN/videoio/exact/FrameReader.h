@@ -47,7 +47,8 @@ public:
     [[nodiscard]] int width() const noexcept;
 
 private:
-    [[nodiscard]] std::shared_ptr<const detail::IndexData> indexFor(int stream) const;
+    [[nodiscard]] std::shared_ptr<const detail::IndexData> openAndIndex(int stream);
+    [[nodiscard]] detail::PictureSize storedSize() const noexcept;
     void requireMatch(const detail::IndexData& given, int stream) const;
     void useIndex(std::shared_ptr<const detail::IndexData> next);
     [[nodiscard]] std::unique_ptr<detail::FrameFinder>
@@ -71,12 +72,13 @@ private:
     std::optional<PixelFormat> frameFormat; // none where images are given
     detail::PictureDelivery delivery;
     std::shared_ptr<const detail::IndexData> index;
-    std::unique_ptr<detail::FrameFinder> finder; // refers to the index
-    pid_t process;                               // that the finder belongs to
-    int64_t standing = -1;                       // frame that the finder is on
-    std::shared_ptr<tio::FrameBase> latestFrame; // the one that was made of that
-    int64_t pictureBytes = 1;                    // of the largest picture so far
-    Counters done;                               // by finders before this one, and conversions
+    std::shared_ptr<detail::PacketSource> source; // that packets are read from
+    std::unique_ptr<detail::FrameFinder> finder;  // refers to the index
+    pid_t process;                                // that the finder belongs to
+    int64_t standing = -1;                        // frame that the finder is on
+    std::shared_ptr<tio::FrameBase> latestFrame;  // the one that was made of that
+    int64_t pictureBytes = 1;                     // of the largest picture so far
+    Counters done; // by sources and finders before these, and conversions
 };
 
 } // namespace tio::ffmpeg

@@ -77,7 +77,7 @@ FrameReader::Engine::Engine(std::shared_ptr<InputFormatContext> opened,
       process(::getpid()) {
     const int stream = detail::videoStreamOf(*input, options.stream);
     delivery.turnAs(*input->getStream(stream));
-    useIndex(indexFor(stream));
+    useIndex(openAndIndex(stream));
     if (options.checksums && index->checksums.empty())
         count(index->singleThread);
 }
@@ -92,10 +92,18 @@ FrameReader::Engine::~Engine() {
 void FrameReader::Engine::noticeOtherProcess() {
     if (process == ::getpid())
         return;
-    auto made = makeFinder(*index);
-    done = counters();
-    static_cast<void>(finder.release());
-    finder = std::move(made);
+    auto opened = std::make_shared<detail::PacketSource>(input, index->stream);
+    const Counters before = counters();
+    source.swap(opened);
+    try {
+        auto made = makeFinder(*index);
+        static_cast<void>(finder.release()); // and with it the other's source
+        finder = std::move(made);
+    } catch (...) {
+        source.swap(opened);
+        throw;
+    }
+    done = before;
     forgetPicture();
     process = ::getpid();
 }
@@ -103,25 +111,37 @@ void FrameReader::Engine::noticeOtherProcess() {
 int FrameReader::Engine::height() const noexcept {
     if (options.height > 0)
         return options.height;
-    const AVStream& stream = *input->getStream(index->stream);
-    return delivery.turnsOnSide() ? stream.codecpar->width : stream.codecpar->height;
+    const detail::PictureSize stored = storedSize();
+    return delivery.turnsOnSide() ? stored.width : stored.height;
 }
 
 int FrameReader::Engine::width() const noexcept {
     if (options.width > 0)
         return options.width;
-    const AVStream& stream = *input->getStream(index->stream);
-    return delivery.turnsOnSide() ? stream.codecpar->height : stream.codecpar->width;
+    const detail::PictureSize stored = storedSize();
+    return delivery.turnsOnSide() ? stored.height : stored.width;
 }
 
-std::shared_ptr<const detail::IndexData> FrameReader::Engine::indexFor(int stream) const {
+// Decoders keep more of a picture than the container says where its left edge, cut off as stated,
+// would not lie at an address that suits the processor.
+detail::PictureSize FrameReader::Engine::storedSize() const noexcept {
+    if (index->firstSize.height > 0 && index->firstSize.width > 0)
+        return index->firstSize;
+    const AVCodecParameters& said = *input->getStream(index->stream)->codecpar;
+    return {said.height, said.width};
+}
+
+std::shared_ptr<const detail::IndexData> FrameReader::Engine::openAndIndex(int stream) {
     if (!options.index) {
         const FrameIndexOptions making{options.checksums, options.threads, options.progress,
                                        stream};
-        return std::make_shared<const detail::IndexData>(detail::buildIndex(input, stream, making));
+        source = std::make_shared<detail::PacketSource>(input, stream);
+        return std::make_shared<const detail::IndexData>(
+            detail::buildIndex(*input, source, making));
     }
     auto given = detail::IndexAccess::dataOf(*options.index);
     requireMatch(*given, stream);
+    source = std::make_shared<detail::PacketSource>(input, stream);
     return given;
 }
 
@@ -135,7 +155,7 @@ void FrameReader::Engine::requireMatch(const detail::IndexData& given, int strea
 std::unique_ptr<detail::FrameFinder>
 FrameReader::Engine::makeFinder(const detail::IndexData& next) const {
     const bool nv12 = targetOf(options, frameFormat).format == PictureFormat::Nv12;
-    return std::make_unique<detail::FrameFinder>(input, next,
+    return std::make_unique<detail::FrameFinder>(source, next,
                                                  nv12 ? PixelFormat::NV12 : PixelFormat::RGB,
                                                  next.singleThread ? 1 : options.threads);
 }
@@ -147,8 +167,10 @@ void FrameReader::Engine::forgetPicture() noexcept {
 
 void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next) {
     auto made = makeFinder(*next);
-    if (finder)
-        done = counters();
+    if (finder) {
+        done.packetsDecoded += finder->work().packets;
+        done.picturesDecoded += finder->work().pictures;
+    }
     finder = std::move(made); // the one before refers to the index before
     index = std::move(next);
     standing = -1;
@@ -158,7 +180,7 @@ void FrameReader::Engine::useIndex(std::shared_ptr<const detail::IndexData> next
 void FrameReader::Engine::count(bool singleThread) {
     auto counted = std::make_shared<detail::IndexData>(*index);
     const FrameIndexOptions making{true, options.threads, options.progress, index->stream};
-    detail::countByDecoding(input, *counted, making, singleThread);
+    detail::countByDecoding(source, *counted, making, singleThread);
     useIndex(std::move(counted));
 }
 
@@ -286,8 +308,8 @@ FrameIndex FrameReader::Engine::currentIndex() const {
 FrameReader::Counters FrameReader::Engine::counters() const noexcept {
     const detail::DecodingRun::Work work = finder->work();
     Counters all = done;
-    all.sourceOpenings += work.openings;
-    all.seeks += work.seeks;
+    all.sourceOpenings += source->openingCount();
+    all.seeks += source->seekCount();
     all.packetsDecoded += work.packets;
     all.picturesDecoded += work.pictures;
     return all;

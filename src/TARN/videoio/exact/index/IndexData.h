@@ -20,6 +20,16 @@ struct EntryNotes {
     bool mayLeaveOut = false;
 };
 
+/// Rows and columns of a picture as it is stored.
+struct PictureSize {
+    int32_t height = 0;
+    int32_t width = 0;
+
+    [[nodiscard]] bool operator==(const PictureSize& other) const noexcept {
+        return height == other.height && width == other.width;
+    }
+};
+
 /// Everything that is known of a stream's packets and pictures: what a FrameIndex holds. Columns
 /// instead of records, because look-ups touch one of them and files are read column by column.
 ///
@@ -45,6 +55,7 @@ struct IndexData {
     bool singleThread = false;       ///< the stream is damaged: pictures repeat so only
     bool decoded = false;            ///< the pictures were counted by decoding
     EntryNotes notes;
+    PictureSize firstSize; ///< of the first picture; 0 where only the container says it
 
     // By packet.
     std::vector<int64_t> pts;

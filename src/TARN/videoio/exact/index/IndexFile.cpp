@@ -23,6 +23,11 @@ constexpr uint64_t flagSingleThread = 1;
 constexpr uint64_t flagLeaveOut = 2;
 constexpr uint64_t flagDecoded = 4;
 
+// Above the flags is the size of the first picture, each side in as many bits; 0 if not known.
+constexpr unsigned heightShift = 8;
+constexpr unsigned widthShift = 36;
+constexpr uint64_t sideMask = (uint64_t{1} << 28) - 1;
+
 /// The numbers before the columns that are not members of the index themselves.
 struct Header {
     uint64_t start = magic;
@@ -94,6 +99,10 @@ Header headerOf(const IndexData& index) {
     Header header;
     header.flags = (index.singleThread ? flagSingleThread : 0) |
                    (index.notes.mayLeaveOut ? flagLeaveOut : 0) | (index.decoded ? flagDecoded : 0);
+    if (static_cast<uint64_t>(index.firstSize.height) <= sideMask &&
+        static_cast<uint64_t>(index.firstSize.width) <= sideMask)
+        header.flags |= static_cast<uint64_t>(index.firstSize.height) << heightShift |
+                        static_cast<uint64_t>(index.firstSize.width) << widthShift;
     header.packets = index.pts.size();
     header.keys = index.keys.size();
     header.frames = index.packets.size();
@@ -125,6 +134,8 @@ void takeFlagsAndNotes(const Header& header, const NoteColumns& notes, IndexData
     index.singleThread = (header.flags & flagSingleThread) != 0;
     index.decoded = (header.flags & flagDecoded) != 0;
     index.notes.mayLeaveOut = (header.flags & flagLeaveOut) != 0;
+    index.firstSize = {static_cast<int32_t>(header.flags >> heightShift & sideMask),
+                       static_cast<int32_t>(header.flags >> widthShift & sideMask)};
     for (size_t i = 0; i < notes.packets.size(); ++i)
         index.notes.cleanFrom[notes.packets[i]] = notes.frames[i];
 }

@@ -1,11 +1,13 @@
 #include "exact/run/DecodingRun.h"
 
+#include <utility>
+
 namespace tio::ffmpeg::detail {
 
-DecodingRun::DecodingRun(const std::shared_ptr<InputFormatContext>& input, const IndexData& index,
+DecodingRun::DecodingRun(std::shared_ptr<PacketSource> packets, const IndexData& index,
                          PixelFormat pixelFormat, int threadCount)
-    : source(input, index.stream),
-      cursor(source, index),
+    : source(std::move(packets)),
+      cursor(*source, index),
       format(pixelFormat),
       threads(threadCount) {
     makeDecoder();
@@ -19,7 +21,7 @@ void DecodingRun::makeDecoder() {
         earlier.pictures += codec->picturesReceived();
     }
     codec = std::make_unique<FrameDecoder>(format, threads);
-    openingOfCodec = source.openingCount();
+    openingOfCodec = source->openingCount();
     ended = false;
     lost = false;
 }
@@ -28,11 +30,17 @@ bool DecodingRun::enterAt(uint32_t number) {
     // The decoder's packets refer to the stream of the source, which may be opened again.
     codec->restart();
     const bool found = cursor.goTo(number);
-    if (openingOfCodec != source.openingCount())
+    if (openingOfCodec != source->openingCount())
         makeDecoder();
     ended = false;
     lost = !found;
     return found;
+}
+
+void DecodingRun::rewind() {
+    codec->restart();
+    cursor.rewind();
+    makeDecoder();
 }
 
 void DecodingRun::startOver() {
@@ -59,7 +67,7 @@ bool DecodingRun::feed(const LeaveOut& leaveOut, uint32_t limit) {
         case PacketCursor::Step::Packet:
             if (leaveOut && leaveOut(number))
                 continue;
-            codec->send(source.packet(), number, source.stream());
+            codec->send(source->packet(), number, source->stream());
             return true;
         case PacketCursor::Step::End:
             codec->finish();
@@ -73,8 +81,7 @@ bool DecodingRun::feed(const LeaveOut& leaveOut, uint32_t limit) {
 }
 
 DecodingRun::Work DecodingRun::work() const {
-    return {source.openingCount(), source.seekCount(), earlier.packets + codec->packetsSent(),
-            earlier.pictures + codec->picturesReceived()};
+    return {earlier.packets + codec->packetsSent(), earlier.pictures + codec->picturesReceived()};
 }
 
 } // namespace tio::ffmpeg::detail

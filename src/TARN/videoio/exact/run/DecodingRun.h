@@ -19,19 +19,22 @@ public:
 
     /// What was done so far.
     struct Work {
-        int64_t openings = 0; ///< of the source
-        int64_t seeks = 0;    ///< in the source
         int64_t packets = 0;  ///< given to the decoder
         int64_t pictures = 0; ///< that came out of it
     };
 
-    /// Stands before packet 0. The index must outlive the run.
-    DecodingRun(const std::shared_ptr<InputFormatContext>& input, const IndexData& index,
-                PixelFormat format, int threads);
+    /// Stands before packet 0 where the source is at its start, and else nowhere. The source may be
+    /// used by others in between, but then the run has to be entered once more. The index must
+    /// outlive the run.
+    DecodingRun(std::shared_ptr<PacketSource> source, const IndexData& index, PixelFormat format,
+                int threads);
 
     /// Goes on from packet `number`, with nothing left of what came before.
     /// @returns false when the packet cannot be found again
     [[nodiscard]] bool enterAt(uint32_t number);
+
+    /// Goes on from the start as if the source were opened again, which it is where it must be.
+    void rewind();
 
     /// Goes on from the start, with a new decoder and the source opened again.
     void startOver();
@@ -55,7 +58,7 @@ private:
     void makeDecoder();
     [[nodiscard]] bool feed(const LeaveOut& leaveOut, uint32_t limit);
 
-    PacketSource source;
+    std::shared_ptr<PacketSource> source;
     PacketCursor cursor;
     PixelFormat format;
     int threads;

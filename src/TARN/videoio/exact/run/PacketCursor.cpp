@@ -2,6 +2,8 @@
 
 #include "base/hash.h"
 
+#include <TARN/videoio/Exception.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
@@ -24,7 +26,9 @@ uint64_t hashOf(const AVPacket& packet) {
 } // namespace
 
 PacketCursor::PacketCursor(PacketSource& source, const IndexData& ofStream)
-    : packets(source), index(ofStream), methods(methodsFor(*source.format().iformat)) {}
+    : packets(source), index(ofStream), methods(methodsFor(*source.format().iformat)) {
+    place(source.isAtStart());
+}
 
 // What led to the packet asked for, and not past it, most often over many real files. MP4 counts
 // decoding times in some files and presentation times in others; MPEG-TS and MPEG-PS guess times
@@ -39,6 +43,9 @@ std::vector<PacketCursor::Method> PacketCursor::methodsFor(const AVInputFormat& 
         return {{Way::Dts}, {Way::Byte}, {Way::ByteBefore}};
     if ((format.flags & AVFMT_NOTIMESTAMPS) != 0)
         return {{Way::Byte}, {Way::ByteBefore}};
+    // Those of bare streams, whose packets have no times, say so or have FFmpeg's own index.
+    if ((format.flags & AVFMT_GENERIC_INDEX) != 0 && (format.flags & AVFMT_NO_BYTE_SEEK) == 0)
+        return {{Way::Dts}, {Way::Pts}, {Way::Byte}, {Way::ByteBefore}};
     return {{Way::Dts}, {Way::Pts}};
 }
 
@@ -46,12 +53,48 @@ void PacketCursor::startOver() {
     packets.reopen();
     next = 0;
     pending = false;
-    placed = true;
+    place(true);
+}
+
+bool PacketCursor::isPlaced() const noexcept {
+    return placed && stepsWhenPlaced == packets.stepCount();
+}
+
+void PacketCursor::place(bool known) noexcept {
+    placed = known;
+    stepsWhenPlaced = packets.stepCount();
+}
+
+void PacketCursor::rewind() {
+    const bool there = isPlaced() && next == 0;
+    if (!there && !(packets.comesBackAsOpened() && seekBackToStart()))
+        startOver();
 }
 
 bool PacketCursor::goTo(uint32_t number) {
-    if (placed && next == number)
+    if (isPlaced() && next == number)
         return true;
+    if (number == 0 ? seekBackToStart() : seekTo(number))
+        return true;
+    startOver();
+    return readUpTo(number);
+}
+
+// A stream that can only be read from its start on is opened again instead.
+bool PacketCursor::seekBackToStart() {
+    if (index.packetCount() == 0)
+        return false;
+    try {
+        return seekTo(0);
+    } catch (const Exception& failure) {
+        for (const int stopped : {AVERROR(ETIMEDOUT), AVERROR_EXIT, AVERROR(ENOMEM)})
+            if (failure.code() == stopped)
+                throw;
+        return false;
+    }
+}
+
+bool PacketCursor::seekTo(uint32_t number) {
     for (Method& method : methods) {
         if (seekBy(method.way, number) && landsBefore(number) && readUpTo(number)) {
             std::stable_sort(methods.begin(), methods.end(), [](const Method& a, const Method& b) {
@@ -61,12 +104,11 @@ bool PacketCursor::goTo(uint32_t number) {
         }
         ++method.failures;
     }
-    startOver();
-    return readUpTo(number);
+    return false;
 }
 
 bool PacketCursor::seekBy(Way way, uint32_t number) {
-    placed = false;
+    place(false);
     const int64_t position = way == Way::ByteBefore ? byteBefore(number) : index.positions[number];
     const int64_t time = way == Way::Pts ? index.pts[number] : index.dtsOfKey(number);
     if (way == Way::Byte || way == Way::ByteBefore)
@@ -96,7 +138,7 @@ bool PacketCursor::landsBefore(uint32_t number) {
         if (found >= 0) {
             next = static_cast<uint32_t>(found);
             pending = true;
-            placed = true;
+            place(true);
             return true;
         }
     }
@@ -138,16 +180,18 @@ int64_t PacketCursor::locate(uint32_t near) const {
 }
 
 PacketCursor::Step PacketCursor::advance() {
-    if (pending) {
+    if (pending && isPlaced()) {
         pending = false;
         ++next;
         return Step::Packet;
     }
-    const bool wasPlaced = std::exchange(placed, false); // reading may throw on its way
+    const bool wasPlaced = isPlaced();
+    pending = false;
+    place(false); // reading may throw on its way
     const bool more = wasPlaced && packets.read();
     const bool atEnd = wasPlaced && !more && next == index.packetCount();
-    placed = atEnd ||
-             (more && next < index.packetCount() && hashOf(packets.packet()) == index.hashes[next]);
+    place(atEnd ||
+          (more && next < index.packetCount() && hashOf(packets.packet()) == index.hashes[next]));
     if (atEnd)
         return Step::End;
     if (!placed)

@@ -20,13 +20,18 @@ public:
         Lost,   ///< another packet than the index has came
     };
 
-    /// On a source that stands at its start. Both must outlive the cursor.
+    /// On a source that stands anywhere. Both must outlive the cursor. Where others have moved the
+    /// source in between, the cursor finds its way back.
     PacketCursor(PacketSource& source, const IndexData& index);
 
     /// Goes to before packet `number`: by a seek where one leads there, else by reading on from the
     /// start.
     /// @returns false when the source is not as it was when the index was made
     [[nodiscard]] bool goTo(uint32_t number);
+
+    /// Goes to before packet 0, to packets as a newly opened source gives them: in an opened one
+    /// where it comes back as it was.
+    void rewind();
 
     /// Goes to before packet 0 in a newly opened source.
     void startOver();
@@ -44,6 +49,10 @@ private:
     };
 
     static std::vector<Method> methodsFor(const AVInputFormat& format);
+    [[nodiscard]] bool isPlaced() const noexcept;
+    void place(bool known) noexcept;
+    [[nodiscard]] bool seekTo(uint32_t number);
+    [[nodiscard]] bool seekBackToStart();
     [[nodiscard]] bool seekBy(Way way, uint32_t number);
     [[nodiscard]] bool landsBefore(uint32_t number);
     [[nodiscard]] bool readUpTo(uint32_t number);
@@ -55,7 +64,8 @@ private:
     std::vector<Method> methods; // the one that failed least goes first
     uint32_t next = 0;
     bool pending = false; // the source stands on packet `next` already
-    bool placed = true;   // the source is where `next` says
+    bool placed = false;  // the source is where `next` says, unless it was moved since
+    int64_t stepsWhenPlaced = 0;
 };
 
 } // namespace tio::ffmpeg::detail

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace tio::ffmpeg::detail {
 
@@ -44,6 +45,20 @@ public:
     [[nodiscard]] const AVStream& stream() const { return *input->getStream(index); }
     [[nodiscard]] const AVFormatContext& format() const;
 
+    /// Whether a seek back to the start leads to what opening again gives. Not where parameters
+    /// have changed on the way, or something came that a demuxer gives but once for each opening.
+    [[nodiscard]] bool comesBackAsOpened() const;
+
+    /// Whether nothing was read, and nothing sought, since it was opened.
+    [[nodiscard]] bool isAtStart() const noexcept { return stepsAtOpening == steps; }
+
+    /// Grows with everything that moves the source: who finds it as it was left is still in place.
+    [[nodiscard]] int64_t stepCount() const noexcept { return steps; }
+
+    /// How messages name the source.
+    [[nodiscard]] const std::string& name() const noexcept { return source.name(); }
+    [[nodiscard]] int streamIndex() const noexcept { return index; }
+
     /// How often the source was opened, and how often it was sought in.
     [[nodiscard]] int64_t openingCount() const noexcept { return openings; }
     [[nodiscard]] int64_t seekCount() const noexcept { return seeks; }
@@ -53,10 +68,14 @@ private:
 
     Source source;
     std::unique_ptr<InputFormatContext> input;
+    CodecParametersHandle opened; // the stream's parameters as opening gave them
     PacketHandle current;
     int index;
+    bool gaveOnce = false; // something that it would not give again after a seek
     int64_t openings = 0;
     int64_t seeks = 0;
+    int64_t steps = 0;
+    int64_t stepsAtOpening = 0;
 };
 
 } // namespace tio::ffmpeg::detail
