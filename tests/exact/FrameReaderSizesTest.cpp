@@ -1,4 +1,5 @@
 #include "FrameReaderFixture.h"
+#include "support/Ffmpeg.h"
 
 #include <TARN/videoio/FrameReader.h>
 
