@@ -90,7 +90,7 @@ py::object takeLog() {
     if (lost != 0)
         told.append(py::make_tuple("root", static_cast<int>(log::LevelWarning),
                                    std::to_string(lost) + " further lines were dropped"));
-    return std::move(told);
+    return told;
 }
 
 } // namespace
