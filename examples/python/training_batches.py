@@ -7,13 +7,16 @@ import sys
 from typing import Any
 
 import torch
-from torch.utils.data import DataLoader, Dataset
+from torch.utils.data import DataLoader
 
 import tarn_videoio as tv
 
 
-class Pictures(Dataset):  # type: ignore[misc]
-    """The pictures of a clip. The reader is made once; every worker opens a decoder of its own."""
+class Pictures:
+    """The pictures of a clip: what has a length and items is a dataset to PyTorch.
+
+    The reader is made once; every worker opens a decoder of its own.
+    """
 
     def __init__(self, path: str) -> None:
         self.reader = tv.VideoReader(path, size=(90, 160))
@@ -26,5 +29,6 @@ class Pictures(Dataset):  # type: ignore[misc]
 
 
 if __name__ == "__main__":
-    for batch in DataLoader(Pictures(sys.argv[1]), batch_size=16, num_workers=2):
+    pictures: Any = Pictures(sys.argv[1])
+    for batch in DataLoader(pictures, batch_size=16, num_workers=2):
         print(tuple(batch.shape), float(batch.float().mean()))

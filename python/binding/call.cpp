@@ -1,5 +1,7 @@
 #include "call.h"
 
+#include "convert.h"
+
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,6 +14,13 @@ thread_local Call* innermost = nullptr;
 // Python handles signals in its main thread alone, which after fork() is the one that forked.
 bool isMainThread() {
     return ::syscall(SYS_gettid) == ::getpid();
+}
+
+const char* nameOf(ffmpeg::IndexProgress::Step step) {
+    using Step = ffmpeg::IndexProgress::Step;
+    return wordOf(
+        step,
+        {{Step::Packets, "packets"}, {Step::Pictures, "pictures"}, {Step::Samples, "samples"}});
 }
 
 } // namespace
@@ -93,12 +102,21 @@ std::shared_ptr<py::object> shareObject(py::object object) {
             }};
 }
 
-py::str textOf(const std::string& bytes, const char* errors) {
-    PyObject* text =
-        PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), errors);
-    if (text == nullptr)
-        throw py::error_already_set();
-    return py::reinterpret_steal<py::str>(text);
+ffmpeg::IndexProgressCallback progressOf(const py::object& function) {
+    const auto shared = function.is_none() ? nullptr : shareObject(function);
+    return [shared](const ffmpeg::IndexProgress& progress) {
+        if (callShallEnd())
+            return false;
+        if (!shared)
+            return true;
+        try {
+            return inPython([&] {
+                return (*shared)(nameOf(progress.step), progress.done, progress.total).cast<bool>();
+            });
+        } catch (const PythonRaised&) {
+            return false;
+        }
+    };
 }
 
 } // namespace tio::python

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TARN/videoio/FrameIndexOptions.h>
+
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -8,7 +10,6 @@
 #include <optional>
 #include <pybind11/pybind11.h>
 #include <stdexcept>
-#include <string>
 #include <sys/types.h>
 #include <thread>
 #include <type_traits>
@@ -20,20 +21,17 @@ namespace py = pybind11;
 
 /// What C++ throws through the library when Python has raised: the exception itself waits in the
 /// Call.
-class PythonRaised : public std::runtime_error {
-public:
+struct PythonRaised : std::runtime_error {
     PythonRaised() : std::runtime_error("an exception of Python") {}
 };
 
 /// A call was made in the middle of another one of the same object and thread: by a callback.
-class CalledWithinCall : public std::runtime_error {
-public:
+struct CalledWithinCall : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
 /// An object that was closed is asked for something.
-class Closed : public std::runtime_error {
-public:
+struct Closed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
@@ -86,20 +84,17 @@ auto inPython(Function&& function) {
 /// Runs code of the library without the GIL.
 template <typename Function>
 auto inLibrary(Function&& function) {
-    using Result = std::invoke_result_t<Function>;
     Call call;
+    const auto withoutLock = [&] {
+        const py::gil_scoped_release free;
+        return function();
+    };
     try {
-        if constexpr (std::is_void_v<Result>) {
-            {
-                const py::gil_scoped_release free;
-                function();
-            }
+        if constexpr (std::is_void_v<decltype(function())>) {
+            withoutLock();
             call.raiseKept();
         } else {
-            auto result = [&] {
-                const py::gil_scoped_release free;
-                return function();
-            }();
+            auto result = withoutLock();
             call.raiseKept();
             return result;
         }
@@ -144,7 +139,8 @@ private:
 /// A reference that may be let go of in any thread, with or without the GIL.
 [[nodiscard]] std::shared_ptr<py::object> shareObject(py::object object);
 
-/// Bytes as text, whatever they hold: what is no UTF-8 survives the way back into a path.
-[[nodiscard]] py::str textOf(const std::string& bytes, const char* errors = "surrogateescape");
+/// The callback of making an index: a Python function of (step, done, total), or None. What it
+/// raises ends the making, as signals do.
+[[nodiscard]] ffmpeg::IndexProgressCallback progressOf(const py::object& function);
 
 } // namespace tio::python

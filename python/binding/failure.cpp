@@ -1,5 +1,4 @@
 #include "binding.h"
-#include "call.h"
 
 #include <TARN/core/Exception.h>
 #include <TARN/videoio/ClipCopierOptions.h>
@@ -23,13 +22,10 @@ void raise(const char* kind, const std::string& text, int code = 0,
     PyErr_SetObject(failureType, arguments.ptr());
 }
 
-void raiseOfFfmpeg(const ffmpeg::Exception& failure) {
-    const char* kind = "ffmpeg";
+const char* kindOf(const ffmpeg::Exception& failure) {
     if (failure.isTimeout())
-        kind = "timeout";
-    else if (failure.isCancelled())
-        kind = "cancelled";
-    raise(kind, failure.what(), failure.code());
+        return "timeout";
+    return failure.isCancelled() ? "cancelled" : "ffmpeg";
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): as pybind11 calls it
@@ -38,8 +34,7 @@ void translate(std::exception_ptr thrown) {
         if (thrown)
             std::rethrow_exception(thrown);
     } catch (const ffmpeg::TimeRefusal& refusal) {
-        raise("time", refusal.what(), 0,
-              py::make_tuple(refusal.nearest().numerator, refusal.nearest().denominator));
+        raise("time", refusal.what(), 0, py::cast(refusal.nearest()));
     } catch (const ffmpeg::ClipRefusal& refusal) {
         raise("refusal", refusal.what());
     } catch (const ffmpeg::IndexingCancelled& cancelled) {
@@ -49,7 +44,7 @@ void translate(std::exception_ptr thrown) {
     } catch (const ffmpeg::IndexMismatch& mismatch) {
         raise("mismatch", mismatch.what());
     } catch (const ffmpeg::Exception& failure) {
-        raiseOfFfmpeg(failure);
+        raise(kindOf(failure), failure.what(), failure.code());
     } catch (const tio::Exception& failure) {
         raise("plain", failure.what());
     } catch (const Closed& closed) {

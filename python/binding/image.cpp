@@ -1,5 +1,4 @@
 #include "binding.h"
-#include "call.h"
 #include "pixels.h"
 
 #include <TARN/videoio/ReadImage.h>
@@ -8,7 +7,6 @@
 #include <cstring>
 #include <optional>
 #include <pybind11/stl.h>
-#include <string>
 
 namespace tio::python {
 

@@ -1,13 +1,11 @@
 #include "binding.h"
-#include "call.h"
 
 #include <TARN/logging/log.h>
 
-#include <atomic>
 #include <cstddef>
-#include <deque>
 #include <mutex>
 #include <pthread.h>
+#include <vector>
 
 namespace tio::python {
 
@@ -32,30 +30,29 @@ public:
             lines.push_back({logger, level, text});
         else
             ++lost;
-        waiting.store(true);
     }
 
-    std::deque<Line> take(std::size_t& lostLines) {
+    std::vector<Line> take() {
         const std::lock_guard<std::mutex> lock(mutex);
-        waiting.store(false);
-        lostLines = std::exchange(lost, 0);
-        return std::exchange(lines, {});
+        if (lost != 0)
+            lines.push_back(
+                {"root", log::LevelWarning, std::to_string(lost) + " further lines were dropped"});
+        std::vector<Line> taken = std::move(lines);
+        forget();
+        return taken;
     }
-
-    [[nodiscard]] bool isEmpty() const noexcept { return !waiting.load(); }
 
     std::mutex mutex;
 
+    /// With the lock.
     void forget() noexcept {
         lines.clear();
         lost = 0;
-        waiting.store(false);
     }
 
 private:
-    std::deque<Line> lines;
+    std::vector<Line> lines;
     std::size_t lost = 0;
-    std::atomic<bool> waiting{false};
 };
 
 // Never destroyed: static destructors of other libraries may still write lines.
@@ -64,39 +61,29 @@ LogQueue& queue() {
     return *all;
 }
 
-// A lock that another thread holds during fork() would stay locked in the child.
-void lockQueue() {
-    queue().mutex.lock();
-}
-void unlockQueue() {
-    queue().mutex.unlock();
-}
-void forgetQueue() {
-    queue().forget(); // those are the parent's to tell
-    queue().mutex.unlock();
-}
-
 py::object takeLog() {
-    if (queue().isEmpty())
+    const std::vector<Line> lines = queue().take();
+    if (lines.empty())
         return py::none();
-    std::size_t lost = 0;
-    const std::deque<Line> lines = queue().take(lost);
     py::list told;
     for (const Line& line : lines) {
         told.append(py::make_tuple(textOf(line.logger, "backslashreplace"),
                                    static_cast<int>(line.level),
                                    textOf(line.text, "backslashreplace")));
     }
-    if (lost != 0)
-        told.append(py::make_tuple("root", static_cast<int>(log::LevelWarning),
-                                   std::to_string(lost) + " further lines were dropped"));
     return told;
 }
 
 } // namespace
 
 void bindLog(py::module_& module) {
-    pthread_atfork(lockQueue, unlockQueue, forgetQueue);
+    // A lock that another thread holds during fork() would stay locked in the child; the lines are
+    // the parent's to tell.
+    pthread_atfork([] { queue().mutex.lock(); }, [] { queue().mutex.unlock(); },
+                   [] {
+                       queue().forget();
+                       queue().mutex.unlock();
+                   });
     log::setSink([](const std::string& logger, log::Level level, const std::string& text) {
         queue().add(logger, level, text);
     });

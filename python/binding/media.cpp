@@ -1,5 +1,4 @@
 #include "binding.h"
-#include "call.h"
 
 #include <TARN/videoio/InputFormatContext.h>
 #include <TARN/videoio/Metadata.h>
@@ -17,21 +16,12 @@ using ffmpeg::Metadata;
 using ffmpeg::StreamType;
 
 const char* nameOf(StreamType type) {
-    switch (type) {
-    case StreamType::Video:
-        return "video";
-    case StreamType::Audio:
-        return "audio";
-    case StreamType::Subtitle:
-        return "subtitle";
-    case StreamType::Data:
-        return "data";
-    case StreamType::Attachment:
-        return "attachment";
-    case StreamType::Unknown:
-        break;
-    }
-    return "unknown";
+    return wordOf(type, {{StreamType::Video, "video"},
+                         {StreamType::Audio, "audio"},
+                         {StreamType::Subtitle, "subtitle"},
+                         {StreamType::Data, "data"},
+                         {StreamType::Attachment, "attachment"},
+                         {StreamType::Unknown, "unknown"}});
 }
 
 py::object told(const std::string& text) {
@@ -40,17 +30,10 @@ py::object told(const std::string& text) {
     return textOf(text, "replace");
 }
 
-template <typename Number>
-py::object told(const std::optional<Number>& number) {
-    if (!number)
-        return py::none();
-    return py::int_(*number);
-}
-
 py::object told(const std::optional<ffmpeg::Rational>& fraction) {
     if (!fraction || fraction->denominator == 0)
         return py::none();
-    return py::make_tuple(fraction->numerator, fraction->denominator);
+    return py::cast(*fraction);
 }
 
 py::dict dictOf(const Metadata& metadata, std::size_t index) {
@@ -64,15 +47,15 @@ py::dict dictOf(const Metadata& metadata, std::size_t index) {
     made["codec"] = metadata.codec == "none" ? py::none() : told(metadata.codec);
     made["time_base"] = told(std::optional<ffmpeg::Rational>(metadata.timeBase));
     made["duration"] = told(metadata.duration);
-    made["bit_rate"] = told(metadata.bitRate);
-    made["frame_count"] = told(metadata.frameCount);
+    made["bit_rate"] = metadata.bitRate;
+    made["frame_count"] = metadata.frameCount;
     made["tags"] = tags;
-    made["width"] = told(metadata.width);
-    made["height"] = told(metadata.height);
-    made["coded_width"] = told(metadata.codedWidth);
-    made["coded_height"] = told(metadata.codedHeight);
+    made["width"] = metadata.width;
+    made["height"] = metadata.height;
+    made["coded_width"] = metadata.codedWidth;
+    made["coded_height"] = metadata.codedHeight;
     made["pixel_format"] = told(metadata.pixelFormat);
-    made["bits"] = told(metadata.bits);
+    made["bits"] = metadata.bits;
     made["average_rate"] = told(metadata.averageRate);
     made["rotation"] = metadata.rotation;
     made["mirrored"] = metadata.mirrored;
@@ -83,8 +66,8 @@ py::dict dictOf(const Metadata& metadata, std::size_t index) {
     made["colour_transfer"] = told(metadata.colourTransfer);
     made["sample_aspect_ratio"] = told(metadata.sampleAspectRatio);
     made["sample_format"] = told(metadata.sampleFormat);
-    made["rate"] = told(metadata.rate);
-    made["channels"] = told(metadata.channels);
+    made["rate"] = metadata.rate;
+    made["channels"] = metadata.channels;
     made["layout"] = told(metadata.layout);
     return made;
 }

@@ -2,31 +2,30 @@
 
 #include "call.h"
 
+#include <TARN/videoio/Source.h>
+
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <pybind11/pybind11.h>
+#include <type_traits>
 #include <utility>
 
 namespace tio::python {
 
-/// A reader of the library that threads of Python take turns with. It can be closed, and is made
-/// again in a forked process when another thread was in the middle of a call.
+/// A reader or writer of the library that threads of Python take turns with. It can be closed, and
+/// is made again in a forked process when another thread was in the middle of a call.
 template <typename Engine>
 class Shared {
 public:
-    using Maker = std::function<std::unique_ptr<Engine>()>;
-    using Note = std::function<void(const Engine&)>;
-
-    /// Makes the first one.
     /// @param maker  called without the GIL, also later
-    /// @param note   called after every call, without the GIL, to remember what has changed
-    Shared(Maker maker, Note note) : make(std::move(maker)), remember(std::move(note)) {
-        inLibrary([&] { renew(); });
+    explicit Shared(std::function<std::unique_ptr<Engine>()> maker) : make(std::move(maker)) {
+        inLibrary([&] { engine = make(); });
     }
 
     ~Shared() {
-        if (turns.noticeFork())
-            static_cast<void>(engine.release()); // another thread of the parent was using it
+        noticeFork();
         const py::gil_scoped_release free;
         engine.reset();
     }
@@ -45,14 +44,12 @@ public:
     template <typename Function>
     auto use(Function&& function) {
         requireOpen();
-        if (turns.noticeFork())
-            static_cast<void>(engine.release());
+        noticeFork();
         return inLibrary([&] {
             const Turns::Turn turn(turns);
             requireOpen();
             if (!engine) // also where that has failed before
-                renew();
-            const Noting noting(*this);
+                engine = make();
             return function(*engine);
         });
     }
@@ -61,37 +58,102 @@ public:
     void close() {
         if (isClosed())
             return;
-        if (turns.noticeFork())
-            static_cast<void>(engine.release());
+        noticeFork();
         inLibrary([&] {
             const Turns::Turn turn(turns);
-            closed.store(true);
-            engine.reset();
+            end();
+        });
+    }
+
+    /// The same, with a last use of the engine, whatever comes of it.
+    template <typename Function>
+    void closeAfter(Function&& function) {
+        use([&](Engine& open) {
+            try {
+                function(open);
+            } catch (...) {
+                end();
+                throw;
+            }
+            end();
         });
     }
 
 private:
-    class Noting {
-    public:
-        explicit Noting(Shared& all) : owner(all) {}
-        ~Noting() { owner.remember(*owner.engine); }
-        Noting(const Noting&) = delete;
-        Noting& operator=(const Noting&) = delete;
-
-    private:
-        Shared& owner;
-    };
-
-    void renew() {
-        engine = make();
-        remember(*engine);
+    void end() {
+        closed.store(true);
+        engine.reset();
     }
 
-    Maker make;
-    Note remember;
+    void noticeFork() {
+        if (turns.noticeFork())
+            static_cast<void>(engine.release()); // another thread of the parent was using it
+    }
+
+    std::function<std::unique_ptr<Engine>()> make;
     Turns turns;
     std::unique_ptr<Engine> engine;
     std::atomic<bool> closed{false};
 };
+
+/// A reader whose index is kept, so that it is there when the reader has to be made again.
+/// @tparam counted  how many frames or samples there are: a method of the engine
+template <typename Engine, typename Options, int64_t (Engine::*counted)() const noexcept>
+class SharedReader {
+public:
+    SharedReader(ffmpeg::Source source, Options given)
+        : origin(std::move(source)), options(std::move(given)), shared([this] {
+              auto made = std::make_unique<Engine>(origin, options);
+              options.index = made->index();
+              known.store(((*made).*counted)());
+              return made;
+          }) {}
+
+    void close() { shared.close(); }
+    [[nodiscard]] bool isClosed() const { return shared.isClosed(); }
+
+    // Waits for nobody: it is asked all the time.
+    [[nodiscard]] int64_t count() const {
+        shared.requireOpen();
+        return known.load();
+    }
+
+    /// Runs a function of the reader without the GIL.
+    template <typename Function>
+    auto use(Function&& function) {
+        return shared.use([&](Engine& open) {
+            const Counting counting{*this, open};
+            return function(open);
+        });
+    }
+
+private:
+    // Damage that turns up changes how many there are.
+    struct Counting {
+        SharedReader& reader;
+        const Engine& engine;
+        ~Counting() { reader.known.store((engine.*counted)()); }
+    };
+
+    ffmpeg::Source origin;
+    Options options;
+    std::atomic<int64_t> known{0};
+    Shared<Engine> shared; // is made of the rest
+};
+
+template <typename Reader>
+void bindShared(py::class_<Reader>& bound) {
+    bound.def("close", &Reader::close)
+        .def("is_closed", &Reader::isClosed)
+        .def("count", &Reader::count);
+}
+
+/// @returns what asks a method of the library's, for Python to call
+template <typename Reader, typename Engine, typename Answer, typename... Arguments>
+auto asking(Answer (Engine::*method)(Arguments...) const) {
+    return [method](Reader& reader, const std::decay_t<Arguments>&... arguments) {
+        return reader.use([&](Engine& open) { return (open.*method)(arguments...); });
+    };
+}
 
 } // namespace tio::python

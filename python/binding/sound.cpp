@@ -1,18 +1,11 @@
 #include "binding.h"
 #include "shared.h"
-#include "source.h"
 
 #include <TARN/videoio/SampleReader.h>
 
-#include <atomic>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <pybind11/numpy.h>
-#include <pybind11/stl.h>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace tio::python {
 
@@ -21,47 +14,27 @@ namespace {
 using ffmpeg::SampleIndex;
 using ffmpeg::SampleReader;
 using Samples = py::array_t<float, py::array::c_style>;
+using SharedSamples =
+    SharedReader<SampleReader, ffmpeg::SampleReaderOptions, &SampleReader::sampleCount>;
 
-std::optional<SampleIndex> indexOf(const std::optional<py::bytes>& bytes) {
-    if (!bytes)
-        return std::nullopt;
-    const std::string text = *bytes;
-    const std::vector<uint8_t> content(text.begin(), text.end());
-    return inLibrary([&] { return SampleIndex::fromBytes(content); });
-}
-
-ffmpeg::SampleReaderOptions optionsOf(const py::dict& settings, std::optional<SampleIndex> index) {
+ffmpeg::SampleReaderOptions optionsOf(const py::dict& settings,
+                                      const std::optional<py::bytes>& index) {
     ffmpeg::SampleReaderOptions options;
-    options.index = std::move(index);
-    options.stream = settings["stream"].cast<std::optional<int>>().value_or(options.stream);
-    options.checksums = settings["checksums"].cast<bool>();
+    if (index)
+        options.index =
+            inLibrary([content = contentOf(*index)] { return SampleIndex::fromBytes(content); });
+    take(settings, "stream", options.stream);
+    take(settings, "checksums", options.checksums);
     options.progress = progressOf(settings["progress"]);
     return options;
 }
 
-class Sound {
+class Sound : public SharedSamples {
 public:
-    Sound(const ffmpeg::Source& origin, const py::dict& settings,
+    Sound(const ffmpeg::Source& source, const py::dict& settings,
           const std::optional<py::bytes>& index)
-        : source(origin),
-          options(optionsOf(settings, indexOf(index))),
-          reader([this] { return open(); },
-                 [this](const SampleReader& used) { samples.store(used.sampleCount()); }) {}
-
-    void close() { reader.close(); }
-    [[nodiscard]] bool isClosed() const noexcept { return reader.isClosed(); }
-
-    // Waits for nobody: it is asked all the time.
-    [[nodiscard]] int64_t count() const {
-        reader.requireOpen();
-        return samples.load();
-    }
-
-    /// Runs a function of the reader without the GIL.
-    template <typename Function>
-    auto use(Function&& function) {
-        return reader.use(std::forward<Function>(function));
-    }
+        : SharedSamples(source, optionsOf(settings, index)),
+          channels(use([](SampleReader& open) { return open.channelCount(); })) {}
 
     /// @param memory  (n, channels)
     void readInto(int64_t first, Samples& memory) {
@@ -72,68 +45,34 @@ public:
         use([&](SampleReader& open) { open.readSamples(first, number, to); });
     }
 
-    /// (stream, samples a second, channels, layout)
-    [[nodiscard]] py::tuple facts() const {
-        return py::make_tuple(stream, rate, channels, textOf(layout));
+    [[nodiscard]] py::bytes index() {
+        return bytesOf(use([](SampleReader& open) { return open.index().toBytes(); }));
     }
 
-    [[nodiscard]] py::bytes index() {
-        const std::vector<uint8_t> bytes =
-            use([](SampleReader& open) { return open.index().toBytes(); });
-        return {reinterpret_cast<const char*>(bytes.data()),
-                bytes.size()}; // NOLINT: as Python has it
+    [[nodiscard]] py::str layout() {
+        return textOf(use([](SampleReader& open) { return open.layout(); }));
     }
 
 private:
-    // Keeps the index, so that it is there when the reader has to be made again.
-    std::unique_ptr<SampleReader> open() {
-        auto made = std::make_unique<SampleReader>(source, options);
-        options.index = made->index();
-        stream = made->streamIndex();
-        rate = made->sampleRate();
-        channels = made->channelCount();
-        layout = made->layout();
-        return made;
-    }
-
-    ffmpeg::Source source;
-    ffmpeg::SampleReaderOptions options;
-    std::atomic<int64_t> samples{0};
-    int stream = -1;
-    int rate = 0;
-    int channels = 0;
-    std::string layout;
-    Shared<SampleReader> reader; // is made of the rest
+    int channels;
 };
 
 } // namespace
 
 void bindSound(py::module_& module) {
-    py::class_<Sound>(module, "AudioReader", "Sound by number of sample.")
-        .def(py::init<ffmpeg::Source, py::dict, std::optional<py::bytes>>())
-        .def("close", &Sound::close)
-        .def("is_closed", &Sound::isClosed)
-        .def("count", &Sound::count)
-        .def("facts", &Sound::facts)
+    py::class_<Sound> bound(module, "AudioReader", "Sound by number of sample.");
+    bindShared(bound);
+    bound.def(py::init<ffmpeg::Source, py::dict, std::optional<py::bytes>>())
+        .def("stream", asking<Sound>(&SampleReader::streamIndex))
+        .def("rate", asking<Sound>(&SampleReader::sampleRate))
+        .def("channels", asking<Sound>(&SampleReader::channelCount))
+        .def("layout", &Sound::layout)
         .def("index", &Sound::index)
         .def("read_into", &Sound::readInto, py::arg("first"), py::arg("memory").noconvert())
-        .def("start_time",
-             [](Sound& sound) {
-                 return pairOf(sound.use([](SampleReader& open) { return open.startTime(); }));
-             })
-        .def("duration",
-             [](Sound& sound) {
-                 return pairOf(sound.use([](SampleReader& open) { return open.duration(); }));
-             })
-        .def("time",
-             [](Sound& sound, int64_t number) {
-                 return pairOf(
-                     sound.use([&](SampleReader& open) { return open.timeOfSample(number); }));
-             })
-        .def("number_at", [](Sound& sound, int64_t numerator, int64_t denominator) {
-            const Seconds time(numerator, denominator);
-            return sound.use([&](SampleReader& open) { return open.sampleAt(time); });
-        });
+        .def("start_time", asking<Sound>(&SampleReader::startTime))
+        .def("duration", asking<Sound>(&SampleReader::duration))
+        .def("time", asking<Sound>(&SampleReader::timeOfSample))
+        .def("number_at", asking<Sound>(&SampleReader::sampleAt));
 }
 
 } // namespace tio::python

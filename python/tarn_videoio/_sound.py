@@ -4,22 +4,21 @@ from __future__ import annotations
 
 from fractions import Fraction
 from math import floor
-from typing import TYPE_CHECKING, Any, Callable, Dict, Iterator, Optional, Tuple, TypeVar
+from typing import TYPE_CHECKING, Any, Dict, Iterator, Optional, Tuple
 
 import numpy as np
 
 from . import _checks, _native, _numbers, _times
-from ._calls import Progress, ProgressFunction, call
+from ._calls import Progress, ProgressFunction
 from ._errors import Error
-from ._metadata import SoundMetadata, streams_of
-from ._sources import Source, origin_of, settings
+from ._metadata import SoundMetadata
+from ._reader import Reader
+from ._sources import Settings, Source, settings
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
     _Samples = NDArray[np.float32]
-
-Result = TypeVar("Result")
 
 # Later than any sound, in seconds; and what times are rounded down to that are finer than the
 # library's fractions of 64 bits hold.
@@ -27,7 +26,7 @@ _LATEST = 2**33
 _FINEST = 2**40
 
 
-class AudioReader:
+class AudioReader(Reader[_native.AudioReader, "_Samples"]):
     """The sound of a clip by number of sample or time, in any order, as NumPy arrays.
 
     Sample n is the n-th sample of each channel that comes out when the stream is decoded from start
@@ -48,33 +47,25 @@ class AudioReader:
                  open_timeout: Optional[float] = None, read_timeout: Optional[float] = None,
                  demuxer: Optional[str] = None,
                  options: Optional[Dict[str, Any]] = None) -> None:
-        self._open(source, {
+        self._begin(source, {
             "stream": _checks.optional_integer(stream, "stream"),
             "checksums": _checks.flag(checksums, "checksums"),
         }, settings(open_timeout, read_timeout, demuxer, options), None, Progress(progress))
 
-    def _open(self, source: Source, given: Dict[str, Any], how: Any, index: Optional[bytes],
-              told: Progress) -> None:
-        self._origin = origin_of(source)
-        self._settings = given
-        self._how = how
-        # Of an absolute path, so that another process finds it from another folder.
-        self._recipe = None if self._origin.kind == "file" else self._origin.source
-        self._native = call(self._origin.name, _native.AudioReader, self._origin.open(how),
-                            dict(given, progress=told), index, path=self._origin.path)
-        self._metadata: Optional[SoundMetadata] = None
-        self._stream, self._rate, self._channels, self._layout = self._native.facts()
-        count = self._native.count()
-        told.finish(count, self._origin.name, "samples")
+    def _begin(self, source: Source, given: Dict[str, Any], how: Settings, index: Optional[bytes],
+               told: Progress) -> None:
+        self._open(_native.AudioReader, source, given, how, index, told, "samples")
+        self._rate = self._native.rate()
+        self._channels = self._native.channels()
+        self._layout = self._native.layout()
+
+    def _reopen(self, source: Source, given: Dict[str, Any], how: Settings, index: bytes) -> None:
+        self._begin(source, given, how, index, Progress(None))
+
+    def _stored_index(self) -> bytes:
+        return self._call(self._native.index)
 
     # What there is
-
-    def __len__(self) -> int:
-        """Samples of each channel."""
-        try:
-            return self._native.count()
-        except _native.Failure:
-            return self._call(self._native.count)
 
     @property
     def rate(self) -> int:
@@ -107,14 +98,7 @@ class AudioReader:
     @property
     def metadata(self) -> SoundMetadata:
         """What the source tells of the stream."""
-        len(self)
-        if self._metadata is None:
-            found = streams_of(self._origin, self._how)[self._stream]
-            if not isinstance(found, SoundMetadata):
-                raise Error(
-                    f"{self._origin.name} has changed: stream {self._stream} is no sound now")
-            self._metadata = found
-        return self._metadata
+        return self._metadata(SoundMetadata, "sound")
 
     def time(self, number: int) -> Fraction:
         """When a sample is heard, in seconds."""
@@ -150,12 +134,6 @@ class AudioReader:
         sample: "_Samples" = self._read(number, number + 1)[0].copy()
         return sample
 
-    def __iter__(self) -> Iterator["_Samples"]:
-        number = 0
-        while number < len(self):
-            yield self[number]
-            number += 1
-
     def between(self, t0: _times.Time, t1: _times.Time) -> "_Samples":
         """The samples with t0 <= time < t1, in seconds, as far as there are any."""
         len(self)
@@ -167,29 +145,6 @@ class AudioReader:
         len(self)
         return self._blocks(_checks.integer(size, "size", 1, 2**63 - 1))
 
-    # Past one process
-
-    def close(self) -> None:
-        """Lets go of the source. Waits for a call of another thread to end."""
-        call(self._origin.name, self._native.close)
-
-    @property
-    def closed(self) -> bool:
-        return self._native.is_closed()
-
-    def __enter__(self) -> "AudioReader":
-        len(self)
-        return self
-
-    def __exit__(self, *_: Any) -> None:
-        self.close()
-
-    def __reduce__(self) -> Any:
-        index = self._call(self._native.index)
-        if self._recipe is None:
-            self._origin.source  # raises
-        return _restored, (type(self), self._recipe, self._settings, tuple(self._how), index)
-
     def __repr__(self) -> str:
         if self.closed:
             return f"<AudioReader of {self._origin.name}, closed>"
@@ -197,9 +152,6 @@ class AudioReader:
                 f"{self._layout}>")
 
     # How it is done
-
-    def _call(self, function: Callable[..., Result], *arguments: Any) -> Result:
-        return call(self._origin.name, function, *arguments, path=self._origin.path)
 
     def _read(self, first: int, stop: int) -> "_Samples":
         samples: "_Samples" = np.empty((stop - first, self._channels), np.float32)
@@ -224,7 +176,7 @@ class AudioReader:
         return number if self.time(number) == time else number + 1
 
     def _number_at(self, time: Fraction) -> int:
-        number = self._call(self._native.number_at, *self._pair(time))
+        number = self._call(self._native.number_at, self._pair(time))
         # A time that was rounded down may have come before the sample that it lies on.
         if number + 1 < len(self) and self.time(number + 1) <= time:
             number += 1
@@ -236,12 +188,3 @@ class AudioReader:
         if time.denominator >= 2**63 or abs(time.numerator) >= 2**63:
             time = Fraction(floor(time * _FINEST), _FINEST)
         return _times.pair(time)
-
-
-def _restored(kind: Any, source: Any, given: Dict[str, Any], how: Tuple[Any, ...],
-              index: bytes) -> AudioReader:
-    made: AudioReader = kind.__new__(kind)
-    waits = [None if wait == 0 else wait / 1000 for wait in how[:2]]
-    made._open(source, given, settings(waits[0], waits[1], how[2] or None, how[3]), index,
-               Progress(None))
-    return made

@@ -2,26 +2,29 @@
 from __future__ import annotations
 from fractions import Fraction
 from math import floor
-from typing import TYPE_CHECKING, Any, Callable, Dict, Iterator, Optional, Tuple, TypeVar
+from typing import TYPE_CHECKING, Any, Dict, Iterator, Optional, Tuple
 import numpy as np
 from . import _checks, _native, _numbers, _times
-from ._calls import Progress, ProgressFunction, call
+from ._calls import Progress, ProgressFunction
 from ._errors import Error
-from ._metadata import SoundMetadata, streams_of
-from ._sources import Source, origin_of, settings
+from ._metadata import SoundMetadata
+from ._reader import Reader
+from ._sources import Settings, Source, settings
 from numpy.typing import NDArray
 _Samples = NDArray[np.float32]
-Result = TypeVar('Result')
 
-class AudioReader:
+class AudioReader(Reader[_native.AudioReader, '_Samples']):
 
     def __init__(self, source: Source, *, stream: Optional[int]=None, checksums: bool=False, progress: Optional[ProgressFunction]=None, open_timeout: Optional[float]=None, read_timeout: Optional[float]=None, demuxer: Optional[str]=None, options: Optional[Dict[str, Any]]=None) -> None:
         ...
 
-    def _open(self, source: Source, given: Dict[str, Any], how: Any, index: Optional[bytes], told: Progress) -> None:
+    def _begin(self, source: Source, given: Dict[str, Any], how: Settings, index: Optional[bytes], told: Progress) -> None:
         ...
 
-    def __len__(self) -> int:
+    def _reopen(self, source: Source, given: Dict[str, Any], how: Settings, index: bytes) -> None:
+        ...
+
+    def _stored_index(self) -> bytes:
         ...
 
     @property
@@ -57,35 +60,13 @@ class AudioReader:
     def __getitem__(self, key: Any) -> '_Samples':
         ...
 
-    def __iter__(self) -> Iterator['_Samples']:
-        ...
-
     def between(self, t0: _times.Time, t1: _times.Time) -> '_Samples':
         ...
 
     def blocks(self, size: int) -> Iterator['_Samples']:
         ...
 
-    def close(self) -> None:
-        ...
-
-    @property
-    def closed(self) -> bool:
-        ...
-
-    def __enter__(self) -> 'AudioReader':
-        ...
-
-    def __exit__(self, *_: Any) -> None:
-        ...
-
-    def __reduce__(self) -> Any:
-        ...
-
     def __repr__(self) -> str:
-        ...
-
-    def _call(self, function: Callable[..., Result], *arguments: Any) -> Result:
         ...
 
     def _read(self, first: int, stop: int) -> '_Samples':
@@ -103,6 +84,3 @@ class AudioReader:
     @staticmethod
     def _pair(time: Fraction) -> Tuple[int, int]:
         ...
-
-def _restored(kind: Any, source: Any, given: Dict[str, Any], how: Tuple[Any, ...], index: bytes) -> AudioReader:
-    ...

@@ -6,25 +6,23 @@ import os
 from dataclasses import dataclass, field, replace
 from fractions import Fraction
 from math import ceil, floor
-from typing import (TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Optional,
-                    Tuple, TypeVar, Union)
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _checks, _native, _numbers, _times
-from ._calls import Progress, ProgressFunction, call
+from ._calls import Progress, ProgressFunction
 from ._errors import Error
 from ._index import MOST_THREADS, FrameIndex, index_of
-from ._metadata import VideoMetadata, streams_of
-from ._sources import Source, origin_of, pair_of_size, settings
+from ._metadata import VideoMetadata
+from ._reader import Reader
+from ._sources import Settings, Source, pair_of_size, settings
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
     _Pictures = NDArray[Any]
     _Numbers = NDArray[np.int64]
-
-Result = TypeVar("Result")
 
 FORMATS: Tuple[str, ...] = ("rgb24", "rgb48", "gray8", "gray16", "nv12")
 _FURTHEST_TICK = 2**62
@@ -75,7 +73,7 @@ def picture_type(format: str) -> "np.dtype[Any]":
     return np.dtype(np.uint16 if format in ("rgb48", "gray16") else np.uint8)
 
 
-class VideoReader:
+class VideoReader(Reader[_native.VideoReader, "_Pictures"]):
     """The pictures of a video by number or time, in any order, as NumPy arrays.
 
     Frame n is the n-th picture that comes out when the stream is decoded from start to end; a
@@ -108,9 +106,8 @@ class VideoReader:
                  open_timeout: Optional[float] = None, read_timeout: Optional[float] = None,
                  demuxer: Optional[str] = None,
                  options: Optional[Dict[str, Any]] = None) -> None:
-        self._origin = origin_of(source)
         height, width = pair_of_size(size)
-        self._settings: Dict[str, Any] = {
+        self._begin(source, {
             "stream": _checks.optional_integer(stream, "stream"),
             "format": _checks.word(format, "format", FORMATS),
             "height": height,
@@ -118,26 +115,23 @@ class VideoReader:
             "colours": _checks.word(colours, "colours", ("tagged", "bt601")),
             "threads": _checks.integer(threads, "threads", 0, MOST_THREADS),
             "checksums": _checks.flag(checksums, "checksums"),
-        }
-        self._how = settings(open_timeout, read_timeout, demuxer, options)
-        told = Progress(progress)
-        # Of an absolute path, so that another process finds it from another folder.
-        self._recipe = None if self._origin.kind == "file" else self._origin.source
-        given = index_of(index)
-        self._native = call(self._origin.name, _native.VideoReader, self._origin.open(self._how),
-                            dict(self._settings, progress=told),
-                            None if given is None else given._native, path=self._origin.path)
-        self._metadata: Optional[VideoMetadata] = None
-        self._format = format
-        told.finish(self._native.count(), self._origin.name)
+        }, settings(open_timeout, read_timeout, demuxer, options), index_of(index),
+            Progress(progress))
+
+    def _begin(self, source: Source, given: Dict[str, Any], how: Settings,
+               index: Optional[FrameIndex], told: Progress) -> None:
+        self._format: str = given["format"]
+        self._open(_native.VideoReader, source, given, how,
+                   None if index is None else index._native, told, "packets")
+        self._shape = picture_shape(self._format, *self._native.size())
+
+    def _reopen(self, source: Source, given: Dict[str, Any], how: Settings, index: bytes) -> None:
+        self._begin(source, given, how, FrameIndex.from_bytes(index), Progress(None))
+
+    def _stored_index(self) -> bytes:
+        return self.index.to_bytes()
 
     # What there is
-
-    def __len__(self) -> int:
-        try:
-            return self._native.count()
-        except _native.Failure:
-            return self._call(self._native.count)
 
     @property
     def ticks(self) -> "_Numbers":
@@ -162,13 +156,7 @@ class VideoReader:
     @property
     def metadata(self) -> VideoMetadata:
         """What the source tells of the stream; `frame_count` is that of the index."""
-        stream = self._call(self._native.stream)
-        if self._metadata is None:
-            found = streams_of(self._origin, self._how)[stream]
-            if not isinstance(found, VideoMetadata):
-                raise Error(f"{self._origin.name} has changed: stream {stream} is no video now")
-            self._metadata = found
-        return replace(self._metadata, frame_count=len(self))
+        return replace(self._metadata(VideoMetadata, "video"), frame_count=len(self))
 
     def time(self, number: int) -> Fraction:
         """When a frame is shown, in seconds."""
@@ -201,12 +189,6 @@ class VideoReader:
             return self._picture(_numbers.one(key.item(), count))[0]
         numbers = _numbers.many(key, count)
         return self._read(numbers, self._memory(numbers.shape))
-
-    def __iter__(self) -> Iterator["_Pictures"]:
-        number = 0
-        while number < len(self):
-            yield self._picture(number)[0]
-            number += 1
 
     def frame(self, number: int) -> Frame:
         """One picture with its number, time and duration."""
@@ -274,29 +256,6 @@ class VideoReader:
         begin, end = _numbers.span(first, stop, len(self))
         return self._call(self._native.digest, begin, end)
 
-    # Past one process
-
-    def close(self) -> None:
-        """Lets go of the source. Waits for a call of another thread to end."""
-        call(self._origin.name, self._native.close)
-
-    @property
-    def closed(self) -> bool:
-        return self._native.is_closed()
-
-    def __enter__(self) -> "VideoReader":
-        self._call(self._native.count)
-        return self
-
-    def __exit__(self, *_: Any) -> None:
-        self.close()
-
-    def __reduce__(self) -> Any:
-        index = self.index.to_bytes()
-        if self._recipe is None:
-            self._origin.source  # raises
-        return _restored, (type(self), self._recipe, self._settings, tuple(self._how), index)
-
     def __repr__(self) -> str:
         if self.closed:
             return f"<VideoReader of {self._origin.name}, closed>"
@@ -304,23 +263,18 @@ class VideoReader:
 
     # How it is done
 
-    def _call(self, function: Callable[..., Result], *arguments: Any) -> Result:
-        return call(self._origin.name, function, *arguments, path=self._origin.path)
-
     def _one(self, number: Any) -> int:
         return _numbers.one(number, len(self))
 
-    def _picture_shape(self) -> Tuple[int, ...]:
-        return picture_shape(self._format, *self._native.size())
-
     def _memory(self, shape: Tuple[int, ...]) -> "_Pictures":
-        return np.empty(shape + self._picture_shape(), picture_type(self._format))
+        return np.empty(shape + self._shape, picture_type(self._format))
 
     def _picture(self, number: int) -> Tuple["_Pictures", str]:
         data = self._memory(())
         try:
             reached, = self._call(self._native.read_into, np.array([number], np.int64),
                                   data[np.newaxis])
+            self._fill_margin(data)
         except Error as error:
             if error.code != 0 or type(error) is not Error:
                 raise
@@ -335,9 +289,16 @@ class VideoReader:
         if numbers.size:
             flat = np.ascontiguousarray(numbers).reshape(-1)
             places = data if numbers.ndim == 1 else data.reshape(
-                (numbers.size,) + self._picture_shape())
+                (numbers.size,) + self._shape)
             self._call(self._native.read_into, flat, places)
+            self._fill_margin(data)
         return data
+
+    def _fill_margin(self, data: "_Pictures") -> None:
+        """The luma of an odd width leaves a byte at the end of the rows of NV12."""
+        height, width = self._native.size()
+        if self._format == "nv12" and width % 2:
+            data[..., :height, width] = data[..., :height, width - 1]
 
     def _batch(self, numbers: "_Numbers", out: Optional["_Pictures"]) -> FrameBatch:
         if out is None:
@@ -354,7 +315,7 @@ class VideoReader:
             raise TypeError(f"out has to be an array, not {type(out).__name__}")
         if out.dtype != picture_type(self._format) or not out.dtype.isnative:
             raise TypeError(f"out has to be of {picture_type(self._format)}, not {out.dtype}")
-        wanted = numbers.shape + self._picture_shape()
+        wanted = numbers.shape + self._shape
         if out.shape != wanted:
             raise ValueError(f"out has to have the shape {wanted}, not {out.shape}")
         if not out.flags.writeable:
@@ -376,7 +337,7 @@ class VideoReader:
         tick = max(-_FURTHEST_TICK, min(_FURTHEST_TICK, floor(t / base)))
         rounded = tick * base
         try:
-            return self._call(self._native.number_at, *_times.pair(rounded))
+            return self._call(self._native.number_at, _times.pair(rounded))
         except (Error, ValueError):
             self._call(self._native.count)  # raises when it is closed
             raise ValueError(f"no frame of {self._origin.name} is shown at {t} s") from None
@@ -405,15 +366,3 @@ class VideoReader:
         self._memory((ended - begun,))  # raises when there are more than memory holds
         return np.array([self._number_at(begin + place * step, base, count)
                          for place in range(begun, ended)], np.int64)
-
-
-def _restored(kind: Any, source: Any, given: Dict[str, Any], how: Tuple[Any, ...],
-              index: bytes) -> VideoReader:
-    size = (given["height"], given["width"]) if given["height"] else None
-    waits = [None if wait == 0 else wait / 1000 for wait in how[:2]]
-    made: VideoReader = kind(
-        source, stream=given["stream"], format=given["format"], size=size,
-        colours=given["colours"], threads=given["threads"], checksums=given["checksums"],
-        index=FrameIndex.from_bytes(index), open_timeout=waits[0], read_timeout=waits[1],
-        demuxer=how[2] or None, options=how[3])
-    return made

@@ -4,18 +4,18 @@ import os
 from dataclasses import dataclass, field, replace
 from fractions import Fraction
 from math import ceil, floor
-from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Optional, Tuple, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Tuple, Union
 import numpy as np
 from . import _checks, _native, _numbers, _times
-from ._calls import Progress, ProgressFunction, call
+from ._calls import Progress, ProgressFunction
 from ._errors import Error
 from ._index import MOST_THREADS, FrameIndex, index_of
-from ._metadata import VideoMetadata, streams_of
-from ._sources import Source, origin_of, pair_of_size, settings
+from ._metadata import VideoMetadata
+from ._reader import Reader
+from ._sources import Settings, Source, pair_of_size, settings
 from numpy.typing import NDArray
 _Pictures = NDArray[Any]
 _Numbers = NDArray[np.int64]
-Result = TypeVar('Result')
 FORMATS: Tuple[str, ...]
 
 @dataclass(frozen=True, eq=False)
@@ -43,12 +43,18 @@ def picture_shape(format: str, height: int, width: int) -> Tuple[int, ...]:
 def picture_type(format: str) -> 'np.dtype[Any]':
     ...
 
-class VideoReader:
+class VideoReader(Reader[_native.VideoReader, '_Pictures']):
 
     def __init__(self, source: Source, *, stream: Optional[int]=None, format: str='rgb24', size: Optional[Tuple[int, int]]=None, colours: str='tagged', threads: int=1, index: Union[FrameIndex, str, 'os.PathLike[str]', None]=None, checksums: bool=False, progress: Optional[ProgressFunction]=None, open_timeout: Optional[float]=None, read_timeout: Optional[float]=None, demuxer: Optional[str]=None, options: Optional[Dict[str, Any]]=None) -> None:
         ...
 
-    def __len__(self) -> int:
+    def _begin(self, source: Source, given: Dict[str, Any], how: Settings, index: Optional[FrameIndex], told: Progress) -> None:
+        ...
+
+    def _reopen(self, source: Source, given: Dict[str, Any], how: Settings, index: bytes) -> None:
+        ...
+
+    def _stored_index(self) -> bytes:
         ...
 
     @property
@@ -83,9 +89,6 @@ class VideoReader:
     def __getitem__(self, key: Any) -> '_Pictures':
         ...
 
-    def __iter__(self) -> Iterator['_Pictures']:
-        ...
-
     def frame(self, number: int) -> Frame:
         ...
 
@@ -107,32 +110,10 @@ class VideoReader:
     def digest(self, first: int=0, stop: Optional[int]=None) -> bytes:
         ...
 
-    def close(self) -> None:
-        ...
-
-    @property
-    def closed(self) -> bool:
-        ...
-
-    def __enter__(self) -> 'VideoReader':
-        ...
-
-    def __exit__(self, *_: Any) -> None:
-        ...
-
-    def __reduce__(self) -> Any:
-        ...
-
     def __repr__(self) -> str:
         ...
 
-    def _call(self, function: Callable[..., Result], *arguments: Any) -> Result:
-        ...
-
     def _one(self, number: Any) -> int:
-        ...
-
-    def _picture_shape(self) -> Tuple[int, ...]:
         ...
 
     def _memory(self, shape: Tuple[int, ...]) -> '_Pictures':
@@ -142,6 +123,9 @@ class VideoReader:
         ...
 
     def _read(self, numbers: '_Numbers', data: '_Pictures') -> '_Pictures':
+        ...
+
+    def _fill_margin(self, data: '_Pictures') -> None:
         ...
 
     def _batch(self, numbers: '_Numbers', out: Optional['_Pictures']) -> FrameBatch:
@@ -158,6 +142,3 @@ class VideoReader:
 
     def _numbers_between(self, begin: Fraction, end: Fraction, step: Optional[Fraction], count: int) -> '_Numbers':
         ...
-
-def _restored(kind: Any, source: Any, given: Dict[str, Any], how: Tuple[Any, ...], index: bytes) -> VideoReader:
-    ...

@@ -45,6 +45,7 @@ class _Writer:
         self._name = local_path(path)
         if os.path.splitext(self._name)[1].lower() not in extensions:
             raise ValueError(f"{self._name!r} does not end in {', '.join(extensions)}")
+        self._process = os.getpid()
         self._native = self._call(NativeWriter, os.fsencode(plain_path(self._name)), options)
 
     def _call(self, function: Callable[..., Any], *arguments: Any) -> Any:
@@ -53,6 +54,8 @@ class _Writer:
     def _opened(self) -> NativeWriter:
         if self._native is None or self._native.is_closed():
             raise ValueError(f"{self._name} is closed")
+        if self._process != os.getpid():
+            raise Error(f"{self._name} is written by the process that this one was forked of")
         return self._native
 
     def _write_samples(self, samples: Any, time: Optional[_times.Time]) -> None:
@@ -67,10 +70,11 @@ class _Writer:
 
         A clip without pictures and sound raises tv.Error, and there is no file then.
         """
-        if self._native is None or self._native.is_closed():
+        if self.closed:
             return
+        native = self._opened()
         try:
-            self._call(self._native.finish)
+            self._call(native.finish)
         except ValueError as error:
             raise Error(str(error)) from None
 
