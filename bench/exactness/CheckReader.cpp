@@ -1,22 +1,27 @@
 // Reads frames of clips in several orders through the library and compares each with a decoding
 // from start to end by FFmpeg called directly:
 //   tarn_exactness SECONDS CLIP...
-// prints a line of comma-separated values for each clip, way of reading (reader, checksums, seek)
-// and order. No order takes longer than SECONDS; what was not asked for by then is left out.
+// prints a line of comma-separated values for each clip, way of reading and order. No order takes
+// longer than SECONDS; what was not asked for by then is left out. TARN_EXACTNESS_WAYS names the
+// ways, with spaces between: reader, checksums and seek if it is not set. The others are memory and
+// factory (where the bytes come from) and fork0, fork1, … (a reader with so many decoder threads
+// that was used before fork(), read by the child).
 
+#include "contenders.h"
 #include "orders.h"
-#include "support/HashedPicture.h"
 #include "support/Oracle.h"
 
 #include <TARN/logging/log.h>
 #include <TARN/videoio.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,88 +29,6 @@ namespace tio::bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Reached = ffmpeg::FrameReader::Reached;
-
-struct Access {
-    uint64_t hash = 0;
-    Reached reached = Reached::Exact;
-};
-
-/// Something that gives pictures by number.
-class Contender {
-public:
-    Contender() = default;
-    Contender(const Contender&) = delete;
-    Contender& operator=(const Contender&) = delete;
-    virtual ~Contender() = default;
-    virtual int64_t frameCount() = 0;
-    virtual Access read(int64_t frame) = 0;
-
-    /// Reads many at once, where that takes less time, and says how many of them.
-    virtual size_t readList(const std::vector<int64_t>& /*frames*/,
-                            const std::function<void(const Access&)>& /*receive*/) {
-        return 0;
-    }
-    [[nodiscard]] virtual bool isDamaged() const { return false; }
-};
-
-class ByReader : public Contender {
-public:
-    ByReader(const std::string& path, bool checksums)
-        : reader(std::make_shared<ffmpeg::InputFormatContext>(path), ffmpeg::PixelFormat::RGB,
-                 optionsFor(checksums)) {}
-
-    int64_t frameCount() override { return reader.frameCount(); }
-    Access read(int64_t frame) override { return accessOf(reader.readFrame(frame)); }
-    size_t readList(const std::vector<int64_t>& frames,
-                    const std::function<void(const Access&)>& receive) override {
-        reader.readFrames(frames, [&](const auto& picture) {
-            receive(accessOf(picture));
-            return true;
-        });
-        return frames.size();
-    }
-    [[nodiscard]] bool isDamaged() const override { return reader.index().isDamaged(); }
-
-private:
-    static Access accessOf(const ffmpeg::FrameReader::Picture& picture) {
-        return {test::hashedPicture(*picture.frame).hash, picture.reached};
-    }
-
-    static ffmpeg::FrameReaderOptions optionsFor(bool checksums) {
-        ffmpeg::FrameReaderOptions options;
-        options.colours = ffmpeg::Colours::Bt601; // as the truth takes them
-        options.checksums = checksums;
-        return options;
-    }
-
-    ffmpeg::FrameReader reader;
-};
-
-class BySeek : public Contender {
-public:
-    explicit BySeek(const std::string& path)
-        : decoder(std::make_shared<ffmpeg::InputFormatContext>(path), ffmpeg::PixelFormat::RGB) {}
-
-    int64_t frameCount() override { return decoder.getFrameCount(); }
-    Access read(int64_t frame) override {
-        decoder.seek(frame);
-        const auto picture = decoder.readNextFrame();
-        if (!picture.frame)
-            throw Exception("no picture");
-        return {test::hashedPicture(*picture.frame).hash, Reached::Exact};
-    }
-
-private:
-    ffmpeg::VideoStreamDecoder decoder;
-};
-
-std::unique_ptr<Contender> open(const std::string& kind, const std::string& path) {
-    if (kind == "seek")
-        return std::make_unique<BySeek>(path);
-    return std::make_unique<ByReader>(path, kind == "checksums");
-}
-
 /// Hashes of the pictures that are asked for; 0 for the others.
 std::vector<uint64_t> truthOf(const std::string& path, const std::vector<Order>& orders,
                               bool oneThread) {
@@ -219,7 +142,7 @@ void print(const std::string& name, const std::string& kind, const std::string& 
 void check(const std::string& kind, const std::string& path, double seconds, Truth& truth,
            std::vector<Order>& orders) {
     const std::string name = std::filesystem::path(path).filename();
-    auto contender = open(kind, path);
+    auto contender = contenderOf(kind, path);
     // Those that the reader, which is asked first, makes of its count: whatever the others count.
     if (orders.empty())
         orders = ordersFor(contender->frameCount());
@@ -241,7 +164,9 @@ void check(const std::string& kind, const std::string& path, double seconds, Tru
 void checkClip(const std::string& path, double seconds) {
     Truth truth(path);
     std::vector<Order> orders;
-    for (const std::string kind : {"reader", "checksums", "seek"}) {
+    const char* named = std::getenv("TARN_EXACTNESS_WAYS");
+    std::istringstream ways(named != nullptr ? named : "reader checksums seek");
+    for (std::string kind; ways >> kind;) {
         try {
             check(kind, path, seconds, truth, orders);
         } catch (const std::exception& error) {

@@ -3,7 +3,10 @@
 
 #include <TARN/videoio/FrameReader.h>
 
+#include <cstddef>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -32,6 +35,38 @@ TEST_F(FrameReaderSizes, ThatTheClipDoesNotStateAreReadAsABatch) {
             numbers.push_back(test::readPictureNumber(image.data(), image.width(), image.height()));
         EXPECT_EQ(numbers, (std::vector<int>{30, 2, 17}));
     }
+}
+
+// Rows may be further apart than an int can say.
+TEST_F(FrameReaderSizes, RowsMayBeFarApart) {
+    test::ClipPlan plan;
+    plan.height = 16;
+    test::makeClip(clip, plan);
+    constexpr int height = 16;
+    constexpr std::ptrdiff_t stride = (std::ptrdiff_t{1} << 31) + 4096;
+    void* block = mmap(nullptr, height * stride, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (block == MAP_FAILED)
+        GTEST_SKIP() << "this system does not give away so many addresses";
+    for (const Colours colours : {Colours::Tagged, Colours::Bt601}) {
+        FrameReaderOptions options;
+        options.colours = colours;
+        FrameReader frames(Source(clip), options);
+        ImageView view;
+        view.height = height;
+        view.width = frames.width();
+        view.planes[0] = static_cast<uint8_t*>(block);
+        view.strides[0] = stride;
+        static_cast<void>(frames.readFrameInto(7, view));
+        const Image expected = FrameReader(Source(clip), options).readFrame(7).image;
+        for (int row = 0; row < height; ++row)
+            EXPECT_EQ(std::memcmp(view.planes[0] + row * stride,
+                                  expected.data() + row * expected.stride(),
+                                  static_cast<size_t>(3 * view.width)),
+                      0)
+                << row;
+    }
+    munmap(block, height * stride);
 }
 
 } // namespace

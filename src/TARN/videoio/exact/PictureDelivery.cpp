@@ -52,8 +52,8 @@ void copyPixels(const ImageView& from, const ImageView& to) {
     for (int plane = 0; plane < planeCount(from.format); ++plane) {
         const auto at = static_cast<size_t>(plane);
         const PlaneSize size = planeSize(from.format, from.height, from.width, plane);
-        copyRows(from.planes[at], static_cast<int>(from.strides[at]), to.planes[at],
-                 static_cast<int>(to.strides[at]), static_cast<int>(size.rowBytes), size.rows);
+        copyRows(from.planes[at], from.strides[at], to.planes[at], to.strides[at], size.rowBytes,
+                 size.rows);
     }
 }
 

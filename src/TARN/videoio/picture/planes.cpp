@@ -10,13 +10,11 @@ Plane makePlane(int rows, int columns) {
     return Plane(tio::Vec<int, 2>(rows, columns));
 }
 
-void copyRows(const uint8_t* source, int sourceStride, uint8_t* target, int targetStride, int bytes,
-              int rows) {
-    for (int row = 0; row < rows; ++row) {
-        std::memcpy(target, source, static_cast<size_t>(bytes));
-        source += sourceStride;
-        target += targetStride;
-    }
+void copyRows(const uint8_t* source, std::ptrdiff_t sourceStride, uint8_t* target,
+              std::ptrdiff_t targetStride, std::ptrdiff_t bytes, int rows) {
+    for (int row = 0; row < rows; ++row)
+        std::memcpy(target + row * targetStride, source + row * sourceStride,
+                    static_cast<size_t>(bytes));
 }
 
 Plane closeUpRows(Plane plane, int bytes) {
