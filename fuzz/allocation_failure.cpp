@@ -15,9 +15,11 @@
 #include "support/ClipMaker.h"
 #include "support/Ffmpeg.h"
 #include "support/ReaderPictures.h"
+#include "support/SoundMaker.h"
 #include "support/TemporaryFolder.h"
 
 #include <TARN/core/Exception.h>
+#include <TARN/core/MatAlloc.h>
 #include <TARN/videoio.h>
 
 #include <algorithm>
@@ -26,6 +28,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
@@ -60,6 +63,7 @@ struct Media {
         tio::test::makeClip(clip, plan);
         for (const auto& picture : tio::test::everyPictureOf(clip, 1))
             hashes.push_back(picture.hash);
+        sound = tio::test::oracleSound(clip);
         plan.rotation = 90;
         plan.audio = false;
         tio::test::makeClip(turnedClip, plan);
@@ -75,6 +79,7 @@ struct Media {
                                          folder.file("a.ppm")};
     std::string scratch = folder.file("scratch");
     std::vector<uint64_t> hashes; // of the clip's pictures
+    tio::test::OracleSound sound; // of the clip
     Image image{tio::Vec<int, 2>(height, width)};
 };
 
@@ -214,6 +219,39 @@ void storeIndex() {
     step([&] { input.reset(); });
 }
 
+void check(const SampleReader::Samples& samples, int64_t first) {
+    const tio::test::OracleSound& sound = media().sound;
+    require(samples.cols() == sound.channels);
+    require(std::memcmp(samples.data(), sound.samples.data() + first * sound.channels,
+                        static_cast<size_t>(samples.count) * sizeof(float)) == 0);
+}
+
+void readSoundByNumber() {
+    std::optional<SampleReader> reader;
+    for (int attempt = 0; attempt < 2 && !reader; ++attempt)
+        step([&] { reader.emplace(media().clip); });
+    if (!reader)
+        return;
+    const int64_t total = media().sound.count();
+    require(reader->sampleCount() == total);
+    for (const int64_t first : {total / 2, int64_t{100}, total - 900, total / 2 + 300})
+        step([&] { check(reader->readSamples(first, 900), first); });
+    step([&] { check(reader->readSamplesBetween(reader->timeOfSample(700), {1, 10}), 700); });
+    std::optional<SampleIndex> index;
+    step([&] { index.emplace(reader->index()); });
+    step([&] { reader.reset(); });
+    if (!index)
+        return;
+    const bool saved = step([&] { index->save(media().scratch); });
+    step([&] {
+        SampleReaderOptions options;
+        options.index =
+            saved ? SampleIndex::load(media().scratch) : SampleIndex::fromBytes(index->toBytes());
+        check(SampleReader(media().clip, options).readSamples(total - 50, 50), total - 50);
+    });
+    step([&] { index.reset(); });
+}
+
 void storeSeekingIndex() {
     auto input = open(media().clip);
     if (!input)
@@ -296,9 +334,9 @@ void writeStills() {
 }
 
 using Work = void (*)();
-constexpr std::array<Work, 11> works = {
-    decodeClip, decodeTurned, decodeWithOptions, decodeSound, readByNumber,     storeIndex,
-    encode,     copyPackets,  readStills,        writeStills, storeSeekingIndex};
+constexpr std::array<Work, 12> works = {
+    decodeClip, decodeTurned, decodeWithOptions, decodeSound, readByNumber,      storeIndex,
+    encode,     copyPackets,  readStills,        writeStills, storeSeekingIndex, readSoundByNumber};
 
 // Inside of these FFmpeg 5.1 crashes by itself when an allocation fails; see docs/reliability.md.
 // That they fail is tested by other means, in tests/MemoryShortageTest.cpp.
@@ -329,6 +367,7 @@ bool leavesSomething(Work work, uint32_t first, uint32_t failures, FailingAlloca
     constexpr int fewSteps = 4;
     FailingAllocation::plan(first, failures, kind);
     work();
+    tio::MatAlloc::getGlobalMatAlloc()->trim(); // which keeps large blocks for later
     return FailingAllocation::stillThere() != 0 && FailingAllocation::deepestFailure() <= fewSteps;
 }
 

@@ -132,6 +132,30 @@ TEST_F(Examples, WriteClipWithSoundWritesPicturesAndATone) {
     EXPECT_NEAR(*std::max_element(sound.samples.begin(), sound.samples.end()), 0.2, 0.05);
 }
 
+TEST_F(Examples, CutSoundWritesTheVerySamples) {
+    tio::test::SoundPlan plan;
+    plan.encoderOptions = {{"aac_pns", "0"}};
+    const auto source = folder.file("sound.mp4");
+    tio::test::makeSound(source, plan);
+    const auto part = folder.file("part.wav");
+    ASSERT_EQ(run("cut_sound", source + " " + part + " 22050 50001"), 0);
+    const auto whole = tio::test::oracleSound(source);
+    EXPECT_EQ(contentOf(output),
+              "50001 of " + std::to_string(whole.count()) + " samples, from 1/2 s on\n");
+    const auto cut = tio::test::oracleSound(part);
+    ASSERT_EQ(cut.count(), 50001);
+    EXPECT_TRUE(
+        std::equal(cut.samples.begin(), cut.samples.end(), whole.samples.begin() + 2 * 22050));
+}
+
+TEST_F(Examples, CutSoundLeavesNothingWhereThereAreNotSoManySamples) {
+    const auto source = folder.file("sound.mp4");
+    tio::test::makeSound(source, {});
+    const auto part = folder.file("part.wav");
+    EXPECT_NE(run("cut_sound", source + " " + part + " 80000 50000"), 0);
+    EXPECT_FALSE(std::filesystem::exists(part));
+}
+
 TEST_F(Examples, CopyClipCopiesPicturesAndSaysWhereACutCanBegin) {
     const auto copy = folder.file("copy.mkv");
     ASSERT_EQ(run("copy_clip", clip + " " + copy), 0);

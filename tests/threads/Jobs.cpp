@@ -98,6 +98,16 @@ uint64_t readByNumber(const std::string& path) {
     return hash;
 }
 
+uint64_t readSoundByNumber(const std::string& path) {
+    ffmpeg::SampleReader reader(path);
+    uint64_t hash = hashOfValue(reader.sampleCount(), emptyHash);
+    const int64_t total = reader.sampleCount();
+    for (const int64_t first : {total / 2, int64_t{0}, total - 3000, total / 3})
+        hash = hashOfMatrix(reader.readSamples(first, 3000), hash);
+    const auto index = ffmpeg::SampleIndex::fromBytes(reader.index().toBytes());
+    return hashOfTime(reader.timeOfSample(total - 1), hashOfValue(index.sampleCount(), hash));
+}
+
 // Not the bytes: beside other work in the process, x264 does not always make the same ones of the
 // same pictures.
 uint64_t hashOfNumbers(const std::string& path) {
@@ -205,6 +215,7 @@ std::vector<Job> jobsOver(const JobFiles& files) {
         {"decode sound", [&](Scratch) { return decodeSound(files.clip); }},
         {"seek", [&](Scratch) { return seek(files.clip); }},
         {"read by number", [&](Scratch) { return readByNumber(files.stream); }},
+        {"read sound by number", [&](Scratch) { return readSoundByNumber(files.clip); }},
     };
 }
 

@@ -48,10 +48,10 @@ struct SampleReaderOptions {
 /// lie ahead, and else starts as many packets earlier as the codec needs until its state does not
 /// depend on what came before. Where that is not known of a codec, the index has checksums.
 ///
-/// One thing no reader can know without them: what a decoder draws at random depends on all that
-/// was drawn before. That is the noise that AAC puts in place of some bands, and the dither of AC-3
-/// and E-AC-3. Read from the middle it is other noise of the same strength.
-/// SampleReaderOptions::checksums makes the reader start at the beginning where it has to.
+/// One thing no reader can know without them: the noise that AAC-LC puts in place of some bands
+/// depends on all that was drawn before. In a stream of more than 1000 packets, read from the
+/// middle, it is other noise of the same strength, unless SampleReaderOptions::checksums makes the
+/// reader start at the beginning. The dither of AC-3 is exact: such an index has checksums anyway.
 ///
 /// Numbers are floats, 1 is full scale and 0 is silence, whatever the clip has.
 /// The source has to end and to be there as long as the reader: it is opened several times. A live

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace tio::ffmpeg::detail {
 
@@ -120,11 +121,10 @@ SoundFinder::Result SoundFinder::collectFrame(uint32_t packet, uint32_t& samples
             return Result::Wrong;
     } while (run.packetNumber() < packet);
     if (frameCount == frames.size()) {
-        frames.emplace_back(av_frame_alloc());
-        if (!frames.back()) {
-            frames.pop_back();
+        FrameHandle made(av_frame_alloc()); // has an owner when the list finds no room
+        if (!made)
             throw std::bad_alloc();
-        }
+        frames.push_back(std::move(made));
     }
     AVFrame& kept = *frames[frameCount++];
     av_frame_unref(&kept);
