@@ -2,6 +2,7 @@
 
 #include "work.h"
 
+#include <algorithm>
 #include <ffms.h>
 
 extern "C" {
@@ -42,22 +43,24 @@ FFMS_Index* makeIndex(const Job& job, FFMS_TrackType type) {
 /// The clip's pictures, converted.
 class Pictures {
 public:
-    Pictures(const Job& job, FFMS_Index* index, int format) {
+    Pictures(const Job& job, FFMS_Index* index, int format, int width = 0, int height = 0) {
         const int track = FFMS_GetFirstTrackOfType(index, FFMS_TYPE_VIDEO, failure.get());
         video = failure.found(FFMS_CreateVideoSource(job.source.c_str(), track, index, 0,
                                                      FFMS_SEEK_NORMAL, failure.get()));
         const FFMS_Frame* first = failure.found(FFMS_GetFrame(video, 0, failure.get()));
         const int formats[] = {format, -1};
-        FFMS_SetOutputFormatV2(video, formats, first->EncodedWidth, first->EncodedHeight,
-                               FFMS_RESIZER_BICUBIC, failure.get());
+        FFMS_SetOutputFormatV2(video, formats, width == 0 ? first->EncodedWidth : width,
+                               height == 0 ? first->EncodedHeight : height,
+                               width == 0 ? FFMS_RESIZER_BICUBIC : FFMS_RESIZER_AREA,
+                               failure.get());
     }
     ~Pictures() { FFMS_DestroyVideoSource(video); }
     Pictures(const Pictures&) = delete;
     Pictures& operator=(const Pictures&) = delete;
 
     [[nodiscard]] int64_t count() const { return FFMS_GetVideoProperties(video)->NumFrames; }
-    void read(int64_t frame) {
-        failure.found(FFMS_GetFrame(video, static_cast<int>(frame), failure.get()));
+    const FFMS_Frame* read(int64_t frame) {
+        return failure.found(FFMS_GetFrame(video, static_cast<int>(frame), failure.get()));
     }
 
 private:
@@ -100,6 +103,30 @@ int64_t seek(const Job& job) {
     return count;
 }
 
+int64_t readAll(const Job& job, int format, int width, int height) {
+    Pictures pictures(job, readIndex(job), format, width, height);
+    int64_t frame = 0;
+    for (; frame < pictures.count(); ++frame)
+        pictures.read(frame);
+    return frame;
+}
+
+int64_t batch(const Job& job) {
+    Pictures pictures(job, readIndex(job), AV_PIX_FMT_RGB24);
+    std::vector<uint8_t> memory;
+    int64_t count = 0;
+    for (const int64_t frame : framesOfBatch(pictures.count())) {
+        const FFMS_Frame* picture = pictures.read(frame);
+        const auto row = static_cast<size_t>(3 * picture->ScaledWidth);
+        const auto bytes = row * static_cast<size_t>(picture->ScaledHeight);
+        memory.resize(batchSize * bytes);
+        uint8_t* to = memory.data() + static_cast<size_t>(count++) * bytes;
+        for (int y = 0; y < picture->ScaledHeight; ++y, to += row)
+            std::copy_n(picture->Data[0] + std::ptrdiff_t{y} * picture->Linesize[0], row, to);
+    }
+    return count;
+}
+
 int64_t decodeSound(const Job& job) {
     Failure failure;
     FFMS_Index* index = makeIndex(job, FFMS_TYPE_AUDIO);
@@ -136,6 +163,11 @@ int main(int argc, char** argv) {
          {"index", [](const Job& job) { return countFrames(makeIndex(job, FFMS_TYPE_VIDEO)); }},
          {"store-index", storeIndex},
          {"load-index", [](const Job& job) { return countFrames(readIndex(job)); }},
+         {"tagged-rgb", [](const Job& job) { return readAll(job, AV_PIX_FMT_RGB24, 0, 0); }},
+         {"small-rgb",
+          [](const Job& job) { return readAll(job, AV_PIX_FMT_RGB24, smallWidth, smallHeight); }},
+         {"deep-rgb", [](const Job& job) { return readAll(job, AV_PIX_FMT_RGB48, 0, 0); }},
+         {"batch", batch},
          {"seek", seek},
          {"decode-sound", decodeSound}});
 }

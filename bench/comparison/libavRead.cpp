@@ -128,6 +128,39 @@ int64_t decode(const Job& job, AVPixelFormat target, int64_t most) {
     return count;
 }
 
+/// In the colours that the clip is tagged with.
+int64_t decodeTagged(const Job& job, AVPixelFormat target, int width, int height) {
+    Pictures pictures(job.source);
+    const AVFrame* frame = pictures.next(); // before it the decoder knows no colours
+    const AVCodecContext& codec = pictures.codec();
+    Converter converter(codec, target, width == 0 ? codec.width : width,
+                        height == 0 ? codec.height : height);
+    int64_t count = 0;
+    for (; frame != nullptr; frame = pictures.next(), ++count)
+        converter.convert(*frame);
+    return count;
+}
+
+int64_t batch(const Job& job) {
+    const auto frames = framesOfBatch(static_cast<int64_t>(sortedTimes(job.source).size()));
+    Pictures pictures(job.source);
+    const AVFrame* frame = pictures.next();
+    const AVCodecContext& codec = pictures.codec();
+    Converter converter(codec, AV_PIX_FMT_RGB24, codec.width, codec.height);
+    const auto row = size_t{3} * static_cast<size_t>(codec.width);
+    std::vector<uint8_t> memory(frames.size() * row * static_cast<size_t>(codec.height));
+    uint8_t* to = memory.data();
+    auto wanted = frames.begin();
+    for (int64_t number = 0; frame != nullptr && wanted != frames.end();
+         frame = pictures.next(), ++number)
+        for (; wanted != frames.end() && *wanted == number; ++wanted) {
+            converter.convert(*frame);
+            for (int y = 0; y < codec.height; ++y, to += row)
+                std::copy_n(converter.data() + std::ptrdiff_t{y} * converter.stride(), row, to);
+        }
+    return wanted - frames.begin();
+}
+
 int64_t decodeSound(const Job& job) {
     const auto input = openInput(job.source);
     const int stream = test::check(
@@ -177,6 +210,12 @@ void addReading(Tasks& tasks) {
     tasks["first-frame"] = [](const Job& job) { return decode(job, AV_PIX_FMT_RGB24, 1); };
     tasks["decode-rgb"] = [](const Job& job) { return decode(job, AV_PIX_FMT_RGB24, all); };
     tasks["decode-nv12"] = [](const Job& job) { return decode(job, AV_PIX_FMT_NV12, all); };
+    tasks["tagged-rgb"] = [](const Job& job) { return decodeTagged(job, AV_PIX_FMT_RGB24, 0, 0); };
+    tasks["small-rgb"] = [](const Job& job) {
+        return decodeTagged(job, AV_PIX_FMT_RGB24, smallWidth, smallHeight);
+    };
+    tasks["deep-rgb"] = [](const Job& job) { return decodeTagged(job, AV_PIX_FMT_RGB48, 0, 0); };
+    tasks["batch"] = batch;
     tasks["index"] = [](const Job& job) {
         return static_cast<int64_t>(sortedTimes(job.source).size());
     };

@@ -3,6 +3,7 @@
 #include "work.h"
 
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
 namespace tio::bench {
@@ -22,6 +23,34 @@ int64_t decode(const Job& job, int64_t most) {
     while (count < most && video.read(picture))
         ++count;
     return count;
+}
+
+int64_t decodeSmall(const Job& job) {
+    auto video = open(job);
+    cv::Mat picture;
+    cv::Mat small;
+    int64_t count = 0;
+    for (; video.read(picture); ++count)
+        cv::resize(picture, small, cv::Size(smallWidth, smallHeight), 0, 0, cv::INTER_AREA);
+    return count;
+}
+
+int64_t batch(const Job& job) {
+    auto video = open(job);
+    const auto frames = framesOfBatch(static_cast<int64_t>(video.get(cv::CAP_PROP_FRAME_COUNT)));
+    const auto height = static_cast<int>(video.get(cv::CAP_PROP_FRAME_HEIGHT));
+    const auto width = static_cast<int>(video.get(cv::CAP_PROP_FRAME_WIDTH));
+    const auto bytes =
+        static_cast<size_t>(3) * static_cast<size_t>(width) * static_cast<size_t>(height);
+    std::vector<uint8_t> memory(frames.size() * bytes);
+    auto wanted = frames.begin();
+    for (int64_t number = 0; wanted != frames.end() && video.grab(); ++number)
+        for (; wanted != frames.end() && *wanted == number; ++wanted) {
+            const auto place = static_cast<size_t>(wanted - frames.begin());
+            cv::Mat picture(height, width, CV_8UC3, memory.data() + place * bytes);
+            video.retrieve(picture);
+        }
+    return wanted - frames.begin();
 }
 
 int64_t seek(const Job& job) {
@@ -76,6 +105,9 @@ int main(int argc, char** argv) {
     return runTask(argc, argv,
                    {{"first-frame", [](const Job& job) { return decode(job, 1); }},
                     {"decode-rgb", [](const Job& job) { return decode(job, INT64_MAX); }},
+                    {"tagged-rgb", [](const Job& job) { return decode(job, INT64_MAX); }},
+                    {"small-rgb", decodeSmall},
+                    {"batch", batch},
                     {"seek", seek},
                     {"encode-pictures", encodePictures},
                     {"read-image", readImages},

@@ -26,6 +26,29 @@ def decode(source, pixel_format, most=None):
     return count
 
 
+def decode_tagged(source, _, pixel_format, width=None, height=None):
+    count = 0
+    container, stream = open_video(source)
+    for frame in container.decode(stream):
+        if frame.reformat(width, height, pixel_format, src_colorspace="ITU709"):
+            count += 1
+    return count
+
+
+def batch(source, _):
+    import numpy
+
+    container, stream = open_video(source)
+    frames = [i * stream.frames // 32 for i in range(32)]
+    memory = numpy.empty((32, stream.height, stream.width, 3), numpy.uint8)
+    done = 0
+    for number, frame in enumerate(container.decode(stream)):
+        while done < len(frames) and frames[done] == number:
+            memory[done] = frame.reformat(format="rgb24", src_colorspace="ITU709").to_ndarray()
+            done += 1
+    return done
+
+
 def index(source):
     container, stream = open_video(source)
     return len(sorted(p.pts for p in container.demux(stream) if p.size))
@@ -92,6 +115,10 @@ def read_image(source):
 TASKS = {
     "first-frame": lambda source: decode(source, "rgb24", 1),
     "decode-rgb": lambda source: decode(source, "rgb24"),
+    "tagged-rgb": lambda *paths: decode_tagged(*paths, "rgb24"),
+    "small-rgb": lambda *paths: decode_tagged(*paths, "rgb24", 398, 224),
+    "deep-rgb": lambda *paths: decode_tagged(*paths, "rgb48le"),
+    "batch": batch,
     "decode-nv12": lambda source: decode(source, "nv12"),
     "index": index,
     "seek": seek,

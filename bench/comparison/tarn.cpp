@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -67,6 +68,58 @@ int64_t readerSeek(const Job& job) {
     int64_t count = 0;
     for (const int64_t frame : framesToSeek(reader.frameCount()))
         count += reader.readFrame(frame).frame ? 1 : 0;
+    return count;
+}
+
+FrameReader openReader(const Job& job, FrameReaderOptions options = {}) {
+    options.index = FrameIndex::load(job.target);
+    return FrameReader(Source(job.source), std::move(options));
+}
+
+/// All pictures by number, through an index made before.
+int64_t readAll(const Job& job, const FrameReaderOptions& options) {
+    FrameReader reader = openReader(job, options);
+    int64_t count = 0;
+    reader.readFrames(0, reader.frameCount(), 1, [&](const FrameReader::Picture& picture) {
+        count += picture.image.empty() ? 0 : 1;
+        return true;
+    });
+    return count;
+}
+
+int64_t taggedRgb(const Job& job) {
+    return readAll(job, {});
+}
+
+int64_t smallRgb(const Job& job) {
+    FrameReaderOptions options;
+    options.height = smallHeight;
+    options.width = smallWidth;
+    return readAll(job, options);
+}
+
+int64_t deepRgb(const Job& job) {
+    FrameReaderOptions options;
+    options.format = PictureFormat::Rgb16;
+    return readAll(job, options);
+}
+
+int64_t batch(const Job& job) {
+    FrameReader reader = openReader(job);
+    const auto row = std::ptrdiff_t{3} * reader.width();
+    const auto picture = row * reader.height();
+    std::vector<uint8_t> memory(static_cast<size_t>(picture * batchSize));
+    int64_t count = 0;
+    reader.readFramesInto(
+        framesOfBatch(reader.frameCount()),
+        [&](size_t place) {
+            return ImageView{PictureFormat::Rgb8,
+                             reader.height(),
+                             reader.width(),
+                             {memory.data() + static_cast<std::ptrdiff_t>(place) * picture},
+                             {row}};
+        },
+        [&](size_t, const FrameReader::Picture&) { return ++count > 0; });
     return count;
 }
 
@@ -182,6 +235,10 @@ int main(int argc, char** argv) {
                     {"load-index", loadIndex},
                     {"seek", seek},
                     {"store-reader-index", storeReaderIndex},
+                    {"tagged-rgb", taggedRgb},
+                    {"small-rgb", smallRgb},
+                    {"deep-rgb", deepRgb},
+                    {"batch", batch},
                     {"reader-seek", readerSeek},
                     {"decode-sound", decodeSound},
                     {"encode-pictures", encodePictures},

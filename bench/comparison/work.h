@@ -52,6 +52,19 @@ constexpr int soundChannels = 2;
 // How often a still image is read or written.
 constexpr int imageRepeats = 10;
 
+// Rows and columns of a small picture, and how many pictures are a batch.
+constexpr int smallHeight = 224;
+constexpr int smallWidth = 398;
+constexpr int batchSize = 32;
+
+/// The pictures of a batch, spread over a clip with so many.
+inline std::vector<int64_t> framesOfBatch(int64_t count) {
+    std::vector<int64_t> frames;
+    for (int64_t i = 0; i < batchSize; ++i)
+        frames.push_back(i * count / batchSize);
+    return frames;
+}
+
 /// The bytes of a file, mapped: to read them first would be work that is none of a library's.
 class Bytes {
 public:

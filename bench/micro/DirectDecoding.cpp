@@ -22,12 +22,28 @@ Converter::Converter(const AVCodecContext& decoder, AVPixelFormat target)
     : rows(decoder.height),
       scaler(sws_getContext(decoder.width, decoder.height, decoder.pix_fmt, decoder.width,
                             decoder.height, target, SWS_BICUBIC, nullptr, nullptr, nullptr)) {
+    prepareBuffer(target, decoder.width, decoder.height);
+}
+
+Converter::Converter(const AVCodecContext& decoder, AVPixelFormat target, int width, int height)
+    : rows(decoder.height),
+      scaler(sws_getContext(decoder.width, decoder.height, decoder.pix_fmt, width, height, target,
+                            width == decoder.width ? SWS_BICUBIC : SWS_AREA, nullptr, nullptr,
+                            nullptr)) {
+    constexpr int whole = 1 << 16;
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(decoder.colorspace),
+                             decoder.color_range == AVCOL_RANGE_JPEG ? 1 : 0,
+                             sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, whole, whole);
+    prepareBuffer(target, width, height);
+}
+
+void Converter::prepareBuffer(AVPixelFormat target, int width, int height) {
     constexpr int alignment = 64;
-    const int size = test::check(
-        av_image_get_buffer_size(target, decoder.width, decoder.height, alignment), "size");
+    const int size =
+        test::check(av_image_get_buffer_size(target, width, height, alignment), "size");
     buffer.resize(static_cast<size_t>(size) + alignment);
-    test::check(av_image_fill_arrays(planes.data(), strides.data(), buffer.data(), target,
-                                     decoder.width, decoder.height, alignment),
+    test::check(av_image_fill_arrays(planes.data(), strides.data(), buffer.data(), target, width,
+                                     height, alignment),
                 "planes");
 }
 

@@ -19,9 +19,18 @@ namespace tio::bench {
 class Converter {
 public:
     Converter(const AVCodecContext& decoder, AVPixelFormat target);
+
+    /// In the colours that the decoder's stream is tagged with, and in another size, of areas.
+    Converter(const AVCodecContext& decoder, AVPixelFormat target, int width, int height);
     void convert(const AVFrame& frame);
 
+    /// What it converted into.
+    [[nodiscard]] const uint8_t* data() const noexcept { return planes[0]; }
+    [[nodiscard]] int stride() const noexcept { return strides[0]; }
+
 private:
+    void prepareBuffer(AVPixelFormat target, int width, int height);
+
     int rows;
     test::ScalerPointer scaler;
     std::vector<uint8_t> buffer;
