@@ -47,6 +47,14 @@ def test_write_clip(folder):
         25 * 120 * 160
 
 
+def test_cut_sound(folder):
+    told = run(folder, ROOT / "examples/python/cut_sound.py", "clip.mp4", "1/2", "3/2", "part.wav")
+    whole = np.frombuffer(ffmpeg("-i", folder / "clip.mp4", "-f", "f32le", "-"), np.float32)
+    part = np.frombuffer(ffmpeg("-i", folder / "part.wav", "-f", "f32le", "-"), np.float32)
+    np.testing.assert_array_equal(part, whole[22050:66150])
+    assert told == "44100 samples\n"
+
+
 def test_contact_sheet(folder):
     pytest.importorskip("matplotlib")
     run(folder, ROOT / "examples/python/contact_sheet.py", "clip.mp4", "sheet.png")
