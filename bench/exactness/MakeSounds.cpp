@@ -89,8 +89,8 @@ std::vector<Codec> otherCodecs() {
         {"s32", plan("pcm_s32le", "s32", 48000, "quad", less)},
         {"f32", plan("pcm_f32le", "flt", 48000, "stereo", less)},
         {"f64", plan("pcm_f64le", "dbl", 48000, "stereo", less)},
-        {"mulaw", plan("pcm_mulaw", "s16", 8000, "mono", less)},
-        {"alaw", plan("pcm_alaw", "s16", 8000, "mono", less)},
+        {"mu-law", plan("pcm_mulaw", "s16", 8000, "mono", less)},
+        {"a-law", plan("pcm_alaw", "s16", 8000, "mono", less)},
     };
 }
 
@@ -138,7 +138,7 @@ const std::vector<Container> containers = {
     {"adx", "adx", {}},
 };
 
-/// Whether they belong together. The transport stream takes anything and does not say so.
+/// Whether they belong together. Transport streams and Ogg do not say so.
 bool holds(const Container& container, AVCodecID codec) {
     const AVOutputFormat* format = av_guess_format(container.muxer.c_str(), nullptr, nullptr);
     if (format == nullptr)
@@ -149,6 +149,9 @@ bool holds(const Container& container, AVCodecID codec) {
         return codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2 ||
                codec == AV_CODEC_ID_AC3 || codec == AV_CODEC_ID_EAC3 || codec == AV_CODEC_ID_DTS ||
                codec == AV_CODEC_ID_OPUS || codec == AV_CODEC_ID_TRUEHD;
+    if (container.muxer == "ogg")
+        return codec == AV_CODEC_ID_VORBIS || codec == AV_CODEC_ID_OPUS ||
+               codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_SPEEX;
     return avformat_query_codec(format, codec, FF_COMPLIANCE_EXPERIMENTAL) == 1;
 }
 

@@ -20,12 +20,14 @@ CodecParametersHandle copyOf(const AVCodecParameters& parameters) {
 
 } // namespace
 
-SoundRun::SoundRun(const Source& source, const IndexData& index, int threadCount)
+SoundRun::SoundRun(const Source& source, const IndexData& index, int threadCount,
+                   SoundDecoder::Trimming ofPackets)
     : packets(source, index.stream),
       cursor(packets, index),
       parameters(copyOf(*packets.stream().codecpar)),
       timeBase(packets.stream().time_base),
-      threads(threadCount) {
+      threads(threadCount),
+      trimming(ofPackets) {
     requireDecoder(source.name());
     makeDecoder();
 }
@@ -37,7 +39,7 @@ void SoundRun::requireDecoder(const std::string& name) const {
 }
 
 void SoundRun::makeDecoder() {
-    decoder = std::make_unique<SoundDecoder>(*parameters, timeBase, threads);
+    decoder = std::make_unique<SoundDecoder>(*parameters, timeBase, threads, trimming);
     ended = false;
     lost = false;
 }
