@@ -23,22 +23,16 @@ void passOverDamage(Call call) {
 
 } // namespace
 
-SoundDecoder::SoundDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                           Trimming ofPackets)
-    : decoder(threads), trimming(ofPackets) {
+SoundDecoder::SoundDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads)
+    : decoder(threads) {
     decoder.open(parameters, timeBase);
-    if (trimming == Trimming::Told)
-        decoder.context()->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+    decoder.context()->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
 }
 
 void SoundDecoder::send(AVPacket& packet, uint32_t number) {
     latestSent = number;
     packet.pts = number;
     packet.dts = number;
-    if (trimming == Trimming::Untold) {
-        av_packet_shrink_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, 0); // too short to be heeded
-        packet.flags &= ~AV_PKT_FLAG_DISCARD;
-    }
     passOverDamage([&] { static_cast<void>(decoder.send(packet)); });
 }
 

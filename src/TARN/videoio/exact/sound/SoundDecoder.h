@@ -13,15 +13,9 @@ namespace tio::ffmpeg::detail {
 /// decoder, because a flush leaves some of them with what they know of the place before.
 class SoundDecoder {
 public:
-    /// What becomes of the priming and padding that packets tell of: each frame says how much of it
-    /// there is; or no frame does, which spares FFmpeg 5.1 five allocations a frame. That is for
-    /// codecs alone whose decoders know of no priming of their own.
-    enum class Trimming { Told, Untold };
-
     /// @param threads  of FFmpeg's decoder; 0 for one per core
     /// @throws tio::ffmpeg::Exception when it cannot be opened
-    SoundDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                 Trimming trimming);
+    SoundDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads);
 
     /// Hands over a packet under its number. Only after receive() has said that none is left; the
     /// packet's times are lost.
@@ -38,7 +32,6 @@ public:
 
 private:
     Decoder decoder;
-    Trimming trimming;
     uint32_t current = 0;
     uint32_t latestSent = 0;
 };

@@ -18,17 +18,10 @@ constexpr uint32_t worthSeeking = 8;
 // Where starts in mid-stream have given wrong samples so often, none is tried any more.
 constexpr int mostUselessStarts = 3;
 
-// The index knows what is priming and padding. Codecs that have a rule for their run-in are few,
-// and their decoders take off nothing of their own accord.
-SoundDecoder::Trimming trimmingFor(const SoundIndexData& index) {
-    return index.runIn == RunIn::Guess ? SoundDecoder::Trimming::Told
-                                       : SoundDecoder::Trimming::Untold;
-}
-
 } // namespace
 
 SoundFinder::SoundFinder(const Source& source, const SoundIndexData& ofStream, int threads)
-    : index(ofStream), run(source, ofStream.packets, threads, trimmingFor(ofStream)) {}
+    : index(ofStream), run(source, ofStream.packets, threads) {}
 
 SoundFinder::Outcome SoundFinder::read(int64_t first, int64_t count, float* to) {
     const Aim aim{first, first + count, to};

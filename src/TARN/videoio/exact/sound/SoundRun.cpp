@@ -20,14 +20,12 @@ CodecParametersHandle copyOf(const AVCodecParameters& parameters) {
 
 } // namespace
 
-SoundRun::SoundRun(const Source& source, const IndexData& index, int threadCount,
-                   SoundDecoder::Trimming ofPackets)
+SoundRun::SoundRun(const Source& source, const IndexData& index, int threadCount)
     : packets(source, index.stream),
       cursor(packets, index),
       parameters(copyOf(*packets.stream().codecpar)),
       timeBase(packets.stream().time_base),
-      threads(threadCount),
-      trimming(ofPackets) {
+      threads(threadCount) {
     requireDecoder(source.name());
     makeDecoder();
 }
@@ -39,7 +37,7 @@ void SoundRun::requireDecoder(const std::string& name) const {
 }
 
 void SoundRun::makeDecoder() {
-    decoder = std::make_unique<SoundDecoder>(*parameters, timeBase, threads, trimming);
+    decoder = std::make_unique<SoundDecoder>(*parameters, timeBase, threads);
     ended = false;
     lost = false;
 }

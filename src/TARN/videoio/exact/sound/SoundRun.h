@@ -26,8 +26,7 @@ public:
 
     /// Stands before packet 0. The index must outlive the run.
     /// @throws tio::ffmpeg::Exception when there is no decoder, and what opening throws
-    SoundRun(const Source& source, const IndexData& index, int threads,
-             SoundDecoder::Trimming trimming = SoundDecoder::Trimming::Told);
+    SoundRun(const Source& source, const IndexData& index, int threads);
 
     /// Goes on from packet `number`.
     /// @returns false when the packet cannot be found again
@@ -67,7 +66,6 @@ private:
     CodecParametersHandle parameters; // as the source had them at first
     AVRational timeBase;
     int threads;
-    SoundDecoder::Trimming trimming;
     std::unique_ptr<SoundDecoder> decoder;
     bool ended = false;
     bool lost = false;
