@@ -1,7 +1,9 @@
 // Compares pictures with those of the ffmpeg program:
 //   tarn_pictures colours FLAGS CLIP...  the first pictures of clips, as 8-bit RGB, where the
 //   program
-//                                        is told the matrix and the range, and FLAGS of its scaler
+//                                        is told the matrix and the range, and FLAGS of its scaler;
+//                                        with "zimg" they are converted by that library, in a
+//                                        filter
 //   tarn_pictures turns CLIP             a clip in MP4, in each of the eight ways of turning, with
 //                                        the planes of Y, Cb and Cr as they are
 // Prints a line of comma-separated values for each.
@@ -21,6 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -128,6 +131,22 @@ std::string matrixOf(const AVCodecParameters& stream) {
     }
 }
 
+/// How the program is told what the samples mean.
+std::string conversion(const std::string& flags, const std::string& matrix, bool full) {
+    const std::string range = full ? "pc" : "tv";
+    if (flags != "zimg")
+        return "scale=flags=" + flags +
+               (matrix.empty() ? "" : ":in_color_matrix=" + matrix + ":in_range=" + range);
+    const std::map<std::string, std::string> names = {{"", "gbr"},
+                                                      {"bt709", "709"},
+                                                      {"fcc", "fcc"},
+                                                      {"smpte240m", "smpte2400m"},
+                                                      {"bt2020", "2020_ncl"},
+                                                      {"bt601", "170m"}};
+    return "zscale=filter=point:chromalin=center:matrixin=" + names.at(matrix) +
+           ":rangein=" + range + ":matrix=gbr:range=pc,format=gbrp";
+}
+
 void checkColours(const std::string& flags, const std::string& path) {
     const auto input = std::make_shared<ffmpeg::InputFormatContext>(path);
     ffmpeg::FrameReader reader{ffmpeg::Source(path)};
@@ -136,11 +155,9 @@ void checkColours(const std::string& flags, const std::string& path) {
     const bool full = stream.color_range == AVCOL_RANGE_JPEG || format.compare(0, 4, "yuvj") == 0;
     const std::string matrix = matrixOf(stream);
     const int64_t count = std::min(reader.frameCount(), mostPictures);
-    std::string scaling = "scale=flags=" + flags;
-    if (!matrix.empty())
-        scaling += ":in_color_matrix=" + matrix + ":in_range=" + (full ? "pc" : "tv");
     const Distance distance(picturesOf(reader, count),
-                            outputOf(decodingOf(path, reader.stream(), count) + " -vf " + scaling +
+                            outputOf(decodingOf(path, reader.stream(), count) + " -vf " +
+                                     conversion(flags, matrix, full) +
                                      " -pix_fmt rgb24 -f rawvideo -"));
     const auto samples = static_cast<double>(distance.samples);
     std::cout << std::filesystem::path(path).filename().string() << ',' << format << ',' << matrix
