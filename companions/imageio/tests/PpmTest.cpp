@@ -12,7 +12,6 @@
 #include <vector>
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace {
 
