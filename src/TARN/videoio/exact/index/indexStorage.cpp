@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <new>
 #include <system_error>
 
@@ -33,6 +32,21 @@ bool writeAndPublish(const std::string& path, const WriteContent& write) {
     }
 }
 
+/// A file in memory. Closing it leaves its bytes to whoever opened it, also where writing throws.
+struct MemoryStream {
+    MemoryStream() : file(open_memstream(&bytes, &count)) {}
+    MemoryStream(const MemoryStream&) = delete;
+    MemoryStream& operator=(const MemoryStream&) = delete;
+    ~MemoryStream() {
+        file.reset();
+        std::free(bytes);
+    }
+
+    char* bytes = nullptr;
+    size_t count = 0;
+    FileHandle file; // refers to the two before it
+};
+
 } // namespace
 
 void storeInFile(const std::string& path, const WriteContent& write) {
@@ -50,15 +64,12 @@ void loadFromFile(const std::string& path, const ReadContent& read) {
 }
 
 std::vector<uint8_t> storeInMemory(const WriteContent& write) {
-    char* bytes = nullptr;
-    size_t count = 0;
-    FileHandle memory(open_memstream(&bytes, &count));
-    const bool written = memory && write(memory.get());
-    memory.reset(); // the bytes are there only now
-    const std::unique_ptr<char, decltype(&std::free)> owned(bytes, std::free);
+    MemoryStream memory;
+    const bool written = memory.file && write(memory.file.get());
+    memory.file.reset(); // the bytes are there only now
     if (!written)
         throw std::bad_alloc();
-    return {bytes, bytes + count};
+    return {memory.bytes, memory.bytes + memory.count};
 }
 
 void loadFromMemory(const uint8_t* bytes, size_t count, const ReadContent& read) {
