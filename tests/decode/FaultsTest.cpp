@@ -245,7 +245,7 @@ TEST_F(DescriptorsTest, AnOutputIsFfmpegsWordsAlone) {
 TEST_F(DescriptorsTest, ASourceThatIsOpenedOnceMoreForFramesByNumberIsNamed) {
     const auto opened = input();
     EXPECT_EQ(refusalOf([&] { FrameReader(opened, PixelFormat::RGB); }),
-              "Could not identify \"" + clip + "\": Too many open files");
+              "Too many open files: " + clip);
 }
 
 TEST_F(DescriptorsTest, AnIndexIsNamed) {
