@@ -97,8 +97,9 @@ TEST_F(MetadataTest, TellsTheLayoutOfManyChannels) {
 TEST_F(MetadataTest, TellsColourTagsAndTheShapeOfPixels) {
     SKIP_WITHOUT_FFMPEG();
     const Metadata metadata =
-        ofMade("-f lavfi -i testsrc=s=64x48:r=25:d=0.2 -vf setsar=4/3 -pix_fmt yuv420p "
-               "-colorspace bt709 -color_range pc -color_primaries bt2020 "
+        ofMade("-f lavfi -i testsrc=s=64x48:r=25:d=0.2 -pix_fmt yuv420p -vf setsar=4/3,"
+               "format=yuv420p,setparams=colorspace=bt709:range=pc:color_primaries=bt2020:"
+               "color_trc=smpte2084 -colorspace bt709 -color_range pc -color_primaries bt2020 "
                "-color_trc smpte2084 -c:v libx264");
     EXPECT_EQ(metadata.colourSpace, "bt709");
     EXPECT_EQ(metadata.colourRange, "pc");

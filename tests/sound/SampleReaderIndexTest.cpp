@@ -49,7 +49,7 @@ TEST_P(PacketsThatTell, AreCountedWithoutDecodingThemAllAndLeadToTheSameSamples)
 }
 
 TEST_F(SampleReaderTest, DecodesThePacketsAllTheSameWhereChecksumsAreAskedFor) {
-    test::makeSound(clip, {"wav", "pcm_s16le", "s16", 48000, "stereo", 30, {}, {}, {}});
+    test::makeSound(clip, {"wav", "pcm_s16le", "s16", 48000, "stereo", 100, {}, {}, {}});
     EXPECT_FALSE(openAgain().index().hasChecksums());
     SampleReaderOptions options;
     options.checksums = true;
@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         SoundPlan{"mp3", "libmp3lame", "fltp", 44100, "stereo", 28, {}, {}, {}},
         SoundPlan{"mp3", "libmp3lame", "fltp", 22050, "mono", 28, {}, {{"b", "24k"}}, {}},
         SoundPlan{"flac", "flac", "s16", 44100, "mono", 30, {}, {{"compression_level", "0"}}, {}},
-        SoundPlan{"wav", "pcm_s24le", "s32", 48000, "stereo", 16, {}, {}, {}}));
+        SoundPlan{"wav", "pcm_s24le", "s32", 48000, "stereo", 100, {}, {}, {}}));
 
 TEST_F(SampleReaderTest, RefusesAnIndexOfAnotherStream) {
     SampleReaderOptions options;

@@ -200,9 +200,15 @@ TEST_P(Click, IsFoundAtItsSampleAndItsTime) {
     for (int row = 0; row < samples.rows(); ++row)
         if (std::fabs(samples(row, 0)) > std::fabs(samples(loudest, 0)))
             loudest = row;
-    EXPECT_EQ(loudest, at + GetParam().priming);
+    // FFmpeg 9.0 takes the priming of AAC off in Matroska, too.
+    const auto decoded = test::oracleSound(clip).samples;
+    const auto peak = std::max_element(decoded.begin(), decoded.end()) - decoded.begin();
+    const bool unstated = GetParam().priming > 0 && peak != at;
+    EXPECT_EQ(loudest, unstated ? at + GetParam().priming : at);
+    const bool startsLate = unstated || GetParam().priming == 0;
     const Rational time = sound.timeOfSample(loudest);
-    EXPECT_NEAR(time.toDouble(), at / double(plan.rate) + GetParam().start, GetParam().tick + 1e-6);
+    EXPECT_NEAR(time.toDouble(), at / double(plan.rate) + (startsLate ? GetParam().start : 0),
+                GetParam().tick + 1e-6);
     EXPECT_EQ(sound.sampleAt(time), loudest);
     const auto alone = sound.readSamplesBetween(time, sound.timeOfSample(loudest + 1));
     ASSERT_EQ(alone.rows(), 1);

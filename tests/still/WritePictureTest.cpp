@@ -113,7 +113,7 @@ TEST(WritePictureRefusalTest, GreyIsWrittenAsJpegToo) {
     std::memset(grey.data(), 200, 256);
     writeImage(folder.file("a.jpg"), std::as_const(grey).view(), WriteImageOptions());
     for (const uint8_t value : test::oracleImage(folder.file("a.jpg")).pixels)
-        EXPECT_NEAR(value, 200, 2);
+        EXPECT_NEAR(value, 200, 6); // a mistaken range is off by more than 8
 }
 
 } // namespace

@@ -9,6 +9,7 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
+#include <algorithm>
 #include <utility>
 
 namespace tio::test {
@@ -19,6 +20,16 @@ const char* const mixture =
     "0.3*sin(2*PI*(220+180*t)*t)+0.15*sin(2*PI*3300*t)*lt(mod(t\\,0.7)\\,0.4)"
     "+0.2*(random(0)-0.5)*lt(mod(t\\,0.5)\\,0.3)";
 
+/// The plan's sample format, or the planar one where this release's encoder takes that alone.
+std::string sampleFormatOf(const SoundPlan& plan) {
+    const AVSampleFormat wanted = av_get_sample_fmt(plan.sampleFormat.c_str());
+    const auto taken = ffmpeg::compat::sampleFormats(
+        *checkFound(avcodec_find_encoder_by_name(plan.encoder.c_str()), plan.encoder));
+    if (taken.empty() || std::find(taken.begin(), taken.end(), wanted) != taken.end())
+        return plan.sampleFormat;
+    return checkFound(av_get_sample_fmt_name(av_get_planar_sample_fmt(wanted)), "sample format");
+}
+
 /// A graph that gives the plan's samples in frames as large as the encoder wants.
 class SampleSource {
 public:
@@ -27,7 +38,7 @@ public:
         const std::string expression = plan.expression.empty() ? mixture : plan.expression;
         const std::string chain = "aevalsrc=" + expression + ":s=" + std::to_string(plan.rate) +
                                   ":c=" + plan.layout + ":d=" + std::to_string(plan.seconds) +
-                                  ",aformat=sample_fmts=" + plan.sampleFormat +
+                                  ",aformat=sample_fmts=" + sampleFormatOf(plan) +
                                   ":channel_layouts=" + plan.layout + ",abuffersink";
         check(avfilter_graph_parse_ptr(graph.get(), chain.c_str(), nullptr, nullptr, nullptr),
               "sound chain");

@@ -76,6 +76,12 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(std::get<0>(one.param).name) + "_to_" + std::get<1>(one.param);
     });
 
+// FFmpeg 9.0 writes it.
+bool holdsFfv1InMp4() {
+    return avformat_query_codec(av_guess_format("mp4", nullptr, nullptr), AV_CODEC_ID_FFV1,
+                                FF_COMPLIANCE_NORMAL) == 1;
+}
+
 class CopierCodecsTest
     : public ClipCopierTest,
       public ::testing::WithParamInterface<std::tuple<const char*, const char*>> {};
@@ -93,7 +99,7 @@ TEST_P(CopierCodecsTest, EveryCodecThatTheContainerHoldsIsCopied) {
     const std::string codec = encoder;
     const bool web = codec == "libvpx-vp9";
     const bool held = std::string(target) == "mkv" || (std::string(target) == "webm" && web) ||
-                      (std::string(target) == "mp4" && codec != "ffv1");
+                      (std::string(target) == "mp4" && (codec != "ffv1" || holdsFfv1InMp4()));
     if (held) {
         copy("source.mkv", name);
         EXPECT_EQ(seenIn(file(name)).hashes, seenIn(file("source.mkv")).hashes);
@@ -149,7 +155,14 @@ TEST_P(CopierSoundTest, SoundIsTheSameSampleBySampleWithinItsPictures) {
         EXPECT_NEAR(heardAt(after), 0.5, 0.0006) << source;
         // FFmpeg's readers take the run-in off, or tell it as time before 0.
         if (std::string(source).substr(7) == std::string(target).substr(5)) {
-            EXPECT_EQ(after.samples, before.samples) << source;
+            // Matroska of FFmpeg 9.0 tells in milliseconds how long the last packet lasts, and a
+            // copy leaves out what is longer.
+            const size_t missing = before.samples.size() - after.samples.size();
+            EXPECT_LT(missing, std::string(target) == "copy.mkv" ? 1024U : 1U) << source;
+            EXPECT_TRUE(std::equal(after.samples.begin(), after.samples.end(),
+                                   before.samples.begin(),
+                                   before.samples.end() - static_cast<std::ptrdiff_t>(missing)))
+                << source;
             EXPECT_EQ(after.begin, before.begin) << source;
         }
         EXPECT_EQ(seenIn(file(target)).times, seenIn(file(source)).times) << source;

@@ -116,7 +116,8 @@ void LeavingTimes::separateRunIn(AVPacket& packet) const {
 void LeavingTimes::endSound(AVPacket& packet) const {
     const int64_t cutOff = skipOf(packet).end;
     const int64_t whole = av_get_audio_frame_duration2(stream.codecpar, packet.size);
-    if (container.mp4)
+    // FFmpeg 9.0 takes what is cut off from the length of MP4's last packet itself.
+    if (container.mp4 && cutOff > 0 && (whole <= 0 || packet.duration > whole - cutOff))
         packet.duration = std::max<int64_t>(packet.duration - cutOff, 1);
     if (!container.isMatroska() || cutOff > 0 || packet.duration <= 0 || whole <= packet.duration)
         return;
