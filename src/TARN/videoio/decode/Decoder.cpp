@@ -85,7 +85,11 @@ Decoder::Sent Decoder::send(const AVPacket& packet) {
 }
 
 Decoder::Received Decoder::receive() {
-    const int result = avcodec_receive_frame(codec.get(), decoded.get());
+    // FFmpeg 7.1 crashes where it is asked of a codec that is not open; other releases refuse it
+    // so.
+    const int result = avcodec_is_open(codec.get()) != 0
+                           ? avcodec_receive_frame(codec.get(), decoded.get())
+                           : AVERROR(EINVAL);
     if (result == AVERROR(EAGAIN))
         return Received::NeedsPacket;
     if (result == AVERROR_EOF) {
