@@ -52,6 +52,8 @@ def many(values: Any, count: int) -> "np.ndarray[Any, Any]":
     if not isinstance(values, np.ndarray):
         values = _array_of(values, count)
     if values.dtype == np.bool_:
+        if values.ndim == 0:
+            raise TypeError(f"a number of a frame has to be a whole number, not {values[()]!r}")
         if values.shape != (count,):
             raise IndexError(f"{values.shape} truth values for {count} frames")
         return np.flatnonzero(values).astype(np.int64)
@@ -66,7 +68,8 @@ def many(values: Any, count: int) -> "np.ndarray[Any, Any]":
     outside = (values >= count) | (values < -count)
     if outside.any():
         raise IndexError(f"frame {values[outside].ravel()[0]} of {count}")
-    return np.where(values < 0, values + count, values)
+    from_0: "np.ndarray[Any, Any]" = np.where(values < 0, values + count, values)
+    return from_0
 
 
 def _array_of(values: Any, count: int) -> "np.ndarray[Any, Any]":

@@ -81,10 +81,17 @@ def test_an_integer_outside_reads_nothing(clip):
 
 @pytest.mark.parametrize("key", [1.0, "1", None, Ellipsis, True, np.bool_(True), (1, 2), {1: 2},
                                  object(), [1.5], np.array([1.0]), ["1"], [None], [True, 2],
-                                 b"12", np.array(["a"]), {1, 2}])
+                                 b"12", np.array(["a"]), {1, 2}, np.array(True),
+                                 np.array(None)])
 def test_refuses_what_is_no_number(v, key):
     with pytest.raises(TypeError):
         v[key]
+
+
+@pytest.mark.parametrize("numbers", [True, np.bool_(True), np.array(True), [np.bool_(True), 2]])
+def test_a_truth_value_is_no_number_among_several(v, numbers):
+    with pytest.raises(TypeError):
+        v.frames(numbers)
 
 
 def test_a_mask_has_to_be_as_long_as_the_clip(v):
