@@ -27,8 +27,9 @@ if TYPE_CHECKING:
 Path = Union[str, "os.PathLike[str]"]
 Times = Union[_times.Time, Sequence[_times.Time]]
 
-# SVT-AV1 writes to standard error, unless this says otherwise when it is opened.
-os.environ.setdefault("SVT_LOG", "-2")
+# SVT-AV1 writes to standard error, unless this says otherwise when it is opened. It is the lowest
+# level: release 4 takes what is below it for no level at all, and tells everything.
+os.environ.setdefault("SVT_LOG", "-1")
 
 _FINEST = 2**31 - 1  # ticks a second in MP4 and MOV
 _MOST_SAMPLES_A_SECOND = 10**7
