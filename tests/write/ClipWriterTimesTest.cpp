@@ -1,11 +1,13 @@
 #include "ClipWriterFixture.h"
 #include "ReadBack.h"
+#include "support/Interception.h"
 
 #include <TARN/videoio/ClipWriter.h>
 #include <TARN/videoio/FrameReader.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -129,6 +131,35 @@ TEST_F(ClipWriterTest, BFramesAreInTheFileAndDecodeInTime) {
     EXPECT_TRUE(reordered);
     EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(times));
     EXPECT_EQ(durationIn(file("clip.mp4")), Fraction(121, 10));
+}
+
+// Newer releases of FFmpeg tell for how long a packet of MP4 is decoded.
+TEST_F(ClipWriterTest, TheLastPictureIsShownAsLongAsGivenHoweverLongItIsDecoded) {
+    ClipWriterOptions options;
+    options.options["bf"] = "3";
+    const Times times = {0, {1, 10}, {11, 100}, {3, 10}, {7, 10}, {71, 100}, 1, {11, 10}};
+    write("clip.mp4", times, options, Fraction(1, 4));
+    std::map<int64_t, int64_t> lengths;
+    const test::FileContents contents = test::readFile(file("clip.mp4"));
+    for (std::size_t i = 1; i < contents.packets.size(); ++i)
+        lengths[contents.packets[i - 1].dts] =
+            contents.packets[i].dts - contents.packets[i - 1].dts;
+    const test::FilePacket& last = contents.packets.back();
+    lengths[last.dts] = 1000000;
+
+    test::Interception ffmpeg;
+    ffmpeg->av_read_frame.instead = [&](AVFormatContext* context, AVPacket* packet) {
+        const int result = test::real::readFrame(context, packet);
+        if (result >= 0)
+            packet->duration = lengths.at(packet->dts);
+        return result;
+    };
+    const FrameReader reader{Source(file("clip.mp4"))};
+    for (int64_t frame = 0; frame + 1 < reader.frameCount(); ++frame) {
+        const auto number = static_cast<std::size_t>(frame);
+        EXPECT_EQ(reader.frameDuration(frame), times[number + 1] - times[number]) << frame;
+    }
+    EXPECT_EQ(reader.frameDuration(reader.frameCount() - 1), Fraction(1, 4));
 }
 
 TEST_F(ClipWriterTest, CountsFromTheFirstPictureIfAsked) {

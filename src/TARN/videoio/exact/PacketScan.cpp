@@ -4,6 +4,7 @@
 #include "base/hash.h"
 #include "base/ticks.h"
 #include "bitstream/PacketInspector.h"
+#include "ffmpeg_compat.h"
 #include "input/SeekingIndex.h"
 
 #include <algorithm>
@@ -57,6 +58,32 @@ struct LatestTimes {
         last = pts;
         return true;
     }
+};
+
+/// Whether the lengths of packets are those of their pictures. MP4 tells when the next packet is
+/// decoded, and some releases of FFmpeg hand that on. Pictures are shown as long where packets come
+/// in the order of their pictures, or all are equally long.
+class PacketLengths {
+public:
+    void add(const AVPacket& packet) {
+        const int64_t waits = av_sat_sub64(packet.pts, packet.dts);
+        if (any) {
+            lengthsDiffer = lengthsDiffer || packet.duration != length;
+            waitsDiffer = waitsDiffer || waits != wait;
+        }
+        any = true;
+        length = packet.duration;
+        wait = waits;
+    }
+
+    bool areThoseOfPictures() const { return !lengthsDiffer || !waitsDiffer; }
+
+private:
+    bool any = false;
+    bool lengthsDiffer = false;
+    bool waitsDiffer = false;
+    int64_t length = 0;
+    int64_t wait = 0; // between decoding and showing
 };
 
 /// For how long the last picture is shown where its packet does not say it.
@@ -132,6 +159,7 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
     SeekingIndex seeking;
     const bool seeksByPts = (source.format().iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
     LatestTimes latest;
+    PacketLengths lengths;
     bool palette = false;
     while (source.read()) {
         const AVPacket& packet = source.packet();
@@ -142,11 +170,13 @@ PacketScan scanPackets(PacketSource& source, int stream, ProgressReport& progres
         scan.damaged = scan.damaged || (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
         if (!index.hasFlag(index.packetCount() - 1, IndexData::discarded) && latest.add(packet.pts))
             index.lastTicks = packet.duration;
+        lengths.add(packet);
         progress.tell(IndexProgress::Step::Packets, std::max<int64_t>(packet.pos, 0), total);
     }
     index.maxPtsDtsDifference = seeking.maxPtsDtsDifference;
     index.frameTicks = std::max<int64_t>(1, usualDistance(source.stream()));
-    if (index.lastTicks <= 0)
+    const bool told = !compat::isMp4Family(source.format()) || lengths.areThoseOfPictures();
+    if (index.lastTicks <= 0 || !told)
         index.lastTicks = lengthOfLast(source.format(), source.stream(), latest);
     dropLayers(index.flags, inspector.highestLayer());
     if (palette)
