@@ -63,14 +63,21 @@ public:
     /// number of its track, then its time after the cluster's in two bytes.
     [[nodiscard]] int blockTime() const {
         const size_t block = written.find(mark);
-        const size_t cluster = written.find("\x1f\x43\xb6\x75");
-        if (block == std::string::npos || cluster == std::string::npos || block < cluster)
+        if (block == std::string::npos)
+            return 0;
+        // The last one before the block: the table of contents names the element as well.
+        const size_t cluster = written.rfind("\x1f\x43\xb6\x75", block);
+        const size_t time =
+            cluster == std::string::npos ? cluster : written.find('\xe7', cluster + 5);
+        if (time >= block)
             return 0;
         const auto byte = [this](size_t at) { return static_cast<uint8_t>(written.at(at)); };
         const auto after = static_cast<int16_t>(byte(block - 3) << 8 | byte(block - 2));
-        const size_t time = written.find('\xe7', cluster + 5);
+        const size_t bytesOfTime = byte(time + 1) & 0x7FU;
+        if (bytesOfTime > block - time - 2)
+            return 0;
         int base = 0;
-        for (size_t i = 0; i < (byte(time + 1) & 0x7FU); ++i)
+        for (size_t i = 0; i < bytesOfTime; ++i)
             base = base << 8 | byte(time + 2 + i);
         return base + after;
     }
