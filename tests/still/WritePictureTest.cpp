@@ -1,3 +1,4 @@
+#include "ffmpeg_compat.h"
 #include "support/ByteEdits.h"
 #include "support/Expectations.h"
 #include "support/StillImages.h"
@@ -113,7 +114,8 @@ TEST(WritePictureRefusalTest, GreyIsWrittenAsJpegToo) {
     std::memset(grey.data(), 200, 256);
     writeImage(folder.file("a.jpg"), std::as_const(grey).view(), WriteImageOptions());
     for (const uint8_t value : test::oracleImage(folder.file("a.jpg")).pixels)
-        EXPECT_NEAR(value, 200, 6); // a mistaken range is off by more than 8
+        // FFmpeg 9.0 quantises more coarsely; a mistaken range is off by more than 8.
+        EXPECT_NEAR(value, 200, avcodec_version() >= AV_VERSION_INT(63, 0, 0) ? 6 : 2);
 }
 
 } // namespace

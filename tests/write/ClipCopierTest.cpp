@@ -157,8 +157,11 @@ TEST_P(CopierSoundTest, SoundIsTheSameSampleBySampleWithinItsPictures) {
         if (std::string(source).substr(7) == std::string(target).substr(5)) {
             // Matroska of FFmpeg 9.0 tells in milliseconds how long the last packet lasts, and a
             // copy leaves out what is longer.
+            const bool rounded = avformat_version() >= AV_VERSION_INT(63, 0, 0) &&
+                                 std::string(codec) == "aac" && std::string(target) == "copy.mkv";
+            ASSERT_LE(after.samples.size(), before.samples.size()) << source;
             const size_t missing = before.samples.size() - after.samples.size();
-            EXPECT_LT(missing, std::string(target) == "copy.mkv" ? 1024U : 1U) << source;
+            EXPECT_LT(missing, rounded ? 1024U : 1U) << source;
             EXPECT_TRUE(std::equal(after.samples.begin(), after.samples.end(),
                                    before.samples.begin(),
                                    before.samples.end() - static_cast<std::ptrdiff_t>(missing)))

@@ -85,8 +85,7 @@ Decoder::Sent Decoder::send(const AVPacket& packet) {
 }
 
 Decoder::Received Decoder::receive() {
-    // FFmpeg 7.1 crashes where it is asked of a codec that is not open; other releases refuse it
-    // so.
+    // FFmpeg 7.1 crashes where the codec is not open. Other releases return this code.
     const int result = avcodec_is_open(codec.get()) != 0
                            ? avcodec_receive_frame(codec.get(), decoded.get())
                            : AVERROR(EINVAL);
