@@ -6,6 +6,9 @@
 #include <TARN/videoio/ClipWriter.h>
 #include <TARN/videoio/Exception.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -37,6 +40,11 @@ protected:
         };
         EXPECT_THAT(test::thrownText<Exception>(call), HasSubstr("clip."));
         ffmpeg->avcodec_send_frame.instead = nullptr;
+    }
+
+    static uint16_t* rowOf(const ImageView& view, int plane, int row) {
+        const auto index = static_cast<std::size_t>(plane);
+        return reinterpret_cast<uint16_t*>(view.planes[index] + row * view.strides[index]);
     }
 
     test::Interception ffmpeg;
@@ -74,6 +82,44 @@ TEST_F(ClipWriterFailureTest, AFailedFirstPictureDecidesOnNothing) {
 }
 
 // Times finer than 1/5000000 s forbid B-pictures, without which later times may be finer still.
+// An encoder that computes with them stops the process.
+TEST_F(ClipWriterFailureTest, ASampleAboveItsTenBitsIsRefused) {
+    struct Place {
+        PictureFormat format;
+        int plane;
+        int row;
+        int column;
+    };
+    for (const Place& place :
+         {Place{PictureFormat::Yuv420P10, 0, 31, 33}, Place{PictureFormat::Yuv420P10, 2, 15, 16},
+          Place{PictureFormat::Yuv422P10, 1, 31, 0}, Place{PictureFormat::Yuv444P10, 2, 0, 33}}) {
+        SCOPED_TRACE(static_cast<int>(place.format));
+        Image picture(place.format, 32, 34);
+        const ImageView& view = picture.view();
+        const auto fill = [&](uint16_t sample) {
+            for (int one = 0; one < 3; ++one) {
+                const PlaneSize size = planeSize(place.format, 32, 34, one);
+                for (int line = 0; line < size.rows; ++line)
+                    std::fill_n(rowOf(view, one, line), size.rowBytes / 2, sample);
+            }
+        };
+        fill(1023);
+        ClipWriter writer(file("clip.mp4"), test::withCodec("libx264"));
+        rowOf(view, place.plane, place.row)[place.column] = 1024;
+        EXPECT_THAT(test::thrownText<ClipRefusal>([&] { writer.writePicture(picture, 0); }),
+                    HasSubstr("clip.mp4\": a sample of 1024 in a picture of 10 bits, in column " +
+                              std::to_string(place.column) + " of row " +
+                              std::to_string(place.row) + " of plane " +
+                              std::to_string(place.plane)));
+        for (int i = 0; i < 30; ++i) {
+            fill(i % 3 == 0 ? 1023 : 0);
+            writer.writePicture(picture, Fraction(i, 25));
+        }
+        writer.finish();
+        EXPECT_EQ(timesIn(file("clip.mp4")).size(), 30);
+    }
+}
+
 TEST_F(ClipWriterFailureTest, AFailedFineTimeDoesNotForbidReordering) {
     if (!test::beginsAnywhere())
         GTEST_SKIP()

@@ -193,7 +193,8 @@ inline std::vector<uint8_t> rgbOf(const AVFrame& frame) {
     const int full = frame.color_range == AVCOL_RANGE_JPEG ? 1 : 0;
     sws_setColorspaceDetails(scaler.get(), matrix, full, matrix, 1, 0, 1 << 16, 1 << 16);
     const int stride = (3 * width + 63) / 64 * 64;
-    std::vector<uint8_t> padded(static_cast<std::size_t>(stride) * (height + 1));
+    std::vector<uint8_t> padded(static_cast<std::size_t>(stride) *
+                                (static_cast<std::size_t>(height) + 1));
     uint8_t* planes[4] = {padded.data()};
     const int strides[4] = {stride};
     sws_scale(scaler.get(), frame.data, frame.linesize, 0, height, planes, strides);

@@ -76,7 +76,8 @@ public:
     /// pixels are read before the call returns.
     /// @param time      when it is shown, in seconds; later than the picture before
     /// @param duration  how long, in seconds, should it be the last one
-    /// @throws TimeRefusal, ClipRefusal  nothing has changed
+    /// @throws TimeRefusal, ClipRefusal  for a time, a size, a plane or a sample above the depth of
+    ///         its format that cannot be written; nothing has changed
     /// @throws tio::ffmpeg::Exception  with the file's name, when the encoder or the disk fails. An
     ///         encoder that does not take the picture leaves the writer as it was; after any other
     ///         failure all calls fail

@@ -20,7 +20,7 @@ enum class PictureFormat : int32_t {
     Yuv420 = 5, ///< Y, Cb, Cr in planes; chroma at half the width and height, rounded up; 8 bits
     Yuv422 = 6, ///< the same with chroma at half the width
     Yuv444 = 7, ///< the same with chroma at full size
-    Yuv420P10 = 8,  ///< as Yuv420 in 16-bit samples of which the lower 10 bits are used
+    Yuv420P10 = 8,  ///< as Yuv420 in 16-bit samples from 0 to 1023
     Yuv422P10 = 9,  ///< as Yuv422, the same way
     Yuv444P10 = 10, ///< as Yuv444, the same way
 };

@@ -2,13 +2,14 @@
 #include "base/initialise.h"
 #include "exact/write/ClipAssembly.h"
 #include "exact/write/ClipTarget.h"
+#include "exact/write/encode/requireView.h"
 #include "exact/write/fragment/FragmentWriter.h"
 #include "exact/write/refusal.h"
 
 #include <TARN/videoio/ClipWriter.h>
 
 #include <cmath>
-#include <cstdlib>
+#include <cstddef>
 #include <exception>
 #include <unistd.h>
 #include <utility>
@@ -19,27 +20,6 @@ using detail::EncodedPictures;
 using detail::EncodedSound;
 using detail::Fraction;
 using detail::refuse;
-
-namespace {
-
-void requireView(const ConstImageView& picture, const std::string& path) {
-    const auto format = static_cast<int32_t>(picture.format);
-    if (format < 0 || format > static_cast<int32_t>(PictureFormat::Yuv444P10))
-        refuse(path, "there is no picture format " + std::to_string(format));
-    if (picture.height < 1 || picture.width < 1)
-        refuse(path, "a picture of " + std::to_string(picture.width) + " x " +
-                         std::to_string(picture.height));
-    for (int plane = 0; plane < planeCount(picture.format); ++plane) {
-        const auto index = static_cast<std::size_t>(plane);
-        const PlaneSize size = planeSize(picture.format, picture.height, picture.width, plane);
-        if (picture.planes[index] == nullptr ||
-            (size.rows > 1 && std::abs(picture.strides[index]) < size.rowBytes))
-            refuse(path, "plane " + std::to_string(plane) +
-                             " of a picture is missing, or its rows lie too close together");
-    }
-}
-
-} // namespace
 
 class ClipWriter::Core {
 public:
@@ -214,7 +194,7 @@ void ClipWriter::Core::writePicture(const ConstImageView& picture, std::optional
     requireOpen();
     if (plan.codec == nullptr)
         refuse(name, std::string(plan.container->extension) + " is for sound alone");
-    requireView(picture, name);
+    detail::requireView(picture, name);
     const bool follows = times.count() == 0 ? duration.has_value() : times.lastHasDuration();
     if (!time && !options.rate && !follows)
         refuse(name, "a picture without a time needs a rate, or a duration of the one before");
