@@ -9,6 +9,11 @@
 #include <tuple>
 #include <vector>
 
+extern "C" {
+#include <libavutil/intreadwrite.h>
+#include <libavutil/md5.h>
+}
+
 namespace tio::ffmpeg {
 namespace {
 
@@ -86,6 +91,43 @@ TEST_F(ClipWriterTest, SoundWithoutLossComesBackBitForBit) {
         writer.writeSamples(samples.data(), count, 2);
         writer.finish();
         EXPECT_EQ(readHeard(file(name)).samples, samples) << name;
+    }
+}
+
+// STREAMINFO: 13 bytes, four bits, then 36 bits for how many samples, then their MD5.
+TEST_F(ClipWriterTest, TheHeadOfFlacTellsItsSamples) {
+    constexpr int count = 10007;
+    std::vector<float> samples;
+    std::vector<uint8_t> bytes; // as integers of 24 bits
+    for (int i = 0; i < count; ++i) {
+        const int value = i * 7919 % 16777216 - 8388608;
+        samples.push_back(static_cast<float>(value) / 8388608);
+        for (int shift = 0; shift < 24; shift += 8)
+            bytes.push_back(static_cast<uint8_t>(static_cast<unsigned>(value) >> shift));
+    }
+    std::vector<uint8_t> sum(16);
+    av_md5_sum(sum.data(), bytes.data(),
+               static_cast<decltype(AVPacketSideData::size)>(bytes.size()));
+    for (const char* name : {"a.flac", "a.mka", "a.mp4"}) {
+        ClipWriterOptions options;
+        options.rate = 25;
+        options.codec = std::string(name) == "a.mp4" ? "mjpeg" : "";
+        options.audioRate = 44100;
+        options.audioCodec = "flac";
+        ClipWriter writer(file(name), options);
+        writer.writeSamples(samples.data(), count, 1);
+        if (std::string(name) == "a.mp4")
+            writer.writePicture(rgbPicture(0));
+        writer.finish();
+        const test::InputPointer clip = test::openInput(file(name));
+        const int index = av_find_best_stream(clip.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+        ASSERT_GE(index, 0) << name;
+        const AVCodecParameters& codec = *clip->streams[index]->codecpar;
+        ASSERT_EQ(codec.extradata_size, 34) << name;
+        const uint8_t* head = codec.extradata;
+        EXPECT_EQ(head[13] & 15, 0) << name;
+        EXPECT_EQ(AV_RB32(head + 14), count) << name;
+        EXPECT_EQ(std::vector<uint8_t>(head + 18, head + 34), sum) << name;
     }
 }
 

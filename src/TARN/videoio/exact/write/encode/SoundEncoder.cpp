@@ -116,6 +116,10 @@ void SoundEncoder::flush(const PacketSink& sink) {
     rest.clear();
     checkResult(avcodec_send_frame(context.get(), nullptr), at(30), name);
     drain(sink);
+    // Part of codec(), so that a file's head has it from the first: the muxer of MP4 loses memory
+    // where it comes later, beside pictures that need no head. The encoder's own copy is spoilt
+    // when the encoder is asked once more.
+    std::copy(head.begin(), head.end(), context->extradata);
 }
 
 void SoundEncoder::send(const float* samples, int count, const PacketSink& sink) {
@@ -162,8 +166,24 @@ void SoundEncoder::drain(const PacketSink& sink) {
         if (received == AVERROR(EAGAIN) || received == AVERROR_EOF)
             return;
         checkResult(received, at(51), name);
-        sink(*packet);
+        if (!takeHead(*packet))
+            sink(*packet);
     }
+}
+
+// At its end FLAC's encoder tells in a packet without samples how many there were, and their MD5.
+bool SoundEncoder::takeHead(const AVPacket& packet) {
+    if (packet.size > 0)
+        return false;
+    for (int i = 0; i < packet.side_data_elems; ++i) {
+        const AVPacketSideData& side = packet.side_data[i];
+        if (side.type == AV_PKT_DATA_NEW_EXTRADATA &&
+            static_cast<int64_t>(side.size) == context->extradata_size) {
+            head.assign(side.data, side.data + side.size);
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace tio::ffmpeg::detail

@@ -30,19 +30,21 @@ public:
     [[nodiscard]] int channels() const noexcept { return channelsOfAll; }
     [[nodiscard]] int64_t samplesTaken() const noexcept { return taken; }
 
-    /// Open encoder, for a stream's parameters.
+    /// Open encoder, for a stream's parameters. Those of FLAC are complete after flush().
     [[nodiscard]] const AVCodecContext& codec() const { return *context; }
 
 private:
     void send(const float* samples, int count, const PacketSink& sink);
     void drain(const PacketSink& sink);
+    bool takeHead(const AVPacket& packet);
     void fill(AVFrame& frame, const float* samples) const;
 
     std::string name;
     CodecContextHandle context;
     int channelsOfAll;
     int blockLength = 0;
-    std::vector<float> rest; ///< not yet a block
+    std::vector<float> rest;   ///< not yet a block
+    std::vector<uint8_t> head; ///< of the whole sound, where its codec tells at the end
     int64_t taken = 0;
     int64_t sent = 0;
 };
