@@ -26,6 +26,17 @@ inline Times ntsc(int count) {
     return times;
 }
 
+/// Pictures that stand for 1.2 s each, then some at 25 a second.
+inline Times sparseThenDense(int sparse, int dense) {
+    Times times;
+    Fraction next = 0;
+    for (int i = 0; i < sparse + dense; ++i) {
+        times.push_back(next);
+        next = next + (i < sparse ? Fraction(6, 5) : Fraction(1, 25));
+    }
+    return times;
+}
+
 class ClipWriterTest : public ::testing::Test {
 protected:
     [[nodiscard]] std::string file(const std::string& name) const { return folder.file(name); }

@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -160,6 +161,22 @@ TEST_F(ClipWriterTest, TheLastPictureIsShownAsLongAsGivenHoweverLongItIsDecoded)
         EXPECT_EQ(reader.frameDuration(frame), times[number + 1] - times[number]) << frame;
     }
     EXPECT_EQ(reader.frameDuration(reader.frameCount() - 1), Fraction(1, 4));
+}
+
+// The demuxer ends a track at key pictures whose packets last longer than what is left of it.
+TEST_F(ClipWriterTest, PicturesAtTheEndAreReadHoweverFarApartTheKeyPicturesAre) {
+    for (const auto& [g, bf] : {std::pair("1", "2"), std::pair("2", "1"), std::pair("3", "2")}) {
+        ClipWriterOptions options = withCodec("mpeg4");
+        options.options = {{"g", g}, {"bf", bf}};
+        for (int sparse = 1; sparse <= 4; ++sparse) {
+            for (int dense = 0; dense <= 5; ++dense) {
+                const Times times = test::sparseThenDense(sparse, dense);
+                write("clip.mp4", times, options);
+                EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(times))
+                    << "g " << g << ", bf " << bf << ", " << sparse << " and " << dense;
+            }
+        }
+    }
 }
 
 TEST_F(ClipWriterTest, CountsFromTheFirstPictureIfAsked) {

@@ -69,6 +69,7 @@ protected:
         options.rate = 25;
         options.fragmented = fragmented;
         options.codec = "mjpeg";
+        options.threads = 1; // those of an encoder ask for packets too
         options.audioRate = 48000;
         ClipWriter writer(path, options);
         const std::vector<float> samples(1920);

@@ -164,7 +164,7 @@ void ClipWriter::Core::takePicture(AVPacket& packet) {
         fragments->addPicture(packet);
         return;
     }
-    order.add(packet.pts);
+    order.add(packet.pts, (packet.flags & AV_PKT_FLAG_KEY) != 0);
     pictureSpool->append(packet);
 }
 

@@ -40,22 +40,13 @@ bool holdsDelay(const std::string& bytes, int64_t value) {
 /// What the muxer makes of a stream with one packet at the time 0.
 class Trial {
 public:
-    explicit Trial(const AVCodecParameters& parameters) {
-        if (avformat_alloc_output_context2(&context, nullptr, "matroska", nullptr) < 0)
-            return;
-        AVStream* stream = avformat_new_stream(context, nullptr);
-        if (stream != nullptr && avcodec_parameters_copy(stream->codecpar, &parameters) >= 0 &&
-            avio_open_dyn_buf(&context->pb) >= 0)
-            write(*stream);
-    }
+    explicit Trial(const AVCodecParameters& parameters) : outcome(write(parameters)) { take(); }
     Trial(const Trial&) = delete;
     Trial& operator=(const Trial&) = delete;
-    ~Trial() {
-        if (context == nullptr)
-            return;
-        take();
-        avformat_free_context(context);
-    }
+    ~Trial() { avformat_free_context(context); }
+
+    /// Negative where nothing can be told.
+    [[nodiscard]] int result() const noexcept { return outcome; }
 
     [[nodiscard]] const std::string& bytes() const noexcept { return written; }
 
@@ -83,25 +74,42 @@ public:
     }
 
 private:
-    void write(AVStream& stream) {
-        stream.time_base = {1, stream.codecpar->sample_rate};
+    int write(const AVCodecParameters& parameters) {
+        const int made = avformat_alloc_output_context2(&context, nullptr, "matroska", nullptr);
+        if (made < 0)
+            return made;
+        AVStream* stream = avformat_new_stream(context, nullptr);
+        const int given = stream == nullptr
+                              ? AVERROR(ENOMEM)
+                              : avcodec_parameters_copy(stream->codecpar, &parameters);
+        const int opened = given < 0 ? given : avio_open_dyn_buf(&context->pb);
+        if (opened < 0)
+            return opened;
+        stream->time_base = {1, parameters.sample_rate};
         context->avoid_negative_ts = 0;
         context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-        if (avformat_write_header(context, nullptr) < 0)
-            return;
+        const int begun = avformat_write_header(context, nullptr);
+        if (begun < 0)
+            return begun;
+        const int marked = writeMark();
+        const int ended = av_write_trailer(context);
+        return marked < 0 ? marked : ended;
+    }
+
+    int writeMark() {
         const PacketHandle packet(av_packet_alloc());
-        if (packet && av_new_packet(packet.get(), static_cast<int>(mark.size())) >= 0) {
-            std::memcpy(packet->data, mark.data(), mark.size());
-            packet->pts = packet->dts = 0;
-            packet->flags = AV_PKT_FLAG_KEY;
-            static_cast<void>(av_write_frame(context, packet.get()));
-        }
-        static_cast<void>(av_write_trailer(context));
-        take();
+        const int made =
+            packet ? av_new_packet(packet.get(), static_cast<int>(mark.size())) : AVERROR(ENOMEM);
+        if (made < 0)
+            return made;
+        std::memcpy(packet->data, mark.data(), mark.size());
+        packet->pts = packet->dts = 0;
+        packet->flags = AV_PKT_FLAG_KEY;
+        return av_write_frame(context, packet.get());
     }
 
     void take() {
-        if (context->pb == nullptr)
+        if (context == nullptr || context->pb == nullptr)
             return;
         uint8_t* data = nullptr;
         const int size = avio_close_dyn_buf(context->pb, &data);
@@ -112,6 +120,7 @@ private:
 
     const std::string mark = "one packet, for a try";
     AVFormatContext* context = nullptr;
+    int outcome;
     std::string written;
 };
 
@@ -124,6 +133,8 @@ int MatroskaDelay::prepare(AVStream& sound) {
     constexpr AVRational nano = {1, 1000000000};
     const int64_t delay = av_rescale_q(codec.initial_padding, {1, codec.sample_rate}, nano);
     const Trial trial(codec);
+    if (trial.result() < 0)
+        return trial.result();
     if (trial.blockTime() == 0)
         missingShift = codec.initial_padding;
     if (holdsDelay(trial.bytes(), delay))

@@ -15,6 +15,8 @@ PictureTrack::PictureTrack(const ClipTimes& clipTimes, const PacketOrder& packet
     const int64_t least = std::max(order.delay, shown(order.last) - lastDecoded);
     const int64_t most = shown(order.count) - lastDecoded - 1;
     lead = std::clamp(order.delay * shortestGap, least, std::max(least, most));
+    if (countsOn)
+        decodeKeysLater();
 }
 
 int64_t PictureTrack::shown(int64_t number) const {
@@ -44,13 +46,35 @@ int64_t PictureTrack::decoded(int64_t index) const {
     return shown(start) - ahead + place * ahead / order.delay;
 }
 
+void PictureTrack::decodeKeysLater() {
+    keyTimes.resize(order.keys.size());
+    for (std::size_t i = order.keys.size(); i-- > 0;) {
+        const PacketOrder::Key& key = order.keys[i];
+        const bool keyFollows =
+            i + 1 < order.keys.size() && order.keys[i + 1].index == key.index + 1;
+        const int64_t after = keyFollows ? keyTimes[i + 1] : decoded(key.index + 1);
+        keyTimes[i] =
+            std::max(decoded(key.index), earliestOfKey(shown(key.number), shown(key.next), after));
+    }
+}
+
+int64_t PictureTrack::decodedLater(int64_t index) const {
+    if (keyTimes.empty())
+        return decoded(index);
+    const auto key =
+        std::lower_bound(order.keys.begin(), order.keys.end(), index,
+                         [](const PacketOrder::Key& one, int64_t at) { return one.index < at; });
+    const bool found = key != order.keys.end() && key->index == index;
+    return found ? keyTimes[static_cast<std::size_t>(key - order.keys.begin())] : decoded(index);
+}
+
 void PictureTrack::giveTimes(AVPacket& packet, int64_t index) const {
     const int64_t number = packet.pts;
     packet.pts = shown(number);
-    packet.dts = decoded(index);
+    packet.dts = decodedLater(index);
     packet.duration = shown(number + 1) - packet.pts;
     if (countsOn && index == order.count - 1) // all packets together last as long as all pictures
-        packet.duration = shown(order.count) - shown(0) - (packet.dts - decoded(0));
+        packet.duration = shown(order.count) - shown(0) - (packet.dts - decodedLater(0));
 }
 
 } // namespace tio::ffmpeg::detail

@@ -1,6 +1,7 @@
 #include "exact/write/copy/CopiedStream.h"
 
 #include "base/checks.h"
+#include "exact/write/PictureTrack.h"
 #include "exact/write/refusal.h"
 
 #include <algorithm>
@@ -23,6 +24,10 @@ constexpr int64_t furthestTime = 2000000000000000000;
 
 bool isNear(int64_t time) {
     return time >= -furthestTime && time <= furthestTime;
+}
+
+bool isKey(const AVPacket& packet) {
+    return (packet.flags & AV_PKT_FLAG_KEY) != 0;
 }
 
 bool isHidden(const AVPacket& packet) {
@@ -217,7 +222,7 @@ void CopiedStream::fillDecodingTimes() {
 bool CopiedStream::begins(const AVPacket& packet) {
     if (!setting.from)
         return true;
-    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0 && !isHidden(packet);
+    const bool key = isKey(packet) && !isHidden(packet);
     if (pictures && leading)
         return key && findsKey(packet);
     return packet.pts >= firstTick && (!pictures || key);
@@ -304,9 +309,31 @@ void CopiedStream::shiftBy(const Fraction& origin) {
                            : AV_NOPTS_VALUE);
 }
 
+/// Whether enough wait to say when the first of them is decoded.
+bool CopiedStream::knowsDecodingOfNext() const {
+    if (hasEnded() || leaving.size() < 2)
+        return hasEnded() && !leaving.empty();
+    return !(pictures && setting.container.mp4) || leaving.size() > reorderReach ||
+           std::any_of(leaving.begin(), leaving.end(),
+                       [](const PacketHandle& one) { return !isKey(*one); });
+}
+
+// A run of key pictures, and the packet behind it, decide on the decoding of the first.
+void CopiedStream::decodeKeyLater() {
+    std::size_t last = 0;
+    while (last + 1 < leaving.size() && last < reorderReach && isKey(*leaving[last]))
+        ++last;
+    int64_t dts = leaving[last]->dts;
+    for (std::size_t i = last; i-- > 0;)
+        dts = std::max(leaving[i]->dts, earliestOfKey(leaving[i]->pts, leaving[i + 1]->pts, dts));
+    leaving.front()->dts = dts;
+}
+
 PacketHandle CopiedStream::next() {
-    if (leaving.empty() || (leaving.size() == 1 && !hasEnded()))
+    if (!knowsDecodingOfNext())
         return nullptr;
+    if (pictures && setting.container.mp4)
+        decodeKeyLater();
     PacketHandle packet = std::move(leaving.front());
     leaving.pop_front();
     packet->pts -= shift;

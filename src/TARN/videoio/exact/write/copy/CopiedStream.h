@@ -98,6 +98,8 @@ private:
     void requireSameHeaders(const AVPacket& packet) const;
     void requireNear(const AVPacket& packet) const;
     void select(PacketHandle packet);
+    void decodeKeyLater();
+    [[nodiscard]] bool knowsDecodingOfNext() const;
     [[nodiscard]] bool begins(const AVPacket& packet);
     [[nodiscard]] bool findsKey(const AVPacket& packet);
     [[nodiscard]] Fraction secondsOf(int64_t ticks) const;

@@ -39,8 +39,8 @@ int64_t quantised(float sample, int bits) {
 template <typename Integer>
 void storeInteger(uint8_t* to, float sample, int bits) {
     constexpr int width = std::numeric_limits<Integer>::digits + 1;
-    const auto value =
-        static_cast<Integer>(quantised(sample, bits) * (int64_t{1} << (width - bits)));
+    const int unused = std::max(width - bits, 0);
+    const auto value = static_cast<Integer>(quantised(sample, bits) * (int64_t{1} << unused));
     std::memcpy(to, &value, sizeof value);
 }
 
