@@ -52,6 +52,7 @@ TEST_P(ClipWriterSoundTest, StandsAtItsSampleAndIsAsLongAsItWas) {
     if (matroska && std::string(codec) == "aac") { // FFmpeg 5.1 tells the run-in and keeps it
         EXPECT_NEAR(heard.begin.toDouble() + static_cast<double>(loudest(heard.samples)) / 48000,
                     at / 48000.0, 0.0006);
+        EXPECT_EQ(heard.samples.size(), count + (heard.begin < 0 ? 1024 : 0));
         return;
     }
     EXPECT_NEAR(static_cast<double>(loudest(heard.samples)), at, 1);

@@ -2,6 +2,7 @@
 
 #include "base/checks.h"
 #include "exact/write/ClipMuxer.h"
+#include "exact/write/MatroskaDelay.h"
 #include "exact/write/refusal.h"
 
 #include <utility>
@@ -34,16 +35,28 @@ bool isEarlier(const AVPacket& a, AVRational ticksOfA, const AVPacket& b, AVRati
     return av_compare_ts(a.dts, ticksOfA, b.dts, ticksOfB) <= 0;
 }
 
+// Samples that an encoder made up to fill its last frame. Opus says so itself; frames of Vorbis
+// differ in length.
+int64_t unheard(const AVPacket& packet, const AVCodecContext& encoder) {
+    const AVCodecDescriptor* codec = avcodec_descriptor_get(encoder.codec_id);
+    const bool fills = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) == 0 &&
+                       codec->id != AV_CODEC_ID_OPUS && codec->id != AV_CODEC_ID_VORBIS;
+    return fills && packet.duration > 0 ? encoder.frame_size - packet.duration : 0;
+}
+
 } // namespace
 
 // Where sound begins after 0, MP4's muxer takes the run-in of a codec for sound, unless the first
 // packet is said to be heard later than it is decoded.
-void giveSoundTimes(AVPacket& packet, int64_t index, int64_t begin, bool mp4) {
+void giveSoundTimes(AVPacket& packet, const AVCodecContext& encoder, int64_t index, int64_t begin,
+                    bool mp4) {
     const bool runIn = mp4 && index == 0 && begin > 0 && packet.pts < 0;
     const int64_t ahead = runIn ? -packet.pts : 0;
     packet.dts = packet.pts + begin;
     packet.pts = packet.dts + ahead;
     packet.duration -= runIn ? std::min(ahead, packet.duration - 1) : 0;
+    if (const int64_t rest = unheard(packet, encoder); rest > 0 && !mp4)
+        cutOffEnd(packet, rest);
 }
 
 std::optional<int64_t> movieScale(const ClipContainer& container, const Fraction& pictures,
@@ -87,7 +100,7 @@ void assembleClip(const std::string& path, const std::string& clip, const ClipCo
     };
     const auto nextSound = [&] {
         audio->advance([&](AVPacket& one, int64_t index) {
-            giveSoundTimes(one, index, soundBegin, container.mp4);
+            giveSoundTimes(one, sound->encoder, index, soundBegin, container.mp4);
         });
     };
     const Fraction first = pictures != nullptr ? pictures->times.first() : Fraction(0);

@@ -25,11 +25,12 @@ struct EncodedSound {
     Fraction begin; ///< seconds, at which the first sample is heard
 };
 
-/// Gives a packet of sound its times in the clip.
+/// Gives a packet of sound its times in the clip, and tells Matroska where its sound ends in it.
 /// @param packet  its pts counts samples from the first one of all
 /// @param index   of the packet
 /// @param begin   samples before the first one
-void giveSoundTimes(AVPacket& packet, int64_t index, int64_t begin, bool mp4);
+void giveSoundTimes(AVPacket& packet, const AVCodecContext& encoder, int64_t index, int64_t begin,
+                    bool mp4);
 
 /// Ticks a second in which MP4 tells when tracks begin: FFmpeg's milliseconds only if they do.
 /// Nothing if no number of ticks holds both beginnings.

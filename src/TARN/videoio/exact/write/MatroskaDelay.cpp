@@ -2,11 +2,13 @@
 
 #include "base/fileHandle.h"
 #include "base/handles.h"
+#include "base/littleEndian.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 namespace tio::ffmpeg::detail {
 
@@ -171,6 +173,15 @@ int MatroskaDelay::fill(const std::string& path) const {
         std::fflush(file.get()) != 0)
         return AVERROR(errno);
     return 0;
+}
+
+void cutOffEnd(AVPacket& packet, int64_t samples) {
+    constexpr size_t skipBytes = 10; // two numbers of 32 bits, and two reasons
+    uint8_t* bytes = av_packet_new_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, skipBytes);
+    if (bytes == nullptr)
+        throw std::bad_alloc();
+    std::fill_n(bytes, skipBytes, uint8_t{0});
+    toLittleEndian(static_cast<uint32_t>(samples), bytes + 4);
 }
 
 } // namespace tio::ffmpeg::detail

@@ -33,4 +33,7 @@ private:
     int64_t nanoseconds = 0; ///< to be written; 0: nothing
 };
 
+/// Has a packet of Matroska say that so many samples at its end are not to be heard.
+void cutOffEnd(AVPacket& packet, int64_t samples);
+
 } // namespace tio::ffmpeg::detail

@@ -1,12 +1,12 @@
 #include "exact/write/copy/LeavingTimes.h"
 
 #include "base/littleEndian.h"
+#include "exact/write/MatroskaDelay.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <utility>
 
 namespace tio::ffmpeg::detail {
@@ -121,11 +121,7 @@ void LeavingTimes::endSound(AVPacket& packet) const {
         packet.duration = std::max<int64_t>(packet.duration - cutOff, 1);
     if (!container.isMatroska() || cutOff > 0 || packet.duration <= 0 || whole <= packet.duration)
         return;
-    uint8_t* bytes = av_packet_new_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, skipBytes);
-    if (bytes == nullptr)
-        throw std::bad_alloc();
-    std::fill_n(bytes, skipBytes, uint8_t{0});
-    toLittleEndian(static_cast<uint32_t>(whole - packet.duration), bytes + 4);
+    cutOffEnd(packet, whole - packet.duration);
 }
 
 // Players believe the packets or the pictures: both last equally long.

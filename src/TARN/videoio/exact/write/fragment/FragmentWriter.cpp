@@ -178,7 +178,7 @@ void FragmentWriter::writeFragment(std::deque<PacketHandle> group, bool last) {
         std::deque<PacketHandle>& from = isSound ? sound.packets : group;
         AVPacket& packet = *from.front();
         if (isSound)
-            giveSoundTimes(packet, sound.given++, soundBegin, plan.container->mp4);
+            giveSoundTimes(packet, *sound.encoder, sound.given++, soundBegin, plan.container->mp4);
         muxer.write(packet, isSound ? sound.stream : pictures.stream);
         from.pop_front();
     }
