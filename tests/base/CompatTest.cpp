@@ -40,7 +40,9 @@ void giveMatrix(AVStream& stream, const Matrix& matrix, int bytes = sizeof(Matri
     uint8_t* target = test::checkFound(data, "side data")->data;
 #else
     uint8_t* target = test::checkFound(
-        av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, bytes), "side data");
+        av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX,
+                                static_cast<decltype(AVPacketSideData::size)>(bytes)),
+        "side data");
 #endif
     std::memcpy(target, matrix.data(), static_cast<size_t>(bytes));
 }

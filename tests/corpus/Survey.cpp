@@ -11,7 +11,8 @@ namespace {
 
 std::string firstDifference(const Facts& ours, const Facts& direct) {
     const std::size_t both = std::min(ours.size(), direct.size());
-    const auto [mine, theirs] = std::mismatch(ours.begin(), ours.begin() + both, direct.begin());
+    const auto [mine, theirs] = std::mismatch(
+        ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(both), direct.begin());
     if (ours.size() == direct.size()) {
         std::size_t unequal = 0;
         for (std::size_t i = 0; i < both; ++i)

@@ -14,6 +14,7 @@
 #include <TARN/videoio/VideoStreamDecoder.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <gmock/gmock.h>
@@ -121,7 +122,7 @@ protected:
         test::writePackets(path, "matroska", {track});
     }
 
-    static int numberAt(double time) { return static_cast<int>(time * 25 + 0.5); }
+    static int numberAt(double time) { return static_cast<int>(std::lround(time * 25)); }
 
     /// Whether a picture is in one of the groups that are whole.
     static bool isWhole(double time) {

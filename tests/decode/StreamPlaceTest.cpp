@@ -220,7 +220,7 @@ TEST_F(StreamPlaceTest, InAnFlvFileWhateverIsRefused) {
          }},
     };
     for (const auto& [name, ask] : refused) {
-        for (const size_t place : {0, 1, 5, 40, 100}) {
+        for (const size_t place : {0U, 1U, 5U, 40U, 100U}) {
             const auto video = open(path);
             Pictures pictures;
             read(*video, pictures, place);

@@ -54,7 +54,7 @@ protected:
 };
 
 TEST_F(CancelTokenTest, AnEmptyFunctionIsRefused) {
-    EXPECT_THROW(CancelToken(CancelToken::Poll()), tio::Exception);
+    EXPECT_THROW(CancelToken(CancelToken::Poll{}), tio::Exception);
 }
 
 TEST_F(CancelTokenTest, TheCallerIsAskedAtOnceAndThenNoMoreThanOnceInAPause) {

@@ -22,7 +22,6 @@ namespace {
 using test::ClipPlan;
 using test::ScriptedPacket;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr int64_t noPts = AV_NOPTS_VALUE;

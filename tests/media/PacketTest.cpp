@@ -300,7 +300,7 @@ TEST(PacketTest, AMovedFromPacketTakesNewContents) {
 TEST(PacketTest, CopyingAMovedFromPacketGivesAnEmptyOne) {
     Packet source = timedPacket(Rational(1, 1000), 100);
     const Packet elsewhere(std::move(source));
-    EXPECT_EQ(sizeOf(Packet(source)), 0);
+    EXPECT_EQ(sizeOf(Packet(source)), 0); // NOLINT(bugprone-use-after-move)
     Packet target = timedPacket(Rational(1, 25), 0);
     target = source;
     EXPECT_EQ(sizeOf(target), 0);
@@ -349,7 +349,7 @@ TEST_F(FailingReferenceTest, CopyingSaysSo) {
 
 TEST_F(FailingReferenceTest, CopyAssignmentSaysSoAndLeavesTheTargetEmpty) {
     Packet target = timedPacket(Rational(1, 25), 7);
-    expectFailureAt(78, [&] { target = original; });
+    expectFailureAt(78, [&] { target = original; } /* NOLINT(cppcoreguidelines-slicing) */);
     EXPECT_EQ(sizeOf(target), 0);
     EXPECT_THAT(target.getUnitTime(), IsFraction(1, 25));
 }

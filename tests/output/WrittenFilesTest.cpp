@@ -26,7 +26,6 @@ namespace tio::ffmpeg {
 namespace {
 
 using test::FileContents;
-using test::IsFraction;
 using test::numberedBlock;
 using test::numberedImage;
 using ::testing::HasSubstr;

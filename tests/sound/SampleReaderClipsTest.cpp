@@ -42,6 +42,7 @@ protected:
         const size_t numbers = static_cast<size_t>(count) * static_cast<size_t>(expected.channels);
         const float* wanted = expected.samples.data() + first * expected.channels;
         for (size_t i = 0; i < numbers; ++i)
+            // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): every bit
             ASSERT_EQ(std::memcmp(samples.data() + i, wanted + i, sizeof(float)), 0)
                 << "sample " << first + static_cast<int64_t>(i) / expected.channels
                 << " of the range from " << first << " on is " << samples.data()[i] << " and not "

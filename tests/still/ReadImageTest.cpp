@@ -30,7 +30,6 @@ using test::bytesOf;
 using test::expectSamePixels;
 using test::thrownText;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 using test::motionJpeg;
 using test::planOf;

@@ -31,7 +31,6 @@ namespace {
 using test::bytesOf;
 using test::thrownText;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 using Image = test::RgbImage;
 

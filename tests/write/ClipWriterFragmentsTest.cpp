@@ -26,7 +26,6 @@ namespace {
 
 using test::click;
 using test::ClipWriterTest;
-using test::durationIn;
 using test::Fraction;
 using test::loudest;
 using test::readHeard;

@@ -88,7 +88,7 @@ TEST_F(ClipWriterTest, ASinkGetsTheWholeClip) {
 
 TEST_F(ClipWriterTest, ABrokenSinkIsToldWithTheClipsName) {
     for (const bool fragmented : {false, true}) {
-        for (const std::size_t most : {0, 100, 5000}) {
+        for (const std::size_t most : {0U, 100U, 5000U}) {
             ClipWriterOptions options;
             options.fragmented = fragmented;
             options.rate = 25;

@@ -13,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <system_error>
-#include <utility>
 
 namespace tio::tool {
 
@@ -99,7 +98,7 @@ tio::PixelFormat::RgbImage rgbOf(const ffmpeg::Image& picture) {
     auto owner = std::make_shared<ffmpeg::Image>(picture);
     auto* const pixels = reinterpret_cast<char*>(owner->data());
     return {tio::Vec<int, 2>(picture.height(), picture.width()),
-            std::shared_ptr<char>(std::move(owner), pixels)};
+            std::shared_ptr<char>(owner, pixels)};
 }
 
 ffmpeg::Image imageOf(const tio::PixelFormat::RgbImage& picture) {

@@ -21,7 +21,6 @@
 
 using namespace tio::test;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace fs = std::filesystem;
 

@@ -15,7 +15,6 @@
 #include <vector>
 
 using namespace tio::test;
-using testing::HasSubstr;
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace tio::ffmpeg::detail {
 
@@ -58,8 +57,8 @@ int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary
 
 } // namespace
 
-OpenInput::OpenInput(Source opened, const Manner& how, Watching watching)
-    : origin(std::move(opened)), manner(how) {
+OpenInput::OpenInput(const Source& opened, const Manner& how, Watching watching)
+    : origin(opened), manner(how) {
     if (watching == Watching::Yes || origin.kind() != Source::Kind::Url)
         watch = std::make_unique<InputWatch>(origin.options());
 }

@@ -35,7 +35,7 @@ public:
     enum class Watching { No, Yes };
 
     /// Opens nothing yet. A source other than a URL is always watched.
-    OpenInput(Source source, const Manner& manner, Watching watching);
+    OpenInput(const Source& source, const Manner& manner, Watching watching);
     OpenInput(const OpenInput&) = delete;
     OpenInput& operator=(const OpenInput&) = delete;
     ~OpenInput();

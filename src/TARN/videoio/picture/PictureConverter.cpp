@@ -100,8 +100,10 @@ Affine times(Affine weights, double factor) {
 }
 
 std::vector<PlanePass::Input> allInputs(const Source& source, int shiftX, int shiftY) {
+    const int components = source.isGrey() ? 1 : 3;
     std::vector<PlanePass::Input> inputs;
-    for (int component = 0; component < (source.isGrey() ? 1 : 3); ++component)
+    inputs.reserve(static_cast<std::size_t>(components));
+    for (int component = 0; component < components; ++component)
         inputs.push_back(inputFor(source, component, shiftX, shiftY));
     return inputs;
 }

@@ -33,7 +33,7 @@ std::map<std::string, std::string> sourceArguments(const AVStream& stream) {
 std::string joined(const std::map<std::string, std::string>& arguments) {
     std::string text;
     for (const auto& [key, value] : arguments)
-        text += (text.empty() ? "" : ":") + key + "=" + value;
+        text.append(text.empty() ? "" : ":").append(key).append("=").append(value);
     return text;
 }
 

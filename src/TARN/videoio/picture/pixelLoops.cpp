@@ -27,6 +27,8 @@ void run(Arguments... arguments) {
     Loop::run(arguments...);
 }
 
+// Rows are shorter than 2^29 samples, and the vectoriser counts best in int.
+// NOLINTBEGIN(bugprone-implicit-widening-of-multiplication-result)
 struct Widen {
     template <typename In>
     [[gnu::always_inline]] static void run(const In* __restrict in, float* __restrict out,
@@ -66,6 +68,7 @@ struct RepeatTwice {
 [[gnu::always_inline]] inline uint16_t rounded(float value, float largest) {
     const float fromBelow = value < 0.0F ? 0.0F : value;
     const float bounded = fromBelow > largest ? largest : fromBelow;
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): lround() is no instruction of vectors
     return static_cast<uint16_t>(static_cast<int32_t>(bounded + 0.5F));
 }
 
@@ -116,6 +119,8 @@ struct Narrow {
             out[i] = static_cast<uint8_t>(in[i]);
     }
 };
+
+// NOLINTEND(bugprone-implicit-widening-of-multiplication-result)
 
 } // namespace
 

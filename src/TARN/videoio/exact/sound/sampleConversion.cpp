@@ -61,7 +61,8 @@ template <typename T>
 void convertTwoPlanes(const Slice& slice, float* to) {
     const auto* left = reinterpret_cast<const T*>(slice.frame.extended_data[0]) + slice.from;
     const auto* right = reinterpret_cast<const T*>(slice.frame.extended_data[1]) + slice.from;
-    for (int i = 0; i < slice.count; ++i) {
+    const auto count = static_cast<std::size_t>(slice.count);
+    for (std::size_t i = 0; i < count; ++i) {
         to[2 * i] = asFloat(left[i]);
         to[2 * i + 1] = asFloat(right[i]);
     }

@@ -13,7 +13,7 @@ namespace tio::ffmpeg::detail {
 
 namespace {
 
-constexpr size_t bufferBytes = 256 * 1024;
+constexpr size_t bufferBytes = size_t{256} * 1024;
 
 struct PacketHead {
     int64_t pts;
