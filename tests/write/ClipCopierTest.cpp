@@ -15,7 +15,6 @@
 #include <iostream>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -258,28 +257,6 @@ TEST_F(ClipCopierTest, FineTimesAndPausesAreTheSameFractions) {
     copy("source.mp4", "copy.mp4");
     EXPECT_THAT(seenIn(file("copy.mp4")).times, ElementsAreArray(times));
     EXPECT_EQ(test::durationIn(file("copy.mp4")), test::durationIn(file("source.mp4")));
-}
-
-// The demuxer ends a track at key pictures whose packets last longer than what is left of it.
-TEST_F(ClipCopierTest, PicturesAtTheEndAreReadHoweverFarApartTheKeyPicturesAre) {
-    for (const char* source : {"source.mp4", "source.mkv"}) {
-        for (const auto& [g, bf] :
-             {std::pair("1", "2"), std::pair("2", "2"), std::pair("2", "3")}) {
-            ClipWriterOptions options = test::withCodec("mpeg4");
-            options.options = {{"g", g}, {"bf", bf}};
-            options.fragmented = true;
-            for (int dense = 0; dense <= 5; ++dense) {
-                const test::Times times = test::sparseThenDense(4, dense);
-                ClipWriter writer(file(source), options);
-                for (std::size_t i = 0; i < times.size(); ++i)
-                    writer.writePicture(test::rgbPicture(static_cast<int>(i)), times[i]);
-                writer.finish();
-                copy(source, "copy.mp4");
-                EXPECT_THAT(test::timesIn(file("copy.mp4")), ElementsAreArray(times))
-                    << source << ", g " << g << ", bf " << bf << ", " << dense;
-            }
-        }
-    }
 }
 
 TEST_F(ClipCopierTest, JoinedTransportStreamsFollowEachOther) {

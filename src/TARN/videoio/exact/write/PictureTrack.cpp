@@ -46,15 +46,28 @@ int64_t PictureTrack::decoded(int64_t index) const {
     return shown(start) - ahead + place * ahead / order.delay;
 }
 
+// Only where it matters, since uneven decoding times hide an even rate.
 void PictureTrack::decodeKeysLater() {
+    const int64_t end = shown(order.count);
+    const auto lasts = [&](const PacketOrder::Key& key, int64_t dts, int64_t nextDts) {
+        return shown(key.number) + (nextDts - dts) >= end;
+    };
+    const auto many =
+        std::count_if(order.keys.begin(), order.keys.end(), [&](const PacketOrder::Key& key) {
+            return lasts(key, decoded(key.index), decoded(key.index + 1));
+        });
+    if (many < keysThatEndATrack)
+        return;
     keyTimes.resize(order.keys.size());
     for (std::size_t i = order.keys.size(); i-- > 0;) {
         const PacketOrder::Key& key = order.keys[i];
         const bool keyFollows =
             i + 1 < order.keys.size() && order.keys[i + 1].index == key.index + 1;
         const int64_t after = keyFollows ? keyTimes[i + 1] : decoded(key.index + 1);
-        keyTimes[i] =
-            std::max(decoded(key.index), earliestOfKey(shown(key.number), shown(key.next), after));
+        keyTimes[i] = decoded(key.index);
+        if (lasts(key, keyTimes[i], after))
+            keyTimes[i] =
+                std::max(keyTimes[i], earliestOfKey(shown(key.number), shown(key.next), after));
     }
 }
 

@@ -9,9 +9,12 @@
 
 namespace tio::ffmpeg::detail {
 
-/// When a key picture is decoded at the earliest, if the packet behind it follows at `nextDts`: MP4
-/// tells for how long packets are decoded, FFmpeg takes that for how long pictures are shown, and
-/// it ends a track behind the second key picture that seems to last until its end.
+/// MP4 tells for how long packets are decoded. FFmpeg's demuxer takes that for how long pictures
+/// are shown, and ends a track behind the second key picture that seems to last to its end.
+constexpr int keysThatEndATrack = 2;
+
+/// When such a key picture is decoded at the earliest instead, if the packet behind it follows at
+/// `nextDts`: so late that it seems to last until the next picture at most.
 [[nodiscard]] inline int64_t earliestOfKey(int64_t pts, int64_t nextPts, int64_t nextDts) {
     return nextDts - std::max<int64_t>(nextPts - pts, 1);
 }

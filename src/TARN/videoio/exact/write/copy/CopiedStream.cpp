@@ -19,6 +19,9 @@ constexpr std::size_t reorderReach = 20;
 // So many packets wait for the first one with a decoding time.
 constexpr std::size_t mostGuessed = 64;
 
+// So many packets wait at most for one that is shown late enough.
+constexpr std::size_t mostHeld = 1024;
+
 // Up to here, a few times can be added without leaving 64 bits. In nanoseconds it is 63 years.
 constexpr int64_t furthestTime = 2000000000000000000;
 
@@ -309,19 +312,22 @@ void CopiedStream::shiftBy(const Fraction& origin) {
                            : AV_NOPTS_VALUE);
 }
 
-/// Whether enough wait to say when the first of them is decoded.
-bool CopiedStream::knowsDecodingOfNext() const {
-    if (hasEnded() || leaving.size() < 2)
-        return hasEnded() && !leaving.empty();
-    return !(pictures && setting.container.mp4) || leaving.size() > reorderReach ||
-           std::any_of(leaving.begin(), leaving.end(),
-                       [](const PacketHandle& one) { return !isKey(*one); });
+/// Whether the first of those that wait is a key picture that seems to last to the end of the
+/// track, as far as that is known.
+bool CopiedStream::lastsToEnd() const {
+    const AVPacket& key = *leaving.front();
+    if (!isKey(key) || leaving.size() < 2)
+        return false;
+    const AVPacket& after = *leaving[1];
+    const int64_t length = (isKey(after) ? after.pts : after.dts) - key.dts; // it may be moved too
+    return std::none_of(leaving.begin() + 1, leaving.end(),
+                        [&](const PacketHandle& one) { return one->pts >= key.pts + length; });
 }
 
 // A run of key pictures, and the packet behind it, decide on the decoding of the first.
 void CopiedStream::decodeKeyLater() {
     std::size_t last = 0;
-    while (last + 1 < leaving.size() && last < reorderReach && isKey(*leaving[last]))
+    while (last + 1 < leaving.size() && isKey(*leaving[last]))
         ++last;
     int64_t dts = leaving[last]->dts;
     for (std::size_t i = last; i-- > 0;)
@@ -329,11 +335,23 @@ void CopiedStream::decodeKeyLater() {
     leaving.front()->dts = dts;
 }
 
-PacketHandle CopiedStream::next() {
-    if (!knowsDecodingOfNext())
-        return nullptr;
-    if (pictures && setting.container.mp4)
+// Where a track seems to end matters to MP4 alone, and takes as many packets to see as it is long.
+// An even rate is to stay even: most tracks have one such key picture at most.
+bool CopiedStream::mayGo() {
+    if (leaving.empty() || (leaving.size() == 1 && !hasEnded()))
+        return false;
+    if (!pictures || !setting.container.mp4 || !lastsToEnd())
+        return true;
+    if (!hasEnded() && leaving.size() < mostHeld)
+        return false;
+    if (++keysAtEnd >= keysThatEndATrack)
         decodeKeyLater();
+    return true;
+}
+
+PacketHandle CopiedStream::next() {
+    if (!mayGo())
+        return nullptr;
     PacketHandle packet = std::move(leaving.front());
     leaving.pop_front();
     packet->pts -= shift;

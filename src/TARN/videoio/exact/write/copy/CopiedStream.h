@@ -98,8 +98,9 @@ private:
     void requireSameHeaders(const AVPacket& packet) const;
     void requireNear(const AVPacket& packet) const;
     void select(PacketHandle packet);
+    [[nodiscard]] bool lastsToEnd() const;
     void decodeKeyLater();
-    [[nodiscard]] bool knowsDecodingOfNext() const;
+    [[nodiscard]] bool mayGo();
     [[nodiscard]] bool begins(const AVPacket& packet);
     [[nodiscard]] bool findsKey(const AVPacket& packet);
     [[nodiscard]] Fraction secondsOf(int64_t ticks) const;
@@ -135,6 +136,7 @@ private:
     bool shown = false; ///< whether a packet that is shown was let through
     int64_t lastShown = 0;
     int64_t extra = 0;
+    int keysAtEnd = 0;
     int64_t shift = 0; ///< in ticks of the source
 };
 
