@@ -95,6 +95,19 @@ TEST_F(ClipWriterTest, SoundWithoutLossComesBackBitForBit) {
     }
 }
 
+TEST_F(ClipWriterTest, ShortLastFramesLoseNoSamplesInMatroska) {
+    for (const std::size_t count : {576U, 1536U, 2000U}) {
+        ClipWriterOptions options;
+        options.audioRate = 16000;
+        options.audioCodec = "g722";
+        ClipWriter writer(file("a.mka"), options);
+        const std::vector<float> samples(count, 0.1F);
+        writer.writeSamples(samples.data(), count, 1);
+        writer.finish();
+        EXPECT_EQ(readHeard(file("a.mka")).samples.size(), count);
+    }
+}
+
 // STREAMINFO: 13 bytes, four bits, then 36 bits for how many samples, then their MD5.
 TEST_F(ClipWriterTest, TheHeadOfFlacTellsItsSamples) {
     constexpr int count = 10007;

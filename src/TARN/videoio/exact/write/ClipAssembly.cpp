@@ -35,13 +35,11 @@ bool isEarlier(const AVPacket& a, AVRational ticksOfA, const AVPacket& b, AVRati
     return av_compare_ts(a.dts, ticksOfA, b.dts, ticksOfB) <= 0;
 }
 
-// Samples that an encoder made up to fill its last frame. Opus says so itself; frames of Vorbis
-// differ in length.
+// Samples that the encoder of AAC made up to fill its last frame. Those of Opus and MP3 say so
+// themselves, and others end with a shorter frame.
 int64_t unheard(const AVPacket& packet, const AVCodecContext& encoder) {
-    const AVCodecDescriptor* codec = avcodec_descriptor_get(encoder.codec_id);
-    const bool fills = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) == 0 &&
-                       codec->id != AV_CODEC_ID_OPUS && codec->id != AV_CODEC_ID_VORBIS;
-    return fills && packet.duration > 0 ? encoder.frame_size - packet.duration : 0;
+    const bool fills = encoder.codec_id == AV_CODEC_ID_AAC && packet.duration > 0;
+    return fills ? encoder.frame_size - packet.duration : 0;
 }
 
 } // namespace
