@@ -100,6 +100,7 @@ TEST_F(ClipWriterTest, ShortLastFramesLoseNoSamplesInMatroska) {
         ClipWriterOptions options;
         options.audioRate = 16000;
         options.audioCodec = "g722";
+        options.audioChannels = 1;
         ClipWriter writer(file("a.mka"), options);
         const std::vector<float> samples(count, 0.1F);
         writer.writeSamples(samples.data(), count, 1);
