@@ -190,8 +190,10 @@ TEST(HiddenPictures, AreToldByTheFlagsOfVp9) {
 TEST(PacketInspectorOnDamage, PassesOverWhateverThePacketHolds) {
     for (const AVCodecID codec : {AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG2VIDEO})
         for (unsigned seed = 0; seed < 256; ++seed) {
-            std::vector<uint8_t> bytes = {0, 0, 1, static_cast<uint8_t>(seed), 0, 0, 1, 0x67, 0x64};
-            bytes.resize(bytes.size() + seed % 7, static_cast<uint8_t>(seed * 37));
+            const std::array<uint8_t, 9> head = {0, 0,    1,   static_cast<uint8_t>(seed), 0, 0,
+                                                 1, 0x67, 0x64};
+            std::vector<uint8_t> bytes(head.size() + seed % 7, static_cast<uint8_t>(seed * 37));
+            std::copy(head.begin(), head.end(), bytes.begin());
             EXPECT_LE(factsOf(codec, bytes).layer, 6u);
         }
 }
