@@ -176,7 +176,6 @@ int MatroskaDelay::fill(const std::string& path) const {
 }
 
 void cutOffEnd(AVPacket& packet, int64_t samples) {
-    constexpr size_t skipBytes = 10; // two numbers of 32 bits, and two reasons
     uint8_t* bytes = av_packet_new_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, skipBytes);
     if (bytes == nullptr)
         throw std::bad_alloc();

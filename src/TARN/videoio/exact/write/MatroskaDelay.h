@@ -33,6 +33,9 @@ private:
     int64_t nanoseconds = 0; ///< to be written; 0: nothing
 };
 
+/// Of side data that tells samples to leave out: two numbers of 32 bits, and two reasons.
+constexpr size_t skipBytes = 10;
+
 /// Has a packet of Matroska say that so many samples at its end are not to be heard.
 void cutOffEnd(AVPacket& packet, int64_t samples);
 

@@ -19,8 +19,6 @@ struct Skip {
     int64_t end = 0;
 };
 
-constexpr size_t skipBytes = 10; // two numbers of 32 bits, and two reasons
-
 Skip skipOf(const AVPacket& packet) {
     for (int i = 0; i < packet.side_data_elems; ++i) {
         const AVPacketSideData& side = packet.side_data[i];

@@ -41,16 +41,20 @@ bool keepsTo10Bits(const uint8_t* row, int64_t bytes) {
 }
 
 // Encoders compute with more than they were promised, and some stop the process.
-void requireDepth(const uint8_t* row, int64_t bytes, const std::string& place,
+void requireDepth(const ConstImageView& picture, const PlaneSize& size, int plane,
                   const std::string& name) {
-    if (keepsTo10Bits(row, bytes))
-        return;
-    int64_t byte = 0;
-    while (sampleAt(row, byte) <= mostOf10Bits)
-        byte += 2;
-    refuse(name, "a sample of " + std::to_string(sampleAt(row, byte)) +
-                     " in a picture of 10 bits, in column " + std::to_string(byte / 2) + " of " +
-                     place);
+    const auto index = static_cast<std::size_t>(plane);
+    for (int row = 0; row < size.rows; ++row) {
+        const uint8_t* samples = picture.planes[index] + row * picture.strides[index];
+        if (keepsTo10Bits(samples, size.rowBytes))
+            continue;
+        int64_t byte = 0;
+        while (sampleAt(samples, byte) <= mostOf10Bits)
+            byte += 2;
+        refuse(name, "a sample of " + std::to_string(sampleAt(samples, byte)) +
+                         " in a picture of 10 bits, in column " + std::to_string(byte / 2) +
+                         " of row " + std::to_string(row) + " of plane " + std::to_string(plane));
+    }
 }
 
 } // namespace
@@ -65,13 +69,12 @@ void requireView(const ConstImageView& picture, const std::string& name) {
     for (int plane = 0; plane < planeCount(picture.format); ++plane) {
         const auto index = static_cast<std::size_t>(plane);
         const PlaneSize size = planeSize(picture.format, picture.height, picture.width, plane);
-        const std::string place = "plane " + std::to_string(plane);
         if (picture.planes[index] == nullptr ||
             (size.rows > 1 && std::abs(picture.strides[index]) < size.rowBytes))
-            refuse(name, place + " of a picture is missing, or its rows lie too close together");
-        for (int row = 0; has10Bits(picture.format) && row < size.rows; ++row)
-            requireDepth(picture.planes[index] + row * picture.strides[index], size.rowBytes,
-                         "row " + std::to_string(row) + " of " + place, name);
+            refuse(name, "plane " + std::to_string(plane) +
+                             " of a picture is missing, or its rows lie too close together");
+        if (has10Bits(picture.format))
+            requireDepth(picture, size, plane, name);
     }
 }
 
