@@ -1,5 +1,7 @@
 #include "exact/sound/PacketLength.h"
 
+#include "bitstream/BitReader.h"
+
 #include <algorithm>
 
 namespace tio::ffmpeg::detail {
@@ -45,14 +47,31 @@ std::optional<uint32_t> flacSize(const AVPacket& packet) {
     return 256u << (code - 8);
 }
 
+/// Samples of a full frame, from the head of the stream; 0 where it does not tell.
+uint32_t alacFrameSize(const AVCodecParameters& parameters) {
+    constexpr int at = 12; // behind size, name and version
+    constexpr int headBytes = 36;
+    constexpr uint32_t most = 1 << 24; // FFmpeg's decoder takes no more
+    if (parameters.extradata_size < headBytes)
+        return 0;
+    BitReader bits(parameters.extradata + at, headBytes - at);
+    const uint32_t size = bits.bits(32);
+    return size <= most ? size : 0;
+}
+
+uint32_t frameSizeOf(const AVCodecParameters& parameters) {
+    if (parameters.codec_id == AV_CODEC_ID_ALAC)
+        return alacFrameSize(parameters);
+    return parameters.frame_size > 0 ? static_cast<uint32_t>(parameters.frame_size) : usualAacFrame;
+}
+
 } // namespace
 
 PacketLength::PacketLength(const AVCodecParameters& parameters)
     : kind(kindOf(parameters)),
       bitsOfAll(av_get_exact_bits_per_sample(parameters.codec_id) *
                 compat::channelCount(parameters)),
-      frameSize(parameters.frame_size > 0 ? static_cast<uint32_t>(parameters.frame_size)
-                                          : usualAacFrame) {}
+      frameSize(frameSizeOf(parameters)) {}
 
 PacketLength::Kind PacketLength::kindOf(const AVCodecParameters& parameters) {
     if (isPlainPcm(parameters.codec_id))
@@ -61,6 +80,8 @@ PacketLength::Kind PacketLength::kindOf(const AVCodecParameters& parameters) {
         return Kind::Aac;
     if (parameters.codec_id == AV_CODEC_ID_MP3)
         return Kind::Layer3;
+    if (parameters.codec_id == AV_CODEC_ID_ALAC && alacFrameSize(parameters) > 0)
+        return Kind::Alac;
     return parameters.codec_id == AV_CODEC_ID_FLAC ? Kind::Flac : Kind::Silent;
 }
 
@@ -68,6 +89,7 @@ RunIn PacketLength::runIn() const noexcept {
     switch (kind) {
     case Kind::Pcm:
     case Kind::Flac:
+    case Kind::Alac:
         return RunIn::None;
     case Kind::Aac:
         return RunIn::Overlap;
@@ -89,6 +111,8 @@ std::optional<uint32_t> PacketLength::of(const AVPacket& packet) {
         return ofLayer3(packet);
     case Kind::Flac:
         return ofFlac(packet);
+    case Kind::Alac:
+        return ofAlac(packet);
     case Kind::Silent:
         break;
     }
@@ -148,6 +172,22 @@ std::optional<uint32_t> PacketLength::ofFlac(const AVPacket& packet) {
     const uint32_t format =
         (packet.data[2] & 0x0Fu) << 8 | channels << 4 | (packet.data[3] & 0x0Eu);
     return staysAs(format) ? flacSize(packet) : std::nullopt;
+}
+
+// A frame of another size than the stream's says so, in the head of each of its channels.
+std::optional<uint32_t> PacketLength::ofAlac(const AVPacket& packet) const {
+    enum : uint32_t { SingleChannel = 0, ChannelPair = 1, LowFrequency = 3 };
+    BitReader bits(packet.data, static_cast<size_t>(packet.size));
+    const uint32_t element = bits.bits(3);
+    bits.bits(4 + 12); // its number, and nothing
+    const bool tells = bits.bit() != 0;
+    bits.bits(2 + 1); // bits stored apart, and whether there is compression
+    const uint32_t size = tells ? bits.bits(32) : frameSize;
+    const bool known =
+        element == SingleChannel || element == ChannelPair || element == LowFrequency;
+    if (bits.ranOut() || !known || size == 0 || size > frameSize)
+        return {};
+    return size;
 }
 
 } // namespace tio::ffmpeg::detail

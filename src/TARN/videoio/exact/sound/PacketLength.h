@@ -25,7 +25,7 @@ public:
     [[nodiscard]] uint16_t reservoirBytes() const noexcept { return reservoir; }
 
 private:
-    enum class Kind { Silent, Pcm, Aac, Layer3, Flac };
+    enum class Kind { Silent, Pcm, Aac, Layer3, Flac, Alac };
 
     static Kind kindOf(const AVCodecParameters& parameters);
     [[nodiscard]] bool staysAs(uint32_t header);
@@ -33,10 +33,11 @@ private:
     [[nodiscard]] std::optional<uint32_t> ofAac(const AVPacket& packet);
     [[nodiscard]] std::optional<uint32_t> ofLayer3(const AVPacket& packet);
     [[nodiscard]] std::optional<uint32_t> ofFlac(const AVPacket& packet);
+    [[nodiscard]] std::optional<uint32_t> ofAlac(const AVPacket& packet) const;
 
     Kind kind;
     int bitsOfAll;      // of one sample of all channels; PCM
-    uint32_t frameSize; // AAC
+    uint32_t frameSize; // AAC, ALAC
     uint16_t reservoir = 0;
     std::optional<uint32_t> firstHeader; // the part of it that must not change
 };
