@@ -161,5 +161,34 @@ TEST(ClipTimes, NumbersThatAreNoneAreRefused) {
             << none;
 }
 
+// 2^28 - 1 ticks lie between the decoding and the showing of a picture at most.
+TEST(ClipTimes, ExchangedPicturesLieNoFurtherApartThanTheirTickAllows) {
+    TimeRules rules;
+    rules.reorders = true;
+    rules.startsAfresh = false;
+    rules.exactScale = 90000;
+    const std::vector<Fraction> start = {0, {1, 25}, {2, 25}, {3, 25}};
+    const ClipTimes times = taking(start, rules);
+    const Fraction latest((1 << 28) - 1, 90000);
+    EXPECT_EQ(refusedFor(times, latest + Fraction(1, 90000)), latest);
+    EXPECT_EQ(refusedFor(times, 86400), latest);
+    expectHeld({0, {1, 25}, {2, 25}, {3, 25}, latest}, rules);
+    rules.startsAfresh = true;
+    expectHeld({0, {1, 25}, {2, 25}, {3, 25}, 20000}, rules);
+    rules.reorders = false;
+    rules.startsAfresh = false;
+    expectHeld({0, {1, 25}, {2, 25}, {3, 25}, 20000}, rules);
+}
+
+TEST(ClipTimes, TheTickStaysCoarseEnoughForExchangedPicturesOfLongPauses) {
+    TimeRules rules;
+    rules.reorders = true;
+    rules.startsAfresh = false;
+    rules.preferredScale = 90000;
+    const ClipTimes times = taking({0, {1, 30}, {2, 30}, 86400}, rules);
+    EXPECT_LE(86400 * times.scale(), (1 << 28) - 1);
+    EXPECT_EQ(times.scale() % 30, 0);
+}
+
 } // namespace
 } // namespace tio::ffmpeg::detail

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace tio::ffmpeg::detail {
@@ -94,6 +95,54 @@ TEST(CopiedStream, WhatCameBeforeASeekIsNotThereTwice) {
     for (int64_t time = 1000; time <= 2040; time += 20)
         expected.push_back(time);
     EXPECT_EQ(times, expected);
+}
+
+// MP4 takes every picture for a key picture then, and a demuxer ends the track at the second one
+// that seems to last to its end.
+TEST(CopiedStream, PicturesWithoutAnyKeyAreAllDecodedAsKeys) {
+    const OneStream source(AVMEDIA_TYPE_VIDEO);
+    CopySetting setting{"source.avi", containerOf("copy.mp4"), {}, {}, false, {}, false};
+    CopiedStream copied(source.stream(), setting, true);
+    copied.start();
+    constexpr int64_t end = 4920;
+    const std::vector<int64_t> shown = {0, 2400, 1200, 4800, 3600, 4880, 4840};
+    const std::vector<int64_t> decoded = {-40, 0, 1200, 2400, 3600, 4800, 4840};
+    for (size_t i = 0; i < shown.size(); ++i) {
+        PacketHandle packet = packetAt(shown[i], decoded[i]);
+        packet->flags = 0;
+        packet->duration = 40;
+        copied.add(std::move(packet));
+    }
+    copied.close();
+    std::vector<PacketHandle> packets;
+    while (PacketHandle packet = copied.next())
+        packets.push_back(std::move(packet));
+    ASSERT_EQ(packets.size(), shown.size());
+    int lasting = 0;
+    for (size_t i = 0; i + 1 < packets.size(); ++i) {
+        EXPECT_LT(packets[i]->dts, packets[i + 1]->dts) << i;
+        EXPECT_LE(packets[i]->dts, packets[i]->pts) << i;
+        EXPECT_EQ(packets[i]->pts, shown[i]) << i;
+        lasting += packets[i]->pts + packets[i + 1]->dts - packets[i]->dts >= end ? 1 : 0;
+    }
+    EXPECT_LT(lasting, 2);
+}
+
+TEST(CopiedStream, RefusesPicturesThatAreDecodedLongerBeforeThanMp4CanSay) {
+    const OneStream source(AVMEDIA_TYPE_VIDEO);
+    CopySetting setting{"source.avi", containerOf("copy.mp4"), {}, {}, false, {}, false};
+    constexpr int64_t most = (1 << 28) - 1;
+    for (const int64_t ahead : {most, most + 1}) {
+        CopiedStream copied(source.stream(), setting, true);
+        copied.start();
+        copied.add(packetAt(ahead, 0));
+        copied.add(packetAt(ahead + 20, 20));
+        copied.close();
+        if (ahead == most)
+            EXPECT_NE(copied.next(), nullptr);
+        else
+            EXPECT_THROW((void)copied.next(), tio::Exception);
+    }
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "ClipCopierFixture.h"
 #include "ClipWriterFixture.h"
+#include "support/SoundMaker.h"
 #include "support/WrittenFile.h"
 
 #include <TARN/videoio/ClipCopier.h>
@@ -8,12 +9,14 @@
 #include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string>
 #include <utility>
 
 namespace tio::ffmpeg {
 namespace {
 
 using test::ClipCopierTest;
+using test::Fraction;
 using ::testing::ElementsAreArray;
 
 // Decoding times of copies.
@@ -58,6 +61,56 @@ TEST_F(ClipCopierTest, AnEvenRateIsDecodedEvenlyWhereverTheKeyPicturesAre) {
             for (std::size_t i = 1; i < packets.size(); ++i)
                 EXPECT_EQ(packets[i].dts - packets[i - 1].dts, packets[1].dts - packets[0].dts)
                     << name << ", g " << g << ", packet " << i;
+        }
+    }
+}
+
+// Matroska stores neither a length nor a rate of it.
+TEST_F(ClipCopierTest, TheOnlyPictureIsShown) {
+    ClipWriter writer(file("source.mkv"), test::withCodec("h264"));
+    writer.writePicture(test::rgbPicture(0), Fraction(0));
+    writer.finish();
+    copy("source.mkv", "copy.mp4");
+    EXPECT_EQ(test::timesIn(file("copy.mp4")).size(), 1U);
+    EXPECT_EQ(test::durationIn(file("copy.mp4")), Fraction(1, 25));
+}
+
+struct LengthlessSound {
+    const char* name;
+    const char* muxer;
+    const char* encoder;
+    const char* sampleFormat;
+    test::Options muxing;
+};
+
+// The last frame is shorter than the others.
+TEST_F(ClipCopierTest, SoundWithoutLengthsEndsWithItsLastSample) {
+    const test::Options inFragments = {{"movflags", "frag_keyframe+empty_moov"},
+                                       {"frag_duration", "300000"},
+                                       {"strict", "experimental"}}; // FLAC
+    for (const LengthlessSound& source :
+         {LengthlessSound{"source.mka", "matroska", "alac", "s16p", {}},
+          LengthlessSound{"source.mp4", "mp4", "alac", "s16p", inFragments},
+          LengthlessSound{"source.mp4", "mp4", "flac", "s16", inFragments}}) {
+        test::SoundPlan plan;
+        plan.format = source.muxer;
+        plan.encoder = source.encoder;
+        plan.sampleFormat = source.sampleFormat;
+        plan.muxerOptions = source.muxing;
+        if (!test::canMake(plan))
+            continue;
+        test::makeSound(file(source.name), plan);
+        for (const char* target : {"copy.mp4", "copy.mov", "copy.mka"}) {
+            if (std::string(source.encoder) == "flac" && std::string(target) == "copy.mov")
+                continue;
+            copy(source.name, target);
+            EXPECT_EQ(test::oracleSound(file(target)).samples,
+                      test::oracleSound(file(source.name)).samples)
+                << source.encoder << " from " << source.name << " to " << target;
+            const test::ReadBack clip(file(target), AVMEDIA_TYPE_AUDIO);
+            if (std::string(target) != "copy.mka") {
+                EXPECT_EQ(clip.duration(), Fraction(2)) << source.encoder << ", " << source.name;
+            }
         }
     }
 }

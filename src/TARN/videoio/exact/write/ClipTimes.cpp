@@ -21,18 +21,13 @@ namespace {
 // between those.
 constexpr std::size_t reorderReach = 5;
 
-// What FFmpeg takes between two pictures when it writes, and between the decoding and the showing
-// of one when it reads.
+// What FFmpeg takes between two pictures when it writes.
 constexpr int64_t mostBetween = 2147483646;
-constexpr int64_t mostAhead = (1 << 28) - 1;
 
 constexpr int64_t mostTicks = std::numeric_limits<int64_t>::max() / 4; // room for sums
 
 // Players have had trouble with coarser ticks, so FFmpeg doubles them as well.
 constexpr int64_t usualScale = 10000;
-
-// How long a picture is shown of which nothing is known but that it is there.
-const Fraction usualDuration{1, 25};
 
 Fraction atTick(Wide tick, int64_t scale) {
     return makeFraction(tick, scale).value_or(Fraction(std::numeric_limits<int64_t>::max()));
@@ -119,18 +114,32 @@ void ClipTimes::measure(Candidate& candidate, const std::string& name) const {
         return difference(candidate.end, from).value_or(Fraction(0));
     };
     const Fraction before = times.empty() ? candidate.time : times.back();
+    candidate.afterPause =
+        !times.empty() && difference(candidate.time, before).value_or(before) > longPause;
+    if (rules.reorders)
+        measureSpan(candidate, name);
     if (roundedProduct(since(before), coarsest) > mostBetween)
         refuse(name, candidate.time,
                "no track holds so long a pause in the tick that its times need",
                atTick(roundedProduct(before, coarsest) + mostBetween, coarsest));
     candidate.longestGap = std::max(longestGap, since(before));
-    candidate.afterPause =
-        !times.empty() && difference(candidate.time, before).value_or(before) > longPause;
-    const std::size_t reach = candidate.afterPause ? 0 : std::min(sincePause, reorderReach);
-    if (rules.reorders && reach > 0)
-        candidate.longestSpan =
-            std::max(longestSpan,
-                     difference(candidate.time, times[times.size() - reach]).value_or(Fraction(0)));
+}
+
+/// The longest time between the decoding and the showing of a picture.
+void ClipTimes::measureSpan(Candidate& candidate, const std::string& name) const {
+    const bool afresh = candidate.afterPause && rules.startsAfresh;
+    const std::size_t before = rules.startsAfresh ? sincePause : times.size();
+    const std::size_t reach = afresh ? 0 : std::min(before, reorderReach);
+    if (reach == 0)
+        return;
+    const Fraction from = times[times.size() - reach];
+    const Fraction span = difference(candidate.time, from).value_or(Fraction(0));
+    if (roundedProduct(span, coarsest) > mostShownAhead)
+        refuse(name, candidate.time,
+               "the encoder exchanges pictures, and no track holds them so far apart in the tick "
+               "that its times need",
+               atTick(roundedProduct(from, coarsest) + mostShownAhead, coarsest));
+    candidate.longestSpan = std::max(longestSpan, span);
 }
 
 /// The finest scale at which both still fit.
@@ -142,7 +151,7 @@ int64_t ClipTimes::limitFor(const Fraction& gap, const Fraction& span) const {
             std::min<Wide>(finestScale, Wide{most} * length.denominator / length.numerator));
     };
     const int64_t byGap = limit(gap, mostBetween);
-    return rules.reorders ? std::min(byGap, limit(span, mostAhead)) : byGap;
+    return rules.reorders ? std::min(byGap, limit(span, mostShownAhead)) : byGap;
 }
 
 int64_t ClipTimes::finerScale(int64_t coarse, const Fraction& time, int64_t limit,

@@ -23,14 +23,22 @@ struct TimeRules {
     int64_t exactScale = 0;     ///< ticks a second that are decided from the start; 0: by the times
     int64_t preferredScale = 1; ///< ticks a second to be used if they do
     ClipOrigin origin = ClipOrigin::AsGiven;
-    bool reorders = false; ///< whether pictures may be decoded in another order
+    bool reorders = false;    ///< whether pictures may be decoded in another order
+    bool startsAfresh = true; ///< whether the encoder does after a long pause
 };
 
-/// After so long a pause, in seconds, pictures are decoded without those before it.
+/// After so long a pause, in seconds, pictures are decoded without those before it, if the encoder
+/// can do that.
 constexpr int64_t longPause = 10;
 
 /// Ticks a second up to which the times of reordered pictures always fit into a file.
 constexpr int64_t finestReordered = 5000000;
+
+/// Ticks that FFmpeg takes between the decoding and the showing of a picture when it reads MP4.
+constexpr int64_t mostShownAhead = (1 << 28) - 1;
+
+/// How long a picture is shown of which nothing is known but that it is there, in seconds.
+inline const Fraction usualDuration{1, 25};
 
 /// The times of a clip's pictures: which ones the container can hold, and in which ticks.
 ///
@@ -95,6 +103,7 @@ private:
     [[nodiscard]] int64_t finerScale(int64_t coarse, const Fraction& time, int64_t limit,
                                      const std::string& name) const;
     void measure(Candidate& candidate, const std::string& name) const;
+    void measureSpan(Candidate& candidate, const std::string& name) const;
     [[nodiscard]] int64_t limitFor(const Fraction& gap, const Fraction& span) const;
     [[noreturn]] void refuse(const std::string& name, const Fraction& time, const std::string& why,
                              const Fraction& nearest) const;

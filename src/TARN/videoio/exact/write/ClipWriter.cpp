@@ -152,7 +152,8 @@ void ClipWriter::Core::submit(const ConstImageView& picture,
         }
         throw;
     }
-    if (first && keepsOrder(candidate) && pictures->codec().max_b_frames == 0)
+    if (first && pictures->codec().max_b_frames == 0 &&
+        (keepsOrder(candidate) || !plan.times.startsAfresh))
         times.keepOrder();
     times.accept(candidate);
     if (fragments)

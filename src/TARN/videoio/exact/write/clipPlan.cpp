@@ -206,6 +206,7 @@ ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {
                      std::string("what the encoder ") + plan.codec->name + " makes", path);
         const AVCodecDescriptor* about = avcodec_descriptor_get(plan.codec->id);
         plan.times.reorders = about != nullptr && (about->props & AV_CODEC_PROP_REORDER) != 0;
+        plan.times.startsAfresh = startsAfresh(*plan.codec);
         tryPictures(*plan.codec, options, path);
     }
     if (options.audioRate > 0) {

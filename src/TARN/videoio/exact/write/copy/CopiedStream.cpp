@@ -1,6 +1,7 @@
 #include "exact/write/copy/CopiedStream.h"
 
 #include "base/checks.h"
+#include "exact/write/ClipTimes.h"
 #include "exact/write/PictureTrack.h"
 #include "exact/write/refusal.h"
 
@@ -133,6 +134,14 @@ void CopiedStream::requireNear(const AVPacket& packet) const {
             !(isNear(time) && isNear(av_rescale_q(time, stream.time_base, ticks()))))
             fail("has a time that no clip holds, at byte " + std::to_string(packet.pos));
     }
+}
+
+// Other containers do not store when pictures are decoded.
+void CopiedStream::requireReadable(const AVPacket& packet) const {
+    if (pictures && setting.container.mp4 && packet.pts - packet.dts > mostShownAhead)
+        fail("has a picture at " + toText(secondsOf(packet.pts)) + " s that is decoded at " +
+             toText(secondsOf(packet.dts)) + " s, longer before than " +
+             setting.container.extension + " can say in its ticks; Matroska can");
 }
 
 bool CopiedStream::isProbed() const {
@@ -274,9 +283,12 @@ void CopiedStream::select(PacketHandle packet) {
         shown = true;
     }
     extra += static_cast<int64_t>(beyond.size());
+    keyFlagged = keyFlagged || std::any_of(beyond.begin(), beyond.end(),
+                                           [](const PacketHandle& one) { return isKey(*one); });
     std::move(beyond.begin(), beyond.end(), std::back_inserter(leaving));
     beyond.clear();
     leaving.push_back(std::move(packet));
+    keyFlagged = keyFlagged || isKey(*leaving.back());
 }
 
 bool CopiedStream::isReady() const {
@@ -312,14 +324,19 @@ void CopiedStream::shiftBy(const Fraction& origin) {
                            : AV_NOPTS_VALUE);
 }
 
+// MP4 without a table of key pictures is one in which every picture is one.
+bool CopiedStream::actsAsKey(const AVPacket& packet) const {
+    return isKey(packet) || !keyFlagged;
+}
+
 /// Whether the first of those that wait is a key picture that seems to last to the end of the
 /// track, as far as that is known.
 bool CopiedStream::lastsToEnd() const {
     const AVPacket& key = *leaving.front();
-    if (!isKey(key) || leaving.size() < 2)
+    if (!actsAsKey(key) || leaving.size() < 2)
         return false;
     const AVPacket& after = *leaving[1];
-    const int64_t length = (isKey(after) ? after.pts : after.dts) - key.dts; // it may be moved too
+    const int64_t length = (actsAsKey(after) ? after.pts : after.dts) - key.dts; // it may move too
     return std::none_of(leaving.begin() + 1, leaving.end(),
                         [&](const PacketHandle& one) { return one->pts >= key.pts + length; });
 }
@@ -327,7 +344,7 @@ bool CopiedStream::lastsToEnd() const {
 // A run of key pictures, and the packet behind it, decide on the decoding of the first.
 void CopiedStream::decodeKeyLater() {
     std::size_t last = 0;
-    while (last + 1 < leaving.size() && isKey(*leaving[last]))
+    while (last + 1 < leaving.size() && actsAsKey(*leaving[last]))
         ++last;
     int64_t dts = leaving[last]->dts;
     for (std::size_t i = last; i-- > 0;)
@@ -357,6 +374,7 @@ PacketHandle CopiedStream::next() {
     packet->pts -= shift;
     packet->dts -= shift;
     requireNear(*packet);
+    requireReadable(*packet);
     times.give(*packet, leaving.empty() && hasEnded());
     return packet;
 }

@@ -97,6 +97,8 @@ private:
     void requireTimes(AVPacket& packet) const;
     void requireSameHeaders(const AVPacket& packet) const;
     void requireNear(const AVPacket& packet) const;
+    void requireReadable(const AVPacket& packet) const;
+    [[nodiscard]] bool actsAsKey(const AVPacket& packet) const;
     void select(PacketHandle packet);
     [[nodiscard]] bool lastsToEnd() const;
     void decodeKeyLater();
@@ -137,7 +139,8 @@ private:
     int64_t lastShown = 0;
     int64_t extra = 0;
     int keysAtEnd = 0;
-    int64_t shift = 0; ///< in ticks of the source
+    bool keyFlagged = false; ///< whether any packet that leaves is said to be a key picture
+    int64_t shift = 0;       ///< in ticks of the source
 };
 
 } // namespace tio::ffmpeg::detail

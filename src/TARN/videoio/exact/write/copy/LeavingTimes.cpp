@@ -1,6 +1,7 @@
 #include "exact/write/copy/LeavingTimes.h"
 
 #include "base/littleEndian.h"
+#include "exact/write/ClipTimes.h"
 #include "exact/write/MatroskaDelay.h"
 
 #include <algorithm>
@@ -34,6 +35,7 @@ Skip skipOf(const AVPacket& packet) {
 LeavingTimes::LeavingTimes(const AVStream& original, const ClipContainer& clip)
     : stream(original),
       container(clip),
+      told(*original.codecpar),
       target(original.time_base),
       sound(original.codecpar->codec_type == AVMEDIA_TYPE_AUDIO &&
             original.codecpar->sample_rate > 0) {
@@ -69,17 +71,20 @@ void LeavingTimes::give(AVPacket& packet, bool last) {
     }
     if (last && sound)
         endSound(packet);
+    lastSound = packet.dts;
     if (last && !sound && container.mp4)
         endPictures(packet);
 }
 
 /// In samples; 0 where that is not known. Coarse ticks round it.
-int64_t LeavingTimes::lengthOf(const AVPacket& packet) const {
+int64_t LeavingTimes::lengthOf(const AVPacket& packet) {
     const int64_t stated =
         std::max<int64_t>(av_rescale_q(packet.duration, stream.time_base, target), 0);
     const int64_t whole = av_get_audio_frame_duration2(stream.codecpar, packet.size);
     const int64_t tick = av_rescale_q_rnd(1, stream.time_base, target, AV_ROUND_UP);
-    return whole > 0 && (stated <= 0 || std::abs(whole - stated) < tick) ? whole : stated;
+    if (whole > 0 && (stated <= 0 || std::abs(whole - stated) < tick))
+        return whole;
+    return stated > 0 ? stated : told.of(packet).value_or(0);
 }
 
 void LeavingTimes::toSamples(AVPacket& packet) {
@@ -110,8 +115,12 @@ void LeavingTimes::separateRunIn(AVPacket& packet) const {
     packet.duration -= std::min<int64_t>(runIn, packet.duration - 1);
 }
 
-// MP4 says with the length of the last packet where sound ends, Matroska beside it.
+// MP4 says with the length of the last packet where sound ends, Matroska beside it. A packet of no
+// length would not be heard.
 void LeavingTimes::endSound(AVPacket& packet) const {
+    if (packet.duration <= 0 && container.mp4)
+        packet.duration =
+            std::max<int64_t>(lastSound != AV_NOPTS_VALUE ? packet.dts - lastSound : 0, 1);
     const int64_t cutOff = skipOf(packet).end;
     const int64_t whole = av_get_audio_frame_duration2(stream.codecpar, packet.size);
     // FFmpeg 9.0 takes what is cut off from the length of MP4's last packet itself.
@@ -122,9 +131,18 @@ void LeavingTimes::endSound(AVPacket& packet) const {
     cutOffEnd(packet, whole - packet.duration);
 }
 
+/// In ticks, by the rate.
+int64_t LeavingTimes::usualPicture() const {
+    const AVRational rate = stream.avg_frame_rate;
+    const bool known = rate.num > 0 && rate.den > 0;
+    const Fraction length = known ? Fraction(rate.den, rate.num) : usualDuration;
+    return std::max<int64_t>(roundedTicks(length, target.num, target.den), 1);
+}
+
 // Players believe the packets or the pictures: both last equally long.
 void LeavingTimes::endPictures(AVPacket& packet) const {
-    const int64_t gone = end > lastShown ? end : lastShown + (lastShown - beforeLast);
+    const int64_t step = lastShown > beforeLast ? lastShown - beforeLast : usualPicture();
+    const int64_t gone = end > lastShown ? end : lastShown + step;
     const int64_t rest = gone - firstShown - (packet.dts - firstDts);
     if (rest > 0 && rest <= INT32_MAX)
         packet.duration = rest;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "exact/sound/PacketLength.h"
 #include "exact/write/ClipContainer.h"
 #include "ffmpeg_compat.h"
 
@@ -35,14 +36,17 @@ private:
     void separateRunIn(AVPacket& packet) const;
     void endSound(AVPacket& packet) const;
     void endPictures(AVPacket& packet) const;
-    [[nodiscard]] int64_t lengthOf(const AVPacket& packet) const;
+    [[nodiscard]] int64_t lengthOf(const AVPacket& packet);
+    [[nodiscard]] int64_t usualPicture() const;
 
     const AVStream& stream;
     const ClipContainer& container;
+    PacketLength told; ///< by the packet itself
     AVRational target;
     bool sound;
     bool first = true;
-    int64_t rescaled = AV_NOPTS_VALUE; ///< where sound stands, for av_rescale_delta()
+    int64_t rescaled = AV_NOPTS_VALUE;  ///< where sound stands, for av_rescale_delta()
+    int64_t lastSound = AV_NOPTS_VALUE; ///< when the packet before is decoded
     int64_t firstDts = 0;
     int64_t firstShown = 0;
     int64_t lastShown = 0;

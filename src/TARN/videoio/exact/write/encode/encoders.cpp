@@ -188,6 +188,12 @@ const AVCodec& findEncoder(const std::string& name, AVMediaType type, const std:
     return *found;
 }
 
+bool startsAfresh(const AVCodec& encoder) {
+    return encoder.priv_class != nullptr &&
+           av_opt_find(const_cast<AVClass**>(&encoder.priv_class), "forced-idr", nullptr, 0,
+                       AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
+}
+
 CodecContextHandle makePictureContext(const AVCodec& codec, const ClipWriterOptions& options,
                                       const std::string& path) {
     CodecContextHandle context = makeContext(codec, path);

@@ -18,6 +18,9 @@ namespace tio::ffmpeg::detail {
 [[nodiscard]] const AVCodec& findEncoder(const std::string& name, AVMediaType type,
                                          const std::string& path);
 
+/// Whether the encoder can be told to decode nothing after a key picture that is shown before it.
+[[nodiscard]] bool startsAfresh(const AVCodec& encoder);
+
 /// An encoder that is not open yet, with threads, quality, preset, bit rate and options set.
 /// @throws ClipRefusal that names what it does not take
 [[nodiscard]] CodecContextHandle
