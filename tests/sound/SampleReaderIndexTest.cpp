@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         SoundPlan{"mp3", "libmp3lame", "fltp", 44100, "stereo", 28, {}, {}, {}},
         SoundPlan{"mp3", "libmp3lame", "fltp", 22050, "mono", 28, {}, {{"b", "24k"}}, {}},
         SoundPlan{"flac", "flac", "s16", 44100, "mono", 30, {}, {{"compression_level", "0"}}, {}},
-        SoundPlan{"mp4", "alac", "s16p", 44100, "stereo", 100, {}, {}, {}},
+        SoundPlan{"ipod", "alac", "s16p", 44100, "stereo", 100, {}, {}, {}},
         SoundPlan{"matroska", "alac", "s32p", 44100, "mono", 100, {}, {}, {}},
         SoundPlan{"wav", "pcm_s24le", "s32", 48000, "stereo", 100, {}, {}, {}}));
 

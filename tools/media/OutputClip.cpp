@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <system_error>
 #include <vector>
 
 namespace tio::tool {
@@ -31,18 +30,6 @@ void requireName(const std::string& path, const std::string& what, const Endings
     for (const std::string& known : endings)
         list += (list.empty() ? "" : known == endings.back() ? " or " : ", ") + known;
     throw Failure(ExitCode::Usage, path, what + " is called " + list + " at the end");
-}
-
-/// The hidden file that the writer of a clip holds open. Its name is the writer's own business, but
-/// a signal has to remove it.
-std::string hiddenFile() {
-    std::error_code gone; // one that is closed while others are looked at
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd", gone)) {
-        const fs::path file = fs::read_symlink(entry.path(), gone);
-        if (file.extension() == ".part" && file.filename().string().rfind(".tarn-videoio-", 0) == 0)
-            return file;
-    }
-    return {};
 }
 
 } // namespace

@@ -56,6 +56,16 @@ void OutputFile::publish(Flush flush) {
     cleanup.reset();
 }
 
+std::string hiddenFile() {
+    std::error_code gone; // one that is closed while others are looked at
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd", gone)) {
+        const fs::path file = fs::read_symlink(entry.path(), gone);
+        if (file.extension() == ".part" && file.filename().string().rfind(".tarn-videoio-", 0) == 0)
+            return file;
+    }
+    return {};
+}
+
 void makeFolder(const std::string& path) {
     std::error_code error;
     fs::create_directories(path, error);

@@ -44,6 +44,10 @@ void protectInput(const std::string& url);
 /// @throws Failure with ExitCode::Output when it is the file that the command reads
 void requireNotInput(const std::string& path);
 
+/// The hidden file that a writer of the library's holds open, or nothing. Its name is the writer's
+/// own business, but a signal has to remove it.
+[[nodiscard]] std::string hiddenFile();
+
 /// Makes the folder and its parents where they are missing.
 void makeFolder(const std::string& path);
 

@@ -24,6 +24,8 @@ std::string reasonOf(const std::exception& error, const std::string& file) {
     for (const std::string& mention : {" of " + quoted, " in " + quoted, quoted + ": "})
         if (const size_t place = text.find(mention); place != std::string::npos)
             text.erase(place, mention.size());
+    if (const std::string subject = quoted + ' '; text.rfind(subject, 0) == 0)
+        text.erase(0, subject.size());
     const std::string name = ": " + file;
     const bool endsWithName = text.size() > name.size() &&
                               text.compare(text.size() - name.size(), name.size(), name) == 0;

@@ -27,6 +27,10 @@ public:
     Failure(const Failure& failure, const std::string& more)
         : std::runtime_error(failure.what() + more), exitCode(failure.exitCode) {}
 
+    /// The same with another exit code.
+    Failure(const Failure& failure, ExitCode code)
+        : std::runtime_error(failure.what()), exitCode(code) {}
+
     [[nodiscard]] ExitCode code() const noexcept { return exitCode; }
 
 private:

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tio::ffmpeg {
@@ -52,6 +53,10 @@ struct ClipCopierOptions {
     ClipOrigin origin = ClipOrigin::AsGiven;
     bool keepTurn = true; ///< whether players are told to turn and mirror, as the source tells them
 
+    /// Whether a source that breaks off, as a connection does, leaves a clip of what came before.
+    /// CopiedClip::failure says so then. Otherwise run() throws, and there is none.
+    bool keepBeginning = false;
+
     bool overwrite = true; ///< whether a file of that name may be replaced
     bool faststart = true; ///< MP4 and MOV: the index comes before the media data
 };
@@ -65,6 +70,9 @@ struct CopiedClip {
     /// Pictures that are shown although they are outside the range, or hidden in the source after
     /// those that are shown: others that are shown need them.
     int64_t extraPictures = 0;
+
+    /// Why the source could not be read to its end, with `keepBeginning`; otherwise empty.
+    std::string failure;
 };
 
 } // namespace tio::ffmpeg

@@ -24,6 +24,8 @@ public:
             detail::refuse(name, "the clip was copied already, or that failed, or goes on");
         running = true;
         try {
+            if (file->isDirect())
+                file->makeWay(); // a muxer goes to and fro in what it writes
             CopiedClip copied = copy->copyTo(file->pathToWrite(), progress);
             copy.reset();
             file->publish();

@@ -8,6 +8,7 @@
 #include "exact/write/copy/copyPlan.h"
 #include "exact/write/refusal.h"
 
+#include <TARN/videoio/Exception.h>
 #include <TARN/videoio/FrameIndex.h>
 
 #include <algorithm>
@@ -81,9 +82,24 @@ void CopyRun::tellProgress() {
         throw CopyingCancelled();
 }
 
+/// The next packet; null at the end, and where reading broke off if that is to be taken for it.
+PacketHandle CopyRun::readOrEnd() {
+    try {
+        PacketHandle packet = input->read();
+        reads = true;
+        return packet;
+    } catch (const Exception& failure) {
+        const int code = failure.code();
+        if (!options.keepBeginning || !reads || code == AVERROR_EXIT || code == AVERROR(ENOMEM))
+            throw;
+        copied.failure = failure.what();
+        return nullptr;
+    }
+}
+
 /// Passes the next packet to its stream; false at the end.
 bool CopyRun::readOne() {
-    PacketHandle packet = input->read();
+    PacketHandle packet = readOrEnd();
     if (!packet) {
         closeAll();
         return false;

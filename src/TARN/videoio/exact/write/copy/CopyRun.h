@@ -35,6 +35,7 @@ private:
     void writeAll();
 
     [[nodiscard]] bool readOne();
+    [[nodiscard]] PacketHandle readOrEnd();
     void closeAll();
     void writeWaiting(CopiedStream& stream, int number);
     [[nodiscard]] bool arePast() const;
@@ -54,6 +55,7 @@ private:
     std::optional<ClipMuxer> muxer;
     bool atEnd = false;
     bool ordered = false; ///< whether an index gives times
+    bool reads = false;   ///< whether a packet came
     Fraction latest{0};   ///< seconds, of any packet read
     int64_t waitingBytes = 0;
     unsigned calls = 0;
