@@ -305,8 +305,13 @@ TEST_F(RemuxCommandTest, GivesRawPicturesTheTimesOfTheirRate) {
     plan.format = "h264";
     make(plan, "clip.h264");
     ASSERT_EQ(remux().exitCode, 0);
-    make({}); // the same packets
-    expectSamePictures(clip, copy);
+    OracleOptions options;
+    options.everyPicture = true; // FFmpeg gives the pictures no times
+    const auto original = oracleFrames(clip, options);
+    const auto copied = oracleFrames(copy);
+    ASSERT_EQ(copied.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i)
+        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
     EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr("frame rate    25/1 "));
 }
 
