@@ -277,6 +277,18 @@ pid_t startWriting(const std::string& path, const ClipWriterOptions& options) {
     ::_exit(1);
 }
 
+// What is known of the first fragment's pictures then is that pause alone.
+TEST_F(ClipWriterTest, OnePictureAndALongPauseAreWrittenInFragments) {
+    for (const char* codec : {"h264", "hevc"}) {
+        ClipWriterOptions options = test::withCodec(codec);
+        options.fragmented = true;
+        write("clip.mp4", {0, 300, 301}, options);
+        EXPECT_THAT(test::timesIn(file("clip.mp4")),
+                    ::testing::ElementsAre(Fraction(0), Fraction(300), Fraction(301)))
+            << codec;
+    }
+}
+
 // How often each test kills; 200 where somebody has the time (TARN_TEST_KILLS).
 int killCount() {
     const char* asked = std::getenv("TARN_TEST_KILLS");

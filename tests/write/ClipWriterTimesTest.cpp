@@ -201,6 +201,38 @@ TEST_F(ClipWriterTest, ReorderedPicturesKeepTheirTimesOverPauses) {
     }
 }
 
+// Their way through the encoder is up to 18 pictures long.
+TEST_F(ClipWriterTest, ReorderedPicturesFarApartInFineTicksAreHeldOrRefused) {
+    struct Encoder {
+        const char* codec;
+        const char* bf;
+        int64_t scale;
+    };
+    for (const Encoder& one : {Encoder{"hevc", "", 5000000}, Encoder{"mpeg4", "16", 3000000},
+                               Encoder{"h264", "16", 1000000}, Encoder{"mpeg4", "16", 1000000}}) {
+        ClipWriterOptions options = withCodec(one.codec);
+        options.timeBase = Fraction(1, one.scale);
+        if (*one.bf != 0)
+            options.options = {{"bf", one.bf}};
+        if (std::string(one.codec) != "hevc")
+            options.options["sc_threshold"] = "0";
+        Times times;
+        ClipWriter writer(file("clip.mp4"), options);
+        for (int i = 0; i < 40; ++i) {
+            const Fraction time(99 * i, 10);
+            try {
+                writer.writePicture(rgbPicture(i / 8), time);
+                times.push_back(time);
+            } catch (const TimeRefusal&) {
+                EXPECT_GT(one.scale, 1000000) << one.codec;
+                break;
+            }
+        }
+        writer.finish();
+        EXPECT_THAT(timesIn(file("clip.mp4")), ElementsAreArray(times)) << one.codec;
+    }
+}
+
 TEST_F(ClipWriterTest, ReorderedPicturesKeepTheirTimesInFineTicks) {
     ClipWriterOptions options;
     options.timeBase = Fraction(1, 2147483647);

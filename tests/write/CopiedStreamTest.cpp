@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -142,6 +143,29 @@ TEST(CopiedStream, RefusesPicturesThatAreDecodedLongerBeforeThanMp4CanSay) {
             EXPECT_NE(copied.next(), nullptr);
         else
             EXPECT_THROW((void)copied.next(), tio::Exception);
+    }
+}
+
+TEST(CopiedStream, RefusesAPauseThatMp4CannotSay) {
+    constexpr int64_t most = 2147483646;
+    for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
+        const OneStream source(type);
+        const int64_t ticks = type == AVMEDIA_TYPE_AUDIO ? 48 : 1; // a millisecond
+        for (const char* name : {"copy.mp4", "copy.mkv"}) {
+            for (const int64_t pause : {most / ticks, most / ticks + 1}) {
+                CopySetting setting{"source.avi", containerOf(name), {}, {}, false, {}, false};
+                CopiedStream copied(source.stream(), setting, true);
+                copied.start();
+                copied.add(packetAt(0, 0));
+                copied.add(packetAt(pause, pause));
+                copied.close();
+                EXPECT_NE(copied.next(), nullptr);
+                if (pause == most / ticks || std::string(name) == "copy.mkv")
+                    EXPECT_NE(copied.next(), nullptr) << name;
+                else
+                    EXPECT_THROW((void)copied.next(), tio::Exception) << name;
+            }
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <TARN/videoio/ClipCopier.h>
 #include <TARN/videoio/ClipWriter.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -112,6 +113,53 @@ TEST_F(ClipCopierTest, SoundWithoutLengthsEndsWithItsLastSample) {
                     << source.encoder << " from " << source.name << " to " << target;
             }
         }
+    }
+}
+
+// FFmpeg hides the first packet of AAC, which holds nothing but the encoder's run-in.
+TEST_F(ClipCopierTest, TheHiddenRunInOfSoundComesWithIt) {
+    test::SoundPlan plan;
+    plan.format = "ipod";
+    plan.rate = 48000;
+    plan.encoderOptions = {{"aac_pns", "0"}};
+    test::makeSound(file("source.m4a"), plan);
+    const auto source = test::oracleSound(file("source.m4a")).samples;
+    for (const ClipOrigin origin : {ClipOrigin::AsGiven, ClipOrigin::First}) {
+        ClipCopierOptions options;
+        options.origin = origin;
+        copy("source.m4a", "copy.m4a", options);
+        EXPECT_EQ(test::oracleSound(file("copy.m4a")).samples, source);
+        copy("source.m4a", "copy.mka", options);
+        // Most releases give the run-in of Matroska, at times before 0.
+        const auto copied = test::oracleSound(file("copy.mka")).samples;
+        constexpr std::ptrdiff_t runIn = 2 * 1024;
+        constexpr std::ptrdiff_t compared = 2 * 48000;
+        ASSERT_GE(copied.size(), static_cast<size_t>(compared + runIn));
+        const auto same = [&](std::ptrdiff_t from) {
+            return std::equal(source.begin(), source.begin() + compared, copied.begin() + from);
+        };
+        EXPECT_TRUE(same(0) || same(runIn));
+    }
+}
+
+// Sound that begins before the pictures would be cut off, or could not be held.
+TEST_F(ClipCopierTest, CountsFromWhatIsShownOrHeardFirst) {
+    test::ClipPlan plan;
+    plan.format = "mpegts";
+    plan.audio = true; // its run-in is heard before the first picture
+    make("source.ts", plan);
+    ClipCopierOptions options;
+    options.origin = ClipOrigin::First;
+    for (const char* name : {"copy.mp4", "copy.mkv"}) {
+        copy("source.ts", name, options);
+        const test::Seen before = test::seenIn(file("source.ts"));
+        const test::Seen after = test::seenIn(file(name));
+        EXPECT_EQ(after.hashes, before.hashes) << name;
+        EXPECT_EQ(test::oracleSound(file(name)).samples,
+                  test::oracleSound(file("source.ts")).samples)
+            << name;
+        EXPECT_GE(after.times.front(), Fraction(0)) << name;
+        EXPECT_LT(after.times.front(), Fraction(1, 20)) << name;
     }
 }
 

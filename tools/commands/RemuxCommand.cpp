@@ -8,10 +8,13 @@
 #include <TARN/videoio/ClipCopier.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tio::tool {
@@ -56,6 +59,13 @@ Failure failureOf(const std::exception& error, const std::string& clip, const st
     return {ExitCode::Input, clip, reasonOf(error, clip)};
 }
 
+bool isFileOrMissing(const std::string& path) {
+    std::error_code unreadable; // shows when the file is opened
+    const auto status = std::filesystem::status(path, unreadable);
+    return std::filesystem::is_regular_file(status) ||
+           (!std::filesystem::exists(status) && path.find("://") == std::string::npos);
+}
+
 /// Copies a clip, and removes what there is of the copy where a signal ends the program.
 class Copying {
 public:
@@ -63,6 +73,9 @@ public:
         : clip(std::move(clipName)), copy(chosen.output) {
         requireNotInput(copy);
         const ffmpeg::ClipCopierOptions options = copierOptions(chosen);
+        std::optional<SignalsHeldBack> heldBack; // not where opening may take for ever
+        if (isFileOrMissing(clip) && isFileOrMissing(copy))
+            heldBack.emplace();
         telling([&] { copier.emplace(clip, copy, options); });
         if (const std::string hidden = hiddenFile(); !hidden.empty())
             cleanup.emplace(hidden);
@@ -146,9 +159,8 @@ void addRemuxCommand(CLI::App& app, Program& program) {
         ->allow_extra_args(false);
     command.add_flag("--drop-rotation", options->dropRotation,
                      "Have players show the copy as it is stored, not turned as the original");
-    command.footer(
-        "Packets are passed on as they are. Times are exact; the first picture is shown\n"
-        "at zero.");
+    command.footer("Packets are passed on as they are. Times are exact; what is shown or heard\n"
+                   "first is at zero.");
 }
 
 } // namespace tio::tool

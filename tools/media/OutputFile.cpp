@@ -2,6 +2,8 @@
 
 #include "terminal/Failure.h"
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -60,6 +62,9 @@ std::string hiddenFile() {
     std::error_code gone; // one that is closed while others are looked at
     for (const auto& entry : fs::directory_iterator("/proc/self/fd", gone)) {
         const fs::path file = fs::read_symlink(entry.path(), gone);
+        const int access = ::fcntl(std::atoi(entry.path().filename().c_str()), F_GETFL);
+        if (access < 0 || (access & O_ACCMODE) == O_RDONLY) // it may be what is read
+            continue;
         if (file.extension() == ".part" && file.filename().string().rfind(".tarn-videoio-", 0) == 0)
             return file;
     }

@@ -263,6 +263,16 @@ TEST_F(RemuxCommandTest, CopiesEveryCodecIntoTheContainerOfTheName) {
     }
 }
 
+TEST_F(RemuxCommandTest, CopiesSoundThatBeginsBeforeThePictures) {
+    makeTransportStream();
+    for (const char* name : {"copy.mp4", "copy.mkv"}) {
+        copy = folder.file(name);
+        const ProgramResult result = remux();
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_THAT(result.out, HasSubstr("of 2 streams"));
+    }
+}
+
 TEST_F(RemuxCommandTest, CopiesAPartThatBeginsAtAKeyPicture) {
     ClipPlan plan; // key pictures 0, 12 and 24, 25 pictures a second
     plan.maxBFrames = 0;

@@ -49,7 +49,8 @@ struct ClipCopierOptions {
     std::optional<tio::Rational<1, int64_t>> to;
     /// @}
 
-    /// AsGiven: times are those of the source. First: the first picture is shown at 0.
+    /// AsGiven: times are those of the source. First: what is shown or heard first is at 0; where
+    /// that is sound, at less than a tick of the pictures after it, so that their times stay exact.
     ClipOrigin origin = ClipOrigin::AsGiven;
     bool keepTurn = true; ///< whether players are told to turn and mirror, as the source tells them
 

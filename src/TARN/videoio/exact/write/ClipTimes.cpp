@@ -17,13 +17,6 @@ namespace {
     throw TimeRefusal(text, Fraction(0));
 }
 
-// How far encoders move a picture in their output: behind three B-pictures, and two references
-// between those.
-constexpr std::size_t reorderReach = 5;
-
-// What FFmpeg takes between two pictures when it writes.
-constexpr int64_t mostBetween = 2147483646;
-
 constexpr int64_t mostTicks = std::numeric_limits<int64_t>::max() / 4; // room for sums
 
 // Players have had trouble with coarser ticks, so FFmpeg doubles them as well.
@@ -121,15 +114,25 @@ void ClipTimes::measure(Candidate& candidate, const std::string& name) const {
     if (roundedProduct(since(before), coarsest) > mostBetween)
         refuse(name, candidate.time,
                "no track holds so long a pause in the tick that its times need",
-               atTick(roundedProduct(before, coarsest) + mostBetween, coarsest));
+               latestAt(roundedProduct(before, coarsest) + mostBetween));
     candidate.longestGap = std::max(longestGap, since(before));
+}
+
+/// The latest time on the grid that is not later.
+Fraction ClipTimes::latestAt(Wide tick) const {
+    const Fraction time = atTick(tick, coarsest);
+    if (!rules.grid)
+        return time;
+    const Wide steps = Wide{time.numerator} * rules.grid->denominator /
+                       (Wide{time.denominator} * rules.grid->numerator);
+    return makeFraction(steps * rules.grid->numerator, rules.grid->denominator).value_or(time);
 }
 
 /// The longest time between the decoding and the showing of a picture.
 void ClipTimes::measureSpan(Candidate& candidate, const std::string& name) const {
     const bool afresh = candidate.afterPause && rules.startsAfresh;
     const std::size_t before = rules.startsAfresh ? sincePause : times.size();
-    const std::size_t reach = afresh ? 0 : std::min(before, reorderReach);
+    const std::size_t reach = afresh ? 0 : std::min(before, rules.reach);
     if (reach == 0)
         return;
     const Fraction from = times[times.size() - reach];
@@ -138,7 +141,7 @@ void ClipTimes::measureSpan(Candidate& candidate, const std::string& name) const
         refuse(name, candidate.time,
                "the encoder exchanges pictures, and no track holds them so far apart in the tick "
                "that its times need",
-               atTick(roundedProduct(from, coarsest) + mostShownAhead, coarsest));
+               latestAt(roundedProduct(from, coarsest) + mostShownAhead));
     candidate.longestSpan = std::max(longestSpan, span);
 }
 

@@ -5,6 +5,7 @@
 #include <TARN/videoio/ClipRefusal.h>
 #include <TARN/videoio/ClipWriterOptions.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,6 +16,10 @@ namespace tio::ffmpeg::detail {
 /// The finest tick of a track: MP4 has 32 bits for ticks a second, and FFmpeg uses 31 of them.
 constexpr int64_t finestScale = 2147483647;
 
+/// How far encoders move a picture in their output at most: behind 16 B-pictures, and the
+/// references on both sides of them.
+constexpr std::size_t furthestReach = 18;
+
 /// How a container counts time.
 struct TimeRules {
     int64_t fixedScale = 0; ///< ticks a second that cannot be chosen, to which times are rounded
@@ -23,16 +28,23 @@ struct TimeRules {
     int64_t exactScale = 0;     ///< ticks a second that are decided from the start; 0: by the times
     int64_t preferredScale = 1; ///< ticks a second to be used if they do
     ClipOrigin origin = ClipOrigin::AsGiven;
-    bool reorders = false;    ///< whether pictures may be decoded in another order
-    bool startsAfresh = true; ///< whether the encoder does after a long pause
+    bool reorders = false;             ///< whether pictures may be decoded in another order
+    bool startsAfresh = true;          ///< whether the encoder does after a long pause
+    std::size_t reach = furthestReach; ///< of reordering, in pictures
 };
 
 /// After so long a pause, in seconds, pictures are decoded without those before it, if the encoder
 /// can do that.
 constexpr int64_t longPause = 10;
 
-/// Ticks a second up to which the times of reordered pictures always fit into a file.
-constexpr int64_t finestReordered = 5000000;
+/// Ticks a second up to which the times of reordered pictures always fit into a file: of as many as
+/// `reach`, each as long as the longest that is no pause.
+constexpr int64_t finestReordered(std::size_t reach) {
+    return ((1 << 28) - 1) / (static_cast<int64_t>(reach) * longPause);
+}
+
+/// Ticks that FFmpeg takes between two packets when it writes MP4.
+constexpr int64_t mostBetween = 2147483646;
 
 /// Ticks that FFmpeg takes between the decoding and the showing of a picture when it reads MP4.
 constexpr int64_t mostShownAhead = (1 << 28) - 1;
@@ -104,6 +116,7 @@ private:
                                      const std::string& name) const;
     void measure(Candidate& candidate, const std::string& name) const;
     void measureSpan(Candidate& candidate, const std::string& name) const;
+    [[nodiscard]] Fraction latestAt(Wide tick) const;
     [[nodiscard]] int64_t limitFor(const Fraction& gap, const Fraction& span) const;
     [[noreturn]] void refuse(const std::string& name, const Fraction& time, const std::string& why,
                              const Fraction& nearest) const;

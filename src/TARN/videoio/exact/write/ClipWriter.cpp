@@ -114,7 +114,7 @@ void ClipWriter::Core::requireOpen() const {
 /// Whether times are so fine that pictures have to be decoded in the order in which they are shown.
 bool ClipWriter::Core::keepsOrder(const detail::ClipTimes::Candidate& first) const {
     const int64_t fine = std::max(first.scale, plan.times.preferredScale);
-    return plan.times.reorders && fine > detail::finestReordered;
+    return plan.times.reorders && fine > detail::finestReordered(plan.times.reach);
 }
 
 void ClipWriter::Core::openPictures(const ConstImageView& picture,

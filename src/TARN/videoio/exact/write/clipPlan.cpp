@@ -207,6 +207,7 @@ ClipPlan planClip(const std::string& path, const ClipWriterOptions& options) {
         const AVCodecDescriptor* about = avcodec_descriptor_get(plan.codec->id);
         plan.times.reorders = about != nullptr && (about->props & AV_CODEC_PROP_REORDER) != 0;
         plan.times.startsAfresh = startsAfresh(*plan.codec);
+        plan.times.reach = reorderReach(*plan.codec, options);
         tryPictures(*plan.codec, options, path);
     }
     if (options.audioRate > 0) {

@@ -72,6 +72,11 @@ int64_t CopiedStream::firstTickFrom(const Fraction& seconds) const {
         std::clamp<Wide>(down * bottom == top ? down : down + 1, -furthest, furthest));
 }
 
+Fraction CopiedStream::tickBefore(const Fraction& seconds) const {
+    const int64_t tick = firstTickFrom(seconds);
+    return secondsOf(tick) > seconds ? secondsOf(tick - 1) : secondsOf(tick);
+}
+
 void CopiedStream::refuseHidden() const {
     refuse(setting.source, "stream " + std::to_string(stream.index) +
                                " begins with hidden pictures, which " +
@@ -138,10 +143,17 @@ void CopiedStream::requireNear(const AVPacket& packet) const {
 
 // Other containers do not store when pictures are decoded.
 void CopiedStream::requireReadable(const AVPacket& packet) const {
-    if (pictures && setting.container.mp4 && packet.pts - packet.dts > mostShownAhead)
-        fail("has a picture at " + toText(secondsOf(packet.pts)) + " s that is decoded at " +
-             toText(secondsOf(packet.dts)) + " s, longer before than " +
-             setting.container.extension + " can say in its ticks; Matroska can");
+    const bool tooFar = pictures && packet.pts - packet.dts > mostShownAhead;
+    const bool pauses = lastGiven != AV_NOPTS_VALUE && packet.dts - lastGiven > mostBetween;
+    if (!setting.container.mp4 || !(tooFar || pauses))
+        return;
+    const auto seconds = [&](int64_t tick) {
+        return toText(makeFraction(Wide{tick} * ticks().num, ticks().den).value_or(Fraction(tick)));
+    };
+    fail((tooFar ? "decodes what it shows at " + seconds(packet.pts) + " s of the copy at "
+                 : "pauses from " + seconds(lastGiven) + " s of the copy to ") +
+         seconds(packet.dts) + " s, longer than " + setting.container.extension +
+         " can say in its ticks; Matroska can");
 }
 
 bool CopiedStream::isProbed() const {
@@ -266,7 +278,9 @@ void CopiedStream::select(PacketHandle packet) {
     if (inFront && !setting.container.mp4) {
         if (pictures)
             refuseHidden();
-        return;
+        if (!setting.container.isMatroska())
+            return;
+        packet->flags &= ~AV_PKT_FLAG_DISCARD; // the run-in, which Matroska states
     }
     const bool after = setting.to && packet->pts >= endTick;
     if (after || (hidden && !inFront)) {
@@ -301,6 +315,8 @@ Fraction CopiedStream::begin() const {
         if (!isHidden(*packet) && (first == AV_NOPTS_VALUE || packet->pts < first))
             first = packet->pts;
     }
+    if (runIn() > 0) // from the first packet on, also where it is nothing but that
+        first = leaving.front()->pts;
     if (first == AV_NOPTS_VALUE)
         return Fraction(0);
     const Fraction time = secondsOf(first - shift);
@@ -374,8 +390,9 @@ PacketHandle CopiedStream::next() {
     packet->pts -= shift;
     packet->dts -= shift;
     requireNear(*packet);
-    requireReadable(*packet);
     times.give(*packet, leaving.empty() && hasEnded());
+    requireReadable(*packet);
+    lastGiven = packet->dts;
     return packet;
 }
 

@@ -74,6 +74,9 @@ public:
     /// Seconds at which the first picture is shown, or the first sample heard.
     [[nodiscard]] Fraction begin() const;
 
+    /// The last tick of the source that is not after that many seconds, in seconds.
+    [[nodiscard]] Fraction tickBefore(const Fraction& seconds) const;
+
     /// Samples that a player takes off at the beginning.
     [[nodiscard]] int runIn() const;
 
@@ -141,6 +144,7 @@ private:
     int keysAtEnd = 0;
     bool keyFlagged = false; ///< whether any packet that leaves is said to be a key picture
     int64_t shift = 0;       ///< in ticks of the source
+    int64_t lastGiven = AV_NOPTS_VALUE; ///< when the last one that came out is decoded, in ticks()
 };
 
 } // namespace tio::ffmpeg::detail

@@ -263,16 +263,22 @@ void CopyRun::dropEmptyStreams() {
     }
 }
 
+// Nothing that is shown or heard may come to lie before the beginning, where players cut it off.
 Fraction CopyRun::findOrigin() const {
     if (options.origin == ClipOrigin::AsGiven)
         return Fraction(0);
-    for (const bool pictures : {true, false}) {
-        for (const CopiedStream& stream : streams) {
-            if (stream.hasPictures() == pictures && !stream.isEmpty())
-                return stream.begin();
-        }
+    std::optional<Fraction> first;
+    const CopiedStream* pictures = nullptr;
+    for (const CopiedStream& stream : streams) {
+        if (stream.isEmpty())
+            continue;
+        first = std::min(first.value_or(stream.begin()), stream.begin());
+        if (pictures == nullptr && stream.hasPictures())
+            pictures = &stream;
     }
-    return Fraction(0);
+    if (!first)
+        return Fraction(0);
+    return pictures != nullptr ? pictures->tickBefore(*first) : *first; // whose times stay exact
 }
 
 void CopyRun::begin(const std::string& path) {

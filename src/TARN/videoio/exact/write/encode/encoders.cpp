@@ -1,10 +1,13 @@
 #include "exact/write/encode/encoders.h"
 
 #include "base/checks.h"
+#include "exact/write/ClipTimes.h"
 #include "exact/write/refusal.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -186,6 +189,27 @@ const AVCodec& findEncoder(const std::string& name, AVMediaType type, const std:
         refuse(path, "the encoder \"" + name + "\" does not make " +
                          (type == AVMEDIA_TYPE_VIDEO ? "pictures" : "sound"));
     return *found;
+}
+
+// Behind all B-pictures of a group, and the references on both sides. The presets of x264 have
+// three B-pictures, but for the slowest two; those of x265 four to sixteen.
+std::size_t reorderReach(const AVCodec& encoder, const ClipWriterOptions& options) {
+    constexpr int references = 2;
+    constexpr int usual = 3;
+    constexpr int most = static_cast<int>(furthestReach) - references;
+    const auto given = options.options.find("bf");
+    const int count = given != options.options.end() ? std::atoi(given->second.c_str()) : -1;
+    if (count >= 0)
+        return static_cast<std::size_t>(std::min(count, most) + references);
+    const std::string name = encoder.name;
+    const bool slowest = options.preset == "veryslow" || options.preset == "placebo" ||
+                         options.preset == "8" || options.preset == "9";
+    const bool tuned = options.options.count("x264-params") + options.options.count("x264opts") +
+                           options.options.count("x264_params") + options.options.count("tune") +
+                           options.options.count("preset") !=
+                       0;
+    const bool known = name.rfind("libx264", 0) == 0 && !slowest && !tuned;
+    return known ? static_cast<std::size_t>(usual + references) : furthestReach;
 }
 
 bool startsAfresh(const AVCodec& encoder) {

@@ -5,6 +5,7 @@
 
 #include <TARN/videoio/ClipWriterOptions.h>
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -17,6 +18,9 @@ namespace tio::ffmpeg::detail {
 /// @throws ClipRefusal when there is none, or one of the other kind
 [[nodiscard]] const AVCodec& findEncoder(const std::string& name, AVMediaType type,
                                          const std::string& path);
+
+/// How many places a picture may move on its way through the encoder, at most.
+[[nodiscard]] std::size_t reorderReach(const AVCodec& encoder, const ClipWriterOptions& options);
 
 /// Whether the encoder can be told to decode nothing after a key picture that is shown before it.
 [[nodiscard]] bool startsAfresh(const AVCodec& encoder);

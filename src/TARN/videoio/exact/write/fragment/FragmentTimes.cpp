@@ -5,12 +5,16 @@
 
 namespace tio::ffmpeg::detail {
 
+// The one step that is known may be a pause, and 31 bits have to hold the pause and what comes
+// before it together.
+constexpr int64_t mostLead = 1 << 20;
+
 void FragmentTimes::begin(int64_t packetDelay, int64_t count) {
     delay = packetDelay;
     step = std::numeric_limits<int32_t>::max();
     for (int64_t number = 0; number < count; ++number)
         step = std::min(step, shown(number + 1) - shown(number));
-    lead = firstLead = delay * step;
+    lead = firstLead = std::min(delay * step, mostLead);
 }
 
 int64_t FragmentTimes::leadAfterPause(int64_t number) const {
