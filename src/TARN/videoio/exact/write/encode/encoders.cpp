@@ -194,13 +194,12 @@ const AVCodec& findEncoder(const std::string& name, AVMediaType type, const std:
 // Behind all B-pictures of a group, and the references on both sides. The presets of x264 have
 // three B-pictures, but for the slowest two; those of x265 four to sixteen.
 std::size_t reorderReach(const AVCodec& encoder, const ClipWriterOptions& options) {
-    constexpr int references = 2;
-    constexpr int usual = 3;
-    constexpr int most = static_cast<int>(furthestReach) - references;
+    constexpr std::size_t references = 2;
+    constexpr std::size_t usual = 3;
     const auto given = options.options.find("bf");
     const int count = given != options.options.end() ? std::atoi(given->second.c_str()) : -1;
     if (count >= 0)
-        return static_cast<std::size_t>(std::min(count, most) + references);
+        return std::min(static_cast<std::size_t>(count) + references, furthestReach);
     const std::string name = encoder.name;
     const bool slowest = options.preset == "veryslow" || options.preset == "placebo" ||
                          options.preset == "8" || options.preset == "9";
@@ -209,7 +208,7 @@ std::size_t reorderReach(const AVCodec& encoder, const ClipWriterOptions& option
                            options.options.count("preset") !=
                        0;
     const bool known = name.rfind("libx264", 0) == 0 && !slowest && !tuned;
-    return known ? static_cast<std::size_t>(usual + references) : furthestReach;
+    return known ? usual + references : furthestReach;
 }
 
 bool startsAfresh(const AVCodec& encoder) {
