@@ -337,9 +337,12 @@ void expectSame(const std::string& source, const std::string& path, int64_t extr
     const bool timed = demuxer.rfind("mov,", 0) == 0 || demuxer.rfind("matroska", 0) == 0;
     if (!timed || extra > 0 || after.times.size() != before.times.size())
         return;
-    // Earlier releases than 5 begin the tracks of MP4 at milliseconds.
-    const bool rounds = path.substr(path.size() - 3) == "mkv" || !test::beginsAnywhere();
-    const Fraction most = rounds ? Fraction(1, 2000) : Fraction(0);
+    // Matroska rounds to the millisecond; MP4 of releases before 5 begins tracks at one, rounded
+    // down.
+    const bool matroska = path.substr(path.size() - 3) == "mkv";
+    const Fraction most = matroska                 ? Fraction(1, 2000)
+                          : test::beginsAnywhere() ? Fraction(0)
+                                                   : Fraction(1, 1000);
     for (std::size_t i = 0; i < before.times.size(); ++i) {
         const Fraction off = after.times[i] - before.times[i];
         ASSERT_LE(off < 0 ? -off : off, most) << source << " " << path << " " << i;
