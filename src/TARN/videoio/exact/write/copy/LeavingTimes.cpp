@@ -80,11 +80,10 @@ void LeavingTimes::give(AVPacket& packet, bool last) {
 int64_t LeavingTimes::lengthOf(const AVPacket& packet) {
     const int64_t stated =
         std::max<int64_t>(av_rescale_q(packet.duration, stream.time_base, target), 0);
-    const int64_t whole = av_get_audio_frame_duration2(stream.codecpar, packet.size);
+    const int64_t usual = av_get_audio_frame_duration2(stream.codecpar, packet.size);
+    const int64_t whole = usual > 0 ? usual : told.of(packet).value_or(0);
     const int64_t tick = av_rescale_q_rnd(1, stream.time_base, target, AV_ROUND_UP);
-    if (whole > 0 && (stated <= 0 || std::abs(whole - stated) < tick))
-        return whole;
-    return stated > 0 ? stated : told.of(packet).value_or(0);
+    return whole > 0 && (stated <= 0 || std::abs(whole - stated) < tick) ? whole : stated;
 }
 
 void LeavingTimes::toSamples(AVPacket& packet) {
