@@ -47,6 +47,15 @@ std::vector<Copied> packetsOf(const std::string& path) {
     return packets;
 }
 
+void expectSamePictures(const std::string& clip, const std::string& copy,
+                        const OracleOptions& options = {}) {
+    const auto original = oracleFrames(clip, options);
+    const auto copied = oracleFrames(copy);
+    ASSERT_EQ(copied.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i)
+        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+}
+
 class RemuxCommandTest : public testing::Test {
 protected:
     void make(const ClipPlan& plan, const std::string& name = "clip.mp4") {
@@ -89,11 +98,7 @@ TEST_F(RemuxCommandTest, PassesPacketsWithBFramesOnAsTheyAreAndInTheirOrder) {
 TEST_F(RemuxCommandTest, KeepsEveryPictureAndItsTime) {
     make({});
     ASSERT_EQ(remux().exitCode, 0);
-    const auto original = oracleFrames(clip);
-    const auto copied = oracleFrames(copy);
-    ASSERT_EQ(copied.size(), original.size());
-    for (size_t i = 0; i < original.size(); ++i)
-        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+    expectSamePictures(clip, copy);
     EXPECT_EQ(runProgram({"verify", copy}).exitCode, 0);
 }
 
@@ -157,11 +162,7 @@ TEST_F(RemuxCommandTest, GivesMatroskasFirstPacketsTheDecodingTimesThatItDoesNot
     plan.audio = true;
     make(plan, "clip.mkv");
     ASSERT_EQ(remux().exitCode, 0);
-    const auto original = oracleFrames(clip);
-    const auto copied = oracleFrames(copy);
-    ASSERT_EQ(copied.size(), original.size());
-    for (size_t i = 0; i < original.size(); ++i)
-        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+    expectSamePictures(clip, copy);
     EXPECT_EQ(runProgram({"verify", copy}).exitCode, 0);
 }
 
@@ -232,14 +233,6 @@ TEST_F(RemuxCommandTest, KeepsWhatComesBeforeAFailureToReadAndTellsOfIt) {
                               "in " +
                               copy + "\n");
     EXPECT_EQ(oracleFrames(copy).size(), oracleFrames(clip).size());
-}
-
-void expectSamePictures(const std::string& clip, const std::string& copy) {
-    const auto original = oracleFrames(clip);
-    const auto copied = oracleFrames(copy);
-    ASSERT_EQ(copied.size(), original.size());
-    for (size_t i = 0; i < original.size(); ++i)
-        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
 }
 
 TEST_F(RemuxCommandTest, CopiesEveryCodecIntoTheContainerOfTheName) {
@@ -316,11 +309,7 @@ TEST_F(RemuxCommandTest, GivesRawPicturesTheTimesOfTheirRate) {
     ASSERT_EQ(remux().exitCode, 0);
     OracleOptions options;
     options.everyPicture = true; // FFmpeg gives the pictures no times
-    const auto original = oracleFrames(clip, options);
-    const auto copied = oracleFrames(copy);
-    ASSERT_EQ(copied.size(), original.size());
-    for (size_t i = 0; i < original.size(); ++i)
-        EXPECT_EQ(copied[i].hash, original[i].hash) << i;
+    expectSamePictures(clip, copy, options);
     EXPECT_THAT(runProgram({"info", copy}).out, HasSubstr("frame rate    25/1 "));
 }
 

@@ -51,6 +51,7 @@ void CopyRun::open() {
     streams.clear();
     input.emplace(source);
     atEnd = false;
+    copied.failure.clear();
     const std::vector<int> numbers = chooseStreams(input->format(), options, container, name);
     input->choose(numbers);
     setting.joins = (input->format().iformat->flags & AVFMT_TS_DISCONT) != 0;
@@ -202,6 +203,7 @@ bool CopyRun::seekBefore(const Fraction& seconds) {
         return false;
     }
     atEnd = false;
+    copied.failure.clear();
     for (CopiedStream& one : streams)
         one.forget();
     return true;
